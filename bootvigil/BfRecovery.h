@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// The recovery policy: whether recovery is allowed, which action comes next, and whether it worked.
+
+#pragma once
+
+// Recovery modes, the values of a recovery list.
+enum RecoveryMode {
+    RECOVERY_NONE = 0,  // end of the list
+    RECOVERY_REBOOT = 1,
+    RECOVERY_WAIT_USER = 2,
+    RECOVERY_DATA_RESET = 5,
+};
+
+constexpr int kRecoveryListSize = 5;
+
+class BfRecovery {
+public:
+    // Takes the next action of the list for the failure reason `errCode`: remembers it in the
+    // history, then sets the platform's request property. `firstBoot` is true in the first boot
+    // after a wipe, where a data reset is never requested. False when there was nothing to do:
+    // reason 0, recovery disabled, no list, list exhausted or an unknown mode.
+    bool runRecovery(int errCode, bool firstBoot);
+
+    // Judges the last action after a good boot, reports a success for upload and clears the
+    // history. `kind` is 1 at boot completion, 2 at the check after it; reasons above 100 are
+    // judged by kind 2 only.
+    bool checkIfRecoverySuccess(int kind);
+
+    // True when recovery must not run. Property and disable file decide once a process; the rescue
+    // mode is asked every time.
+    bool checkIfDisable();
+
+    static void cleanRecoveryHistory();
+
+    // Mode and reason of the last action, 0 when none; read them as a byte: any character of the
+    // history file is taken.
+    static int getCurrentRecoveryMode();
+    static int getLastBfReason();
+
+    // Leaves the success report for the uploader, unless an earlier one is still uncollected.
+    static void submitSuccessInfo(int mode);
+
+    const int* mRecoveryList = nullptr;  // the kRecoveryListSize modes chosen last
+    int mDisableState = -1;              // -1 not decided, 0 enabled, 1 disabled
+
+private:
+    void chooseRecoveryList(int errCode);
+    bool act(int mode, bool firstBoot);
+};
