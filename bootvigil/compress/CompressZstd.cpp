@@ -17,6 +17,8 @@
 
 // Ends the process with status 1 unless `cond` holds. The build maps __FILE__ to a path relative
 // to the source tree, so that the message is the same wherever it was built.
+// The condition's own text is part of the message, therefore NULL.
+// NOLINTBEGIN(modernize-use-nullptr)
 #define CHECK(cond, ...)                                                            \
     do {                                                                            \
         if (!(cond)) {                                                              \
@@ -266,3 +268,4 @@ int CompressZstd::endCompress() {
 }
 
 }  // namespace bootvigil
+// NOLINTEND(modernize-use-nullptr)

@@ -17,11 +17,12 @@ constexpr const char* kKernelMessage = "/velafs/boot_vigil/kernel_msg";
 
 bool copyFile(const char* from, const char* to) {
     std::ifstream in(from, std::ios::binary);
+    if (!in) return false;
     std::ofstream out(to, std::ios::binary);
-    if (!in || !out) return false;
+    // Copying nothing at all would count as a failure of the output.
     if (in.peek() != std::ifstream::traits_type::eof()) out << in.rdbuf();
     out.close();
-    return in.good() || in.eof() ? out.good() : false;
+    return !out.fail();
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace android {
 
 // The headers' classes need these to be built at all; no parcel is ever used.
 Parcel::Parcel() = default;
-Parcel::~Parcel() = default;
+Parcel::~Parcel() = default;  // NOLINT(performance-trivially-destructible): declared elsewhere
 
 ProcessState::ProcessState(const char* driver)
     : mDriverName(driver),
