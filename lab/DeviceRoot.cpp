@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device root: a folder that holds what the daemon sees of a device, made into "/" by chroot.
+
+#include "DeviceRoot.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <vector>
+
+#include "Files.h"
+
+namespace lab {
+
+namespace {
+
+bool gInside = false;
+
+constexpr const char* kBusybox = "/bin/busybox";
+constexpr const char* kInNamespace = "BOOTVIGIL_LAB_IN_NAMESPACE";
+
+// A device's shell and tools are one binary; so are these.
+constexpr const char* kTools[] = {"sh", "cat", "rm", "tar", "printf", "head", "yes"};
+
+// Like a device's: they print what the simulated buffers hold.
+constexpr const char* kLogcat =
+        "#!/system/bin/sh\n"
+        "while [ $# -gt 0 ]; do [ \"$1\" = -b ] && buffer=$2; shift; done\n"
+        "exec cat /dev/log/$buffer\n";
+constexpr const char* kDmesg =
+        "#!/system/bin/sh\n"
+        "exec cat /dev/log/kernel\n";
+
+void linkOrCopy(const std::string& from, const std::string& to) {
+    std::error_code error;
+    std::filesystem::create_hard_link(from, to, error);
+    if (!error) return;
+    std::filesystem::copy_file(from, to, error);
+    if (error) {
+        throw std::runtime_error("cannot copy " + from + " to " + to + ": " + error.message());
+    }
+}
+
+void writeScript(const std::string& path, const char* text) {
+    writeFile(path, text);
+    chmod(path.c_str(), 0755);
+}
+
+}  // namespace
+
+void requireDeviceRoot(char** argv) {
+    if (!fileExists(kBusybox)) {
+        fprintf(stderr, "%s: %s is missing (package busybox-static)\n", argv[0], kBusybox);
+        exit(1);
+    }
+    if (geteuid() == 0) return;
+    if (getenv(kInNamespace) != nullptr ||
+        system("unshare --user --map-root-user --mount true 2>/dev/null") != 0) {
+        fprintf(stderr,
+                "%s: a device root needs root, or a user namespace (unshare --user --mount), and "
+                "this system allows neither\n",
+                argv[0]);
+        exit(1);
+    }
+    setenv(kInNamespace, "1", 1);
+    std::vector<char*> arguments;
+    for (const char* argument : {"unshare", "--user", "--map-root-user", "--mount"}) {
+        arguments.push_back(const_cast<char*>(argument));
+    }
+    for (char** argument = argv; *argument != nullptr; ++argument) arguments.push_back(*argument);
+    arguments.push_back(nullptr);
+    execvp("unshare", arguments.data());
+    perror("unshare");
+    exit(1);
+}
+
+DeviceRoot::DeviceRoot(std::string path) : mPath(std::move(path)) {
+    if (fileExists(mPath) && !std::filesystem::is_empty(mPath)) {
+        throw std::runtime_error("cannot make a device root of " + mPath + ": it is not empty");
+    }
+    for (const char* folder : {"/dev", "/data", "/proc", "/sys/fs/pstore", "/system/bin"}) {
+        makeFolders(at(folder));
+    }
+    for (const char* folder : {"/velafs/boot_vigil/log", "/velafs/SDD"}) {
+        makeFolders(at(folder), 0777);
+    }
+    std::filesystem::create_directory_symlink("system/bin", at("/bin"));
+    linkOrCopy(kBusybox, at("/system/bin/busybox"));
+    for (const char* tool : kTools) {
+        std::filesystem::create_symlink("busybox", at("/system/bin/") + tool);
+    }
+    writeScript(at("/system/bin/logcat"), kLogcat);
+    writeScript(at("/system/bin/dmesg"), kDmesg);
+}
+
+std::string DeviceRoot::at(const std::string& devicePath) const {
+    return mPath + devicePath;
+}
+
+void DeviceRoot::mountPartition(size_t bytes) const {
+    const std::string options = "mode=0777,size=" + std::to_string(bytes);
+    // A namespace of this process's own keeps the mount from the rest of the workstation.
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        failWithErrno("cannot make a mount namespace for", at("/velafs"));
+    }
+    if (mount("velafs", at("/velafs").c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        failWithErrno("cannot mount a partition at", at("/velafs"));
+    }
+}
+
+void DeviceRoot::unmountPartition() const {
+    namespace fs = std::filesystem;
+    const fs::path partition = at("/velafs");
+    const fs::path copy = at("/velafs.copy");
+    fs::copy(partition, copy, fs::copy_options::recursive);
+    if (umount(partition.c_str()) != 0) failWithErrno("cannot unmount", partition);
+    fs::remove_all(partition);
+    fs::rename(copy, partition);
+}
+
+void DeviceRoot::enter() const {
+    if (chroot(mPath.c_str()) != 0 || chdir("/") != 0) failWithErrno("cannot chroot to", mPath);
+    gInside = true;
+}
+
+InsideRoot::InsideRoot(const DeviceRoot& root)
+    : mOldRoot(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+      mOldFolder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    root.enter();
+}
+
+InsideRoot::~InsideRoot() {
+    if (fchdir(mOldRoot) != 0 || chroot(".") != 0 || fchdir(mOldFolder) != 0) abort();
+    close(mOldRoot);
+    close(mOldFolder);
+    gInside = false;
+}
+
+}  // namespace lab
+
+// Asked by the leak checker at exit: inside a device root it could not look at /proc/self.
+extern "C" int __lsan_is_turned_off();  // NOLINT: the sanitizer's name
+extern "C" int __lsan_is_turned_off() {
+    return lab::gInside ? 1 : 0;
+}

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device root: a folder that holds what the daemon sees of a device, made into "/" by chroot.
+
+#pragma once
+
+#include <string>
+
+namespace lab {
+
+// Makes sure that this process may chroot and mount: root may; another user is moved into a user
+// namespace by running the program again under unshare(1), which does not return. Ends the process
+// with one line and status 1 where neither works. To be called first in main.
+void requireDeviceRoot(char** argv);
+
+// Builds and describes a device root below `path`. It survives the object.
+class DeviceRoot {
+public:
+    // Makes the folder (which must be missing or empty) with shell, log commands and an empty
+    // persistent partition; throws std::runtime_error.
+    explicit DeviceRoot(std::string path);
+
+    // The host's path of a device path ("/velafs/SDD").
+    std::string at(const std::string& devicePath) const;
+
+    const std::string& path() const {
+        return mPath;
+    }
+
+    // Makes /velafs a file system of its own of `bytes`, empty.
+    void mountPartition(size_t bytes) const;
+
+    // Takes that file system away again and leaves what it held in an ordinary folder.
+    void unmountPartition() const;
+
+    // Makes it this process's "/" and working directory.
+    void enter() const;
+
+private:
+    std::string mPath;
+};
+
+// Enters a device root, and leaves it again at the end of its life.
+class InsideRoot {
+public:
+    explicit InsideRoot(const DeviceRoot& root);
+    ~InsideRoot();
+    InsideRoot(const InsideRoot&) = delete;
+    InsideRoot& operator=(const InsideRoot&) = delete;
+
+private:
+    int mOldRoot;
+    int mOldFolder;
+};
+
+}  // namespace lab

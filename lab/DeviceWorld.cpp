@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: Apache-2.0
+// The world around the daemon during one boot: what changes by itself, how the platform answers the
+// daemon, and what the daemon is seen to do. Runs inside the device root.
+
+#include "DeviceWorld.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <utility>
+
+#include "Archive.h"
+#include "Files.h"
+
+namespace lab {
+
+namespace {
+
+using How = WatchedFile::How;
+
+constexpr const char* kKelRequestFile = "/dev/kel/requests";
+constexpr const char* kKelCapture = "/velafs/boot_vigil/0xffffff06";
+
+std::vector<WatchedFile> watchedFiles() {
+    std::vector<WatchedFile> files = {
+            {std::string(kPropertyDir) + "sys.bootvigil.version", "version", How::TEXT, "", ""},
+            {"/velafs/SDD/bfRecord.txt", "record", How::LINES, "", ""},
+            {"/velafs/SDD/bfRecord_backup.txt", "backup", How::LINES, "", ""},
+            {"/velafs/SDD/bfflag.txt", "flag", How::TEXT, "", ""},
+            {"/velafs/boot_vigil/reason.txt", "reason", How::TEXT, "", ""},
+            {"/velafs/boot_vigil/pmic_info", "pmic", How::LINES, "", ""},
+            {"/velafs/boot_vigil/mem_hwinfo", "hwinfo", How::TEXT, "", ""},
+            {kKelRequestFile, "kel", How::LINES, "", ""},
+            {"/dev/kmsg", "kmsg", How::TEXT, "", ""},
+    };
+    for (const char* name :
+         {"android_crash_log", "android_main_log", "android_events_log", "android_system_log",
+          "android_radio_log", "sys_kernel_log", "console-ramoops-0"}) {
+        files.push_back({std::string("/velafs/boot_vigil/log/") + name + ".zs", "captured",
+                         How::ARCHIVE, name, ""});
+    }
+    files.push_back({"/velafs/boot_vigil/log/info", "journal", How::LINES, "", ""});
+    files.push_back({"/velafs/boot_vigil/recovery_flag.txt", "history", How::TEXT, "", ""});
+    for (const char* name : {"boot_vigil", "recovery_record"}) {
+        files.push_back(
+                {std::string("/velafs/SDD/bf_upload/") + name, "upload", How::TEXT, name, ""});
+    }
+    files.push_back(
+            {std::string(kPropertyDir) + kRebootRequest, "request", How::TEXT, "reboot", ""});
+    files.push_back({std::string(kPropertyDir) + kResetRequest, "request", How::TEXT, "reset", ""});
+    return files;
+}
+
+// Changes whenever the file has been written; empty when it isn't there.
+std::string identity(const std::string& path) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0) return "";
+    return std::to_string(info.st_ino) + ":" + std::to_string(info.st_size) + ":" +
+           std::to_string(info.st_mtim.tv_sec) + ":" + std::to_string(info.st_mtim.tv_nsec);
+}
+
+// Takes the next line off `text`.
+std::string takeLine(std::string& text) {
+    const size_t end = text.find('\n');
+    std::string line = text.substr(0, end);
+    text.erase(0, end == std::string::npos ? end : end + 1);
+    return line;
+}
+
+// Writes zeros until nothing more fits, byte by byte in the end.
+void fillPartition(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0) return;
+    const std::string zeros(4096, '\0');
+    for (size_t size = zeros.size(); size > 0; size /= 2) {
+        while (write(fd, zeros.data(), size) == static_cast<ssize_t>(size)) {
+        }
+    }
+    close(fd);
+}
+
+constexpr unsigned long kFreeBytes = 1UL << 30;  // of a partition that is no file system of its own
+
+}  // namespace
+
+DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog& log)
+    : mBoot(boot),
+      mRebootAfter(device.rebootAfter),
+      mOwnPartition(device.partitionSize.has_value()),
+      mLog(log),
+      mChanges(boot.changes),
+      mWatched(watchedFiles()) {
+    for (WatchedFile& file : mWatched) report(file, /* silent= */ true);
+    showProfile(0);
+}
+
+void DeviceWorld::advanceTo(int64_t target) {
+    observe();
+    answerRequests();
+    while (!mChanges.empty() && mChanges.front().at <= target) {
+        const Change change = mChanges.front();
+        mChanges.erase(mChanges.begin());
+        vtime::setNow(std::max(vtime::now(), change.at));
+        try {
+            apply(change);
+        } catch (const std::exception& error) {
+            fprintf(stderr, "lab: %s\n", error.what());
+            _exit(kBrokenLab);
+        }
+    }
+    if (target != kNever) showProfile(target);
+}
+
+void DeviceWorld::apply(const Change& change) {
+    const int64_t now = vtime::now();
+    switch (change.kind) {
+        case Change::Kind::SET:
+            writeFile(kPropertyDir + change.name, change.value);
+            mLog.add(now, "set", {{"name", change.name}, {"value", change.value}});
+            break;
+        case Change::Kind::WRITE:
+            writeFile(change.name, change.value);
+            mLog.add(now, "write", {{"path", change.name}});
+            break;
+        case Change::Kind::REMOVE:
+            std::filesystem::remove_all(change.name);
+            mLog.add(now, "remove", {{"path", change.name}});
+            break;
+        case Change::Kind::FILL:
+            fillPartition(change.name);
+            mLog.add(now, "fill", {{"path", change.name}});
+            break;
+        case Change::Kind::READ_ONLY:
+            if (mount(nullptr, change.name.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) !=
+                0) {
+                failWithErrno("cannot make read-only", change.name);
+            }
+            mLog.add(now, "read-only", {{"path", change.name}});
+            break;
+        case Change::Kind::POWER_CYCLE:
+        case Change::Kind::PLATFORM_REBOOT:
+        case Change::Kind::END:
+            // The power goes while the daemon is still running.
+            mLog.add(now, "end",
+                     {{"why", change.kind == Change::Kind::END ? "still running" : "cut off"}});
+            _exit(kCutOff);
+    }
+}
+
+void DeviceWorld::add(Change change) {
+    const auto later =
+            std::upper_bound(mChanges.begin(), mChanges.end(), change,
+                             [](const Change& a, const Change& b) { return a.at < b.at; });
+    mChanges.insert(later, std::move(change));
+}
+
+// What the platform does about the daemon's requests, after its own delay.
+void DeviceWorld::answerRequests() {
+    const int64_t now = vtime::now();
+    if (!mRequestSeen && (fileExists(std::string(kPropertyDir) + kRebootRequest) ||
+                          fileExists(std::string(kPropertyDir) + kResetRequest))) {
+        mRequestSeen = true;
+        add({now + mRebootAfter, Change::Kind::PLATFORM_REBOOT, "", ""});
+    }
+    std::string requests = readFileOr(kKelRequestFile, "");
+    if (requests != mKelRequests) {
+        mKelRequests = std::move(requests);
+        if (mBoot.kelAnswersAfter) {
+            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kKelCapture, "capture\n"});
+        }
+    }
+}
+
+void DeviceWorld::showProfile(int64_t now) {
+    if (mBoot.profileText) {
+        if (now == 0) writeFile(mBoot.profilePath, *mBoot.profileText);
+        return;
+    }
+    const size_t events = mBoot.profile.eventsBy(now);
+    if (events == mEventsShown && now != 0) return;
+    mEventsShown = events;
+    writeFile(mBoot.profilePath, mBoot.profile.at(now));
+}
+
+void DeviceWorld::observe() {
+    for (WatchedFile& file : mWatched) report(file, /* silent= */ false);
+}
+
+void DeviceWorld::report(WatchedFile& file, bool silent) {
+    const bool archive = file.how == How::ARCHIVE;
+    std::string content = archive ? identity(file.path) : readFileOr(file.path, "");
+    // An empty file differs from none.
+    if (!archive && fileExists(file.path)) content += '\0';
+    if (content == file.seen) return;
+    const std::string before = std::exchange(file.seen, content);
+    if (silent) return;
+
+    Record fields = Record::object();
+    if (!file.name.empty()) fields["name"] = file.name;
+    if (content.empty()) {
+        fields["removed"] = true;
+        mLog.add(vtime::now(), file.kind, fields);
+        return;
+    }
+    if (archive) {
+        const ArchiveInfo info = inspectArchive(file.path);
+        fields["bytes"] = info.content;
+        fields["compressed"] = info.size;
+        if (!info.error.empty()) fields["error"] = info.error;
+        mLog.add(vtime::now(), file.kind, fields);
+        return;
+    }
+    content.pop_back();
+    if (file.how == How::TEXT) {
+        fields["text"] = content;
+        mLog.add(vtime::now(), file.kind, fields);
+        return;
+    }
+    const std::string old = before.empty() ? before : before.substr(0, before.size() - 1);
+    const bool extended = content.compare(0, old.size(), old) == 0;
+    if (!extended) fields["rewritten"] = true;
+    std::string lines = extended ? content.substr(old.size()) : content;
+    if (extended && lines.empty()) return;  // created, and nothing written yet
+    do {
+        fields["text"] = takeLine(lines);
+        mLog.add(vtime::now(), file.kind, fields);
+    } while (!lines.empty());
+}
+
+void DeviceWorld::onSignal(pid_t pid, int signal) {
+    observe();  // the daemon may not come to sleep again
+    mLog.add(vtime::now(), "signal", {{"signal", signal}, {"pid", pid}});
+}
+
+void DeviceWorld::onFreeSpace(const char* /* path */, struct statfs& info) {
+    if (mOwnPartition) return;
+    info.f_bsize = 4096;
+    info.f_bavail = kFreeBytes / 4096;
+}
+
+int DeviceWorld::onCancelMonitor() {
+    mLog.add(vtime::now(), "monitor", {{"text", "cancelled"}});
+    return 0;
+}
+
+}  // namespace lab

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// The world around the daemon during one boot: what changes by itself, how the platform answers the
+// daemon, and what the daemon is seen to do. Runs inside the device root.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "RunLog.h"
+#include "Scenario.h"
+#include "VirtualTime.h"
+
+namespace lab {
+
+constexpr const char* kPropertyDir = "/dev/__properties__/";
+constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
+constexpr const char* kResetRequest = "sys.velas_recovery_reset";
+
+// Exit statuses of the daemon's process that are none of its own.
+constexpr int kCutOff = 125;     // the boot ended before the daemon did
+constexpr int kBrokenLab = 126;  // the lab could not do its part, and has said so on standard error
+
+// A file that the daemon writes: every change of it becomes a record.
+struct WatchedFile {
+    enum class How { LINES, TEXT, ARCHIVE };
+    std::string path;
+    const char* kind;  // of the records
+    How how;           // new lines, the whole text, or the size of what a .zs file holds
+    std::string name;  // second word of the record, may be empty
+    std::string seen;  // content or identity at the last look
+};
+
+class DeviceWorld : public World {
+public:
+    // `boot` and `log` must outlive the world. Looks at the files once, so that only later changes
+    // are records.
+    DeviceWorld(const Scenario& device, const Boot& boot, RunLog& log);
+
+    void advanceTo(int64_t target) override;
+    void onSignal(pid_t pid, int signal) override;
+    int onCancelMonitor() override;
+    void onFreeSpace(const char* path, struct statfs& info) override;
+
+    // Records what the daemon has done since it was last looked at.
+    void observe();
+
+private:
+    void apply(const Change& change);
+    void add(Change change);
+    void answerRequests();
+    void showProfile(int64_t now);
+    void report(WatchedFile& file, bool silent);
+
+    const Boot& mBoot;
+    const int64_t mRebootAfter;
+    const bool mOwnPartition;
+    RunLog& mLog;
+    std::vector<Change> mChanges;  // to come, in order of time
+    std::vector<WatchedFile> mWatched;
+    size_t mEventsShown = 0;
+    bool mRequestSeen = false;
+    std::string mKelRequests;
+};
+
+}  // namespace lab

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// The 24-bit error number of a failure record, taken apart and put into words.
+
+#include "ErrorNumber.h"
+
+#include <stdio.h>
+
+#include "Bootvigil.h"
+
+namespace lab {
+
+namespace {
+
+constexpr int kFirstMilestone = 4;  // detail phase of a restart loop's first milestone
+
+std::string situation(const ErrorNumber& error) {
+    if (error.stamp) {
+        return error.reason == 1 ? "recovered within the boot that failed"
+                                 : "a boot completed after the failure";
+    }
+    if (error.type == 2 && error.phase == 4) {
+        const int milestone = error.detailPhase - kFirstMilestone;
+        if (milestone < 0 || milestone >= kMilestoneCount) return "restarts again and again";
+        return "restarts again and again, never reaching " + kBootMilestones[milestone];
+    }
+    if (error.type == 2 && error.phase == 5) return "system error declared by the platform";
+    if (error.type == 1 && error.phase == 3) return "kernel log kept from a failed boot";
+    if (error.type == 5) {
+        switch (error.phase) {
+            case 4:
+                return "stalled, system server not up";
+            case 5:
+                return "stalled in the system server";
+            case 6:
+                return "stalled in the set-up wizard";
+            case 7:
+                return "failure reported after boot";
+            case 8:
+                return "init log kept from a failed boot";
+            default:
+                break;
+        }
+    }
+    return "failure";
+}
+
+}  // namespace
+
+ErrorNumber decodeErrorNumber(unsigned long number) {
+    ErrorNumber error;
+    error.number = static_cast<uint32_t>(number);
+    error.phase = static_cast<int>(number >> 20 & 0xf);
+    error.detailPhase = static_cast<int>(number >> 12 & 0xff);
+    error.type = static_cast<int>(number >> 8 & 0xf);
+    error.reason = static_cast<int>(number & 0xff);
+    error.stamp = number >= 0xf00001 && number <= 0xf00002;
+    return error;
+}
+
+std::string describeErrorNumber(const ErrorNumber& error) {
+    char codes[96];
+    snprintf(codes, sizeof(codes), " (0x%x: phase %d, detail phase %d, type %d, reason %d)",
+             error.number, error.phase, error.detailPhase, error.type, error.reason);
+    if (error.stamp) snprintf(codes, sizeof(codes), " (0x%x)", error.number);
+    return situation(error) + codes;
+}
+
+}  // namespace lab

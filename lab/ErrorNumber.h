@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+// The 24-bit error number of a failure record, taken apart and put into words.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace lab {
+
+struct ErrorNumber {
+    uint32_t number = 0;
+    int phase = 0;        // 4 bits
+    int detailPhase = 0;  // 8 bits
+    int type = 0;         // 4 bits
+    int reason = 0;       // 8 bits
+    bool stamp = false;   // a recovery stamp, not a failure
+};
+
+ErrorNumber decodeErrorNumber(unsigned long number);
+
+// "stalled in the system server (0x502564: phase 5, detail phase 2, type 5, reason 100)"
+std::string describeErrorNumber(const ErrorNumber& error);
+
+}  // namespace lab

@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs the boots of a scenario, one after the other, on one simulated device in virtual time.
+
+#include "Saga.h"
+
+#include <android/log.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <new>
+#include <stdexcept>
+
+#include "DeviceWorld.h"
+#include "Files.h"
+
+// The daemon's own main, compiled under this name.
+int bootvigilMain();
+
+namespace lab {
+
+namespace {
+
+constexpr int kRealLimit = 300 * 1000;  // ms of real time for one boot
+constexpr time_t kBetweenBoots = 60;    // seconds of the clock
+constexpr int kDaemonPid = 398;         // in the simulated Android log
+constexpr int kHandlerTid = 402;
+
+// Alive in the child that is a boot; the looper's and the logger's callbacks need them.
+RunLog* gLog = nullptr;
+DeviceWorld* gWorld = nullptr;
+int gMainLog = -1;
+time_t gWallClock = 0;
+
+const char* priorityLetter(int priority) {
+    switch (priority) {
+        case ANDROID_LOG_DEBUG:
+            return "D";
+        case ANDROID_LOG_INFO:
+            return "I";
+        case ANDROID_LOG_ERROR:
+            return "E";
+        default:
+            return "?";
+    }
+}
+
+// Every line goes to the run's log and, as on a device, to the main buffer.
+void logLine(const __android_logger_data* data, const char* message) {
+    const int64_t now = vtime::now();
+    const char* priority = priorityLetter(data->priority);
+    gLog->add(now, "log", {{"priority", priority}, {"text", message}});
+
+    const time_t seconds = gWallClock + now / 1000;
+    tm date = {};
+    gmtime_r(&seconds, &date);
+    char head[96];
+    const int tid = syscall(SYS_gettid) == getpid() ? kDaemonPid : kHandlerTid;
+    snprintf(head, sizeof(head), "%02d-%02d %02d:%02d:%02d.%03d %5d %5d %s %s: ", date.tm_mon + 1,
+             date.tm_mday, date.tm_hour, date.tm_min, date.tm_sec, static_cast<int>(now % 1000),
+             kDaemonPid, tid, priority, data->tag);
+    std::string line = std::string(head) + message;
+    if (line.back() != '\n') line += '\n';
+    if (write(gMainLog, line.data(), line.size()) < 0) _exit(kBrokenLab);
+}
+
+// The lines of the sample from the `from`th byte on, `size` bytes of them.
+std::string sampleLog(const std::string& sample, size_t from, int64_t size) {
+    std::string text;
+    while (static_cast<int64_t>(text.size()) < size) {
+        text += sample.substr(from % sample.size(), static_cast<size_t>(size) - text.size());
+        from = 0;
+    }
+    if (!text.empty()) text.back() = '\n';
+    return text;
+}
+
+void redirect(const std::string& path, int target) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0 || dup2(fd, target) < 0) failWithErrno("cannot write", path);
+    close(fd);
+}
+
+// Waits for the boot; false when it took too much real time.
+bool waitForExit(pid_t child) {
+    const int fd = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+    if (fd < 0) return true;  // waitpid waits then
+    pollfd exited = {fd, POLLIN, 0};
+    int ready = 0;
+    while ((ready = poll(&exited, 1, kRealLimit)) < 0 && errno == EINTR) {
+    }
+    close(fd);
+    return ready > 0;
+}
+
+}  // namespace
+
+Saga::Saga(const Scenario& scenario, std::string folder)
+    : mScenario(scenario),
+      mFolder(std::filesystem::absolute(folder)),
+      mRoot(mFolder + "/root"),
+      mLog(mFolder + "/run.jsonl"),
+      mClock(scenario.clock) {}
+
+void Saga::run() {
+    prepareDevice();
+    int number = 0;
+    for (const Boot& boot : mScenario.boots) {
+        mLog.setBoot(++number);
+        prepareBoot(boot);
+        mLog.add(0, "boot", {{"about", boot.about}, {"reason", mBootReason}});
+        mOutcomes.push_back(runBoot(boot, number));
+        finishBoot(mOutcomes.back());
+    }
+    if (mScenario.partitionSize) mRoot.unmountPartition();
+}
+
+void Saga::prepareDevice() {
+    if (mScenario.partitionAbsent) {
+        std::filesystem::remove_all(mRoot.at("/velafs"));
+    } else if (mScenario.partitionSize) {
+        mRoot.mountPartition(static_cast<size_t>(*mScenario.partitionSize));
+        makeFolders(mRoot.at("/velafs/boot_vigil/log"), 0777);
+        makeFolders(mRoot.at("/velafs/SDD"), 0777);
+    }
+    if (!mScenario.logFolder) std::filesystem::remove_all(mRoot.at("/velafs/boot_vigil/log"));
+    makeFolders(mRoot.at("/data/vela_dfr"));
+    for (const auto& [path, content] : mScenario.files) writeFile(mRoot.at(path), content);
+}
+
+// What a boot starts with: /dev, /proc and the properties are new, /velafs and /data stay.
+void Saga::prepareBoot(const Boot& boot) {
+    for (const char* folder : {"/dev", "/proc", "/sys/fs/pstore"}) {
+        std::filesystem::remove_all(mRoot.at(folder));
+        makeFolders(mRoot.at(folder));
+    }
+    writeFile(mRoot.at("/proc/cmdline"), mScenario.commandLine);
+    writeFile(mRoot.at("/dev/bootvigilk"), "");
+    makeFolders(mRoot.at("/dev/kel"));
+    makeFolders(mRoot.at("/dev/velarawlog"));
+    if (!mLastConsole.empty()) {
+        writeFile(mRoot.at("/sys/fs/pstore/console-ramoops-0"), mLastConsole);
+    }
+    fillLogs();
+
+    TextMap properties = mPersistent;
+    properties["sys.boot.reason"] = mBootReason;
+    for (const TextMap* map : {&mScenario.properties, &boot.properties}) {
+        for (const auto& [name, value] : *map) properties[name] = value;
+    }
+    for (const auto& [name, value] : properties) {
+        writeFile(mRoot.at(kPropertyDir + name), value);
+    }
+    for (const auto& [path, content] : boot.files) writeFile(mRoot.at(path), content);
+}
+
+void Saga::fillLogs() {
+    static const std::string sample = readFile(LAB_DATA_DIR "/logs/logcat_sample.txt");
+    size_t from = 0;
+    for (const auto& [buffer, size] : mScenario.logSizes) {
+        writeFile(mRoot.at("/dev/log/" + buffer), sampleLog(sample, from, size));
+        from += 20000;  // so that the buffers differ
+    }
+}
+
+BootOutcome Saga::runBoot(const Boot& boot, int number) {
+    const std::string errors = mFolder + "/boot-" + std::to_string(number) + ".stderr";
+    // The clock is shared, so that it can be read when the daemon was killed.
+    void* shared = mmap(nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED) failWithErrno("cannot map", "a clock");
+    auto* clock = new (shared) std::atomic<int64_t>(0);
+    const auto started = std::chrono::steady_clock::now();
+    fflush(nullptr);
+
+    const pid_t child = fork();
+    if (child < 0) failWithErrno("cannot fork", "a boot");
+    if (child == 0) {
+        try {
+            setpgid(0, 0);  // a signal to the daemon's own group stays within the boot
+            redirect("/dev/null", STDOUT_FILENO);
+            redirect(errors, STDERR_FILENO);
+            gLog = &mLog;
+            gWallClock = mClock;
+            // As init starts a service.
+            clearenv();
+            setenv("PATH", "/system/bin", 1);
+            umask(077);
+            const rlimit noCore = {0, 0};
+            setrlimit(RLIMIT_CORE, &noCore);
+            mRoot.enter();
+            gMainLog = open("/dev/log/main", O_WRONLY | O_APPEND | O_CLOEXEC);
+            gWorld = new DeviceWorld(mScenario, boot, mLog);
+            atexit([] { gWorld->observe(); });
+            __android_log_set_logger(logLine);
+            vtime::start(gWorld, clock, mClock);
+            bootvigilMain();
+        } catch (const std::exception& error) {
+            fprintf(stderr, "lab: %s\n", error.what());
+        }
+        _exit(kBrokenLab);
+    }
+
+    const bool inTime = waitForExit(child);
+    if (!inTime) kill(-child, SIGKILL);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
+    BootOutcome outcome = {*clock, real.count(), readFileOr(errors, "")};
+    munmap(shared, sizeof(std::atomic<int64_t>));
+    if (!inTime) throw std::runtime_error("a boot took too much real time; see " + mFolder);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kBrokenLab) {
+        throw std::runtime_error(outcome.errors);
+    }
+    if (WIFSIGNALED(status)) {
+        mLog.add(outcome.endedAt, "killed", {{"signal", WTERMSIG(status)}});
+    } else if (WEXITSTATUS(status) != kCutOff) {
+        mLog.add(outcome.endedAt, "exit", {{"status", WEXITSTATUS(status)}});
+    }
+    return outcome;
+}
+
+// What the platform makes of the boot before the next one.
+void Saga::finishBoot(const BootOutcome& outcome) {
+    mPersistent.clear();
+    const std::string properties = mRoot.at(kPropertyDir);
+    for (const auto& entry : std::filesystem::directory_iterator(properties)) {
+        const std::string name = entry.path().filename();
+        if (name.rfind("persist.", 0) == 0) mPersistent[name] = readFile(entry.path());
+    }
+    if (fileExists(properties + kResetRequest)) {
+        mBootReason = "reboot,factory_reset";
+        mPersistent.clear();
+        std::filesystem::remove_all(mRoot.at("/data"));
+        makeFolders(mRoot.at("/data/vela_dfr"));
+    } else if (fileExists(properties + kRebootRequest)) {
+        mBootReason = "reboot,velarecovery";
+    } else {
+        mBootReason = "cold,powerkey";
+    }
+    mLastConsole =
+            readFileOr(mRoot.at("/dev/log/kernel"), "") + readFileOr(mRoot.at("/dev/kmsg"), "");
+    mClock += outcome.endedAt / 1000 + kBetweenBoots;
+}
+
+}  // namespace lab

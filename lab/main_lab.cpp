@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// bootvigil-lab: runs scenarios of simulated devices.
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+
+#include <CLI/CLI.hpp>
+
+#include "DeviceRoot.h"
+#include "Files.h"
+#include "Saga.h"
+#include "Scenario.h"
+#include "Timeline.h"
+
+namespace {
+
+using namespace lab;
+
+constexpr int kFailed = 1;  // an expectation does not hold, or the scenario can't be run
+
+// A folder for a run that names none; kept, because it holds what the daemon wrote.
+std::string makeRunFolder() {
+    const char* base = getenv("TMPDIR");
+    std::string path = std::string(base != nullptr ? base : "/tmp") + "/bootvigil-lab-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) failWithErrno("cannot make", path);
+    return path;
+}
+
+void printEffects(const std::vector<Record>& records) {
+    for (const Record& record : records) {
+        if (record["kind"] == "boot") printf("boot %s\n", record["boot"].dump().c_str());
+        if (const auto line = effectLine(record)) printf("%s\n", line->c_str());
+    }
+}
+
+int run(const std::string& file, std::string folder, bool quiet, bool effects) {
+    const Scenario scenario = readScenario(file);
+    const bool named = !folder.empty();
+    if (!named) folder = makeRunFolder();
+    makeFolders(folder);
+    Saga saga(scenario, folder);
+    saga.run();
+    const std::vector<Record> records = saga.records();
+
+    if (effects) {
+        printEffects(records);
+    } else if (!quiet) {
+        printf("%s\n", scenario.about.c_str());
+        const bool colour = isatty(STDOUT_FILENO) != 0;
+        for (size_t i = 0; i < saga.outcomes().size(); ++i) {
+            printf("\n");
+            for (const std::string& line : describeBoot(records, static_cast<int>(i) + 1, colour)) {
+                printf("%s\n", line.c_str());
+            }
+            printf("  %.3f s of device time took %.0f ms\n",
+                   static_cast<double>(saga.outcomes()[i].endedAt) / 1000,
+                   saga.outcomes()[i].realSeconds * 1000);
+        }
+    }
+
+    std::vector<std::string> errors;
+    for (const BootOutcome& outcome : saga.outcomes()) errors.push_back(outcome.errors);
+    const std::vector<std::string> differences =
+            compareWithScenario(scenario, records, errors, saga.root().path());
+    if (!differences.empty()) {
+        fprintf(stderr, "%s does not hold:\n", file.c_str());
+        for (const std::string& line : differences) fprintf(stderr, "%s\n", line.c_str());
+        fprintf(stderr, "what the daemon left behind: %s\n", folder.c_str());
+        return kFailed;
+    }
+    if (quiet && !named) {
+        std::filesystem::remove_all(folder);
+    } else {
+        printf("\nwhat the daemon left behind: %s/root/velafs\n", folder.c_str());
+    }
+    return 0;
+}
+
+int runCommandLine(int argc, char** argv) {
+    CLI::App app("Boots the daemon on simulated devices, in virtual time.");
+    app.require_subcommand(1);
+    CLI::App* runCommand = app.add_subcommand("run", "run a scenario and check what it expects");
+    std::string file;
+    std::string folder;
+    bool quiet = false;
+    bool effects = false;
+    runCommand->add_option("scenario", file, "the scenario, a YAML file")->required();
+    runCommand->add_option("--out", folder, "keep the run in this folder (missing or empty)");
+    runCommand->add_flag("--quiet", quiet, "print only what does not hold");
+    runCommand->add_flag("--effects", effects,
+                         "print the lines that a scenario's timeline expects");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    return run(file, folder, quiet || effects, effects);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        lab::requireDeviceRoot(argv);
+        return runCommandLine(argc, argv);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "bootvigil-lab: %s\n", error.what());
+        return kFailed;
+    }
+}
