@@ -29,7 +29,7 @@ constexpr const char* kBusybox = "/bin/busybox";
 constexpr const char* kInNamespace = "BOOTVIGIL_LAB_IN_NAMESPACE";
 
 // A device's shell and tools are one binary; so are these.
-constexpr const char* kTools[] = {"sh", "cat", "rm", "tar", "printf", "head", "yes"};
+constexpr const char* kTools[] = {"sh", "cat", "rm", "tar", "printf", "head", "yes", "sleep"};
 
 // Like a device's: they print what the simulated buffers hold.
 constexpr const char* kLogcat =

@@ -66,6 +66,11 @@ std::string identity(const std::string& path) {
            std::to_string(info.st_mtim.tv_sec) + ":" + std::to_string(info.st_mtim.tv_nsec);
 }
 
+// The content of an ordinary file; a scenario may put a folder in its place.
+std::string textOf(const std::string& path) {
+    return std::filesystem::is_regular_file(path) ? readFile(path) : "";
+}
+
 // Takes the next line off `text`.
 std::string takeLine(std::string& text) {
     const size_t end = text.find('\n');
@@ -169,7 +174,7 @@ void DeviceWorld::answerRequests() {
         mRequestSeen = true;
         add({now + mRebootAfter, Change::Kind::PLATFORM_REBOOT, "", ""});
     }
-    std::string requests = readFileOr(kKelRequestFile, "");
+    std::string requests = textOf(kKelRequestFile);
     if (requests != mKelRequests) {
         mKelRequests = std::move(requests);
         if (mBoot.kelAnswersAfter) {
@@ -195,7 +200,7 @@ void DeviceWorld::observe() {
 
 void DeviceWorld::report(WatchedFile& file, bool silent) {
     const bool archive = file.how == How::ARCHIVE;
-    std::string content = archive ? identity(file.path) : readFileOr(file.path, "");
+    std::string content = archive ? identity(file.path) : textOf(file.path);
     // An empty file differs from none.
     if (!archive && fileExists(file.path)) content += '\0';
     if (content == file.seen) return;

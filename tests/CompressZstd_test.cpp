@@ -6,12 +6,14 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
 #include "Archive.h"
+#include "Bootvigil.h"
 #include "DeviceTest.h"
 #include "Files.h"
 
@@ -53,6 +55,15 @@ std::string expectedStream(const std::string& in) {
         out += block;
         if (block.size() < kBlock) return out;
     }
+}
+
+// A signal interrupts the process's next wait, as any handler that does not restart calls would.
+void interruptSoon() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval soon = {{0, 0}, {0, 50000}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
 }
 
 class CompressZstdTest : public DeviceTest {
@@ -212,6 +223,44 @@ TEST_F(CompressZstdTest, ResourceFailuresEndTheProcess) {
             testing::ExitedWithCode(3), "fclose: File too large");
     EXPECT_EXIT(file(path, "none/out"), testing::ExitedWithCode(2),
                 "/data/none/out: No such file or directory");
+}
+
+TEST_F(CompressZstdTest, ReadThatIsInterruptedEndsTheProcess) {
+    EXPECT_EXIT(
+            {
+                interruptSoon();
+                command("sleep 1");
+            },
+            testing::ExitedWithCode(4), "fread: Interrupted system call");
+    EXPECT_EXIT(
+            {
+                interruptSoon();
+                std::string output;
+                Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
+            },
+            testing::ExitedWithCode(4), "fread: Interrupted system call");
+}
+
+TEST_F(CompressZstdTest, LackOfMemoryEndsTheProcess) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's own memory is not to be limited";
+#endif
+    write("/data/in", "text");
+    const auto useUpMemory = [] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_DATA, &none);
+        for (volatile bool got = true; got;) got = malloc(kBlock) != nullptr;
+    };
+    const auto starve = [&](bool stream) {
+        useUpMemory();
+        if (stream) {
+            mCompressor.compressStreamFile("/data/in", "out", 5);
+        } else {
+            file("/data/in");
+        }
+    };
+    EXPECT_EXIT(starve(false), testing::ExitedWithCode(8), "malloc: Cannot allocate memory");
+    EXPECT_EXIT(starve(true), testing::ExitedWithCode(8), "malloc: Cannot allocate memory");
 }
 
 TEST_F(CompressZstdTest, OutputPathHoldsUpTo255Characters) {
