@@ -108,10 +108,13 @@ std::string describeArchive(const Record& record) {
     const auto bytes = record["bytes"].get<double>();
     const auto compressed = record["compressed"].get<double>();
     char text[128];
-    snprintf(text, sizeof(text), "%-18s %8.0f bytes -> %7.0f (%.1fx)",
-             field(record, "name").c_str(), bytes, compressed,
-             compressed > 0 ? bytes / compressed : 0);
-    return record.contains("error") ? text + (", " + field(record, "error")) : text;
+    snprintf(text, sizeof(text), "%-18s %8.0f bytes -> %7.0f", field(record, "name").c_str(), bytes,
+             compressed);
+    char ratio[32] = "";
+    if (bytes > 0 && compressed > 0) snprintf(ratio, sizeof(ratio), " (%.1fx)", bytes / compressed);
+    std::string line = std::string(text) + ratio;
+    if (record.contains("error")) line += ", " + field(record, "error");
+    return line;
 }
 
 // "pid-process | event", the last event that the daemon saw, in words.
