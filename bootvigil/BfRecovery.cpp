@@ -38,17 +38,6 @@ constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 constexpr int kLastEarlyReason = 100;  // larger reasons are judged by the check after boot only
 
-struct ReasonList {
-    int reason;
-    int modes[kRecoveryListSize];
-};
-
-constexpr ReasonList kDefaultLists[] = {
-        {100, {1, 2, 5, 0, 0}}, {20, {1, 2, 5, 0, 0}}, {21, {1, 5, 0, 0, 0}},
-        {23, {1, 5, 0, 0, 0}},  {22, {1, 5, 0, 0, 0}}, {99, {5, 1, 0, 0, 0}},
-        {120, {1, 2, 5, 0, 0}},
-};
-
 // This system's own rule: the table is filled by a line of the override file that matches and is
 // long enough, and otherwise keeps what an earlier failure of the same run put into it.
 int gOverrideModes[kRecoveryListSize] = {};
@@ -164,7 +153,7 @@ void BfRecovery::chooseRecoveryList(int errCode) {
         return;
     }
     ALOGD("use defalt RecoveryList");
-    for (const ReasonList& entry : kDefaultLists) {
+    for (const RecoveryList& entry : kDefaultRecoveryLists) {
         if (entry.reason == errCode) {
             mRecoveryList = entry.modes;
             return;

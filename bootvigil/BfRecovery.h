@@ -3,15 +3,7 @@
 
 #pragma once
 
-// Recovery modes, the values of a recovery list.
-enum RecoveryMode {
-    RECOVERY_NONE = 0,  // end of the list
-    RECOVERY_REBOOT = 1,
-    RECOVERY_WAIT_USER = 2,
-    RECOVERY_DATA_RESET = 5,
-};
-
-constexpr int kRecoveryListSize = 5;
+#include "RecoveryLists.h"
 
 class BfRecovery {
 public:

@@ -30,20 +30,6 @@ const std::string kMemHwInfoPath = "/velafs/boot_vigil/mem_hwinfo";
 const std::string kHealthInfoPath = "proc/vela_healthinfo/healthinfo_show";
 const std::string kLogInfoPath = "/velafs/boot_vigil/log/info";
 
-const std::string kBootMilestones[kMilestoneCount] = {
-        "vold:fbeEnable:START",
-        "Zygote:Preload Start",
-        "Zygote:Preload End",
-        "Android:SysServerInit_START",
-        "Android:PackageManagerService_Start",
-        "Android:PMS_scan_START",
-        "Android:PMS_scan_END",
-        "Android:PMS_READY",
-        "AMS:systemReady",
-        "AMS:AMS_READY",
-        "Android:SysServerInit_END",  // last, though it ends before some of those above
-};
-
 std::string kBootProfPath = "/proc/bootprof";
 
 namespace {

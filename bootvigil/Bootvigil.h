@@ -9,16 +9,12 @@
 #include <utils/RefBase.h>
 
 #include "BfRecovery.h"
+#include "BootMilestones.h"
 #include "BootvigilHandler.h"
 #include "ErrNumInfo.h"
 #include "Handler.h"
 #include "StoragePaths.h"
 #include "compress/CompressBase.h"
-
-constexpr int kMilestoneCount = 11;
-
-// The boot milestones in the table's own order; index + 4 is a restart loop's detail phase.
-extern const std::string kBootMilestones[kMilestoneCount];
 
 // The boot profile to read; MSG_START switches it to "/proc/velabootprof" where that exists.
 extern std::string kBootProfPath;

@@ -32,11 +32,10 @@ constexpr const char* kPackageFiles =
         "/data/system/users/0.xml;/data/system/users/userlist.xml"
         "/data/system/packages.xml;/data/system/uiderrors.txt";
 
-// The detail phase names the situation; 4 to 14 are a milestone's index + 4.
+// The detail phase names the situation; 4 to 14 are milestones.
 constexpr uint8_t kBeforeSystemServer = 1;
 constexpr uint8_t kInSystemServer = 2;
 constexpr uint8_t kAnimationShown = 3;
-constexpr uint8_t kFirstMilestone = 4;
 constexpr uint8_t kPmsScanEnd = 10;
 constexpr uint8_t kPmsReady = 11;
 constexpr uint8_t kNoMilestone = 255;
@@ -84,7 +83,7 @@ uint8_t detailOfReason(const std::string& reason) {
     const auto* end = std::end(kBootMilestones);
     const auto* found = std::find(std::begin(kBootMilestones), end, reason);
     if (found == end) return kNoMilestone;
-    return static_cast<uint8_t>(found - std::begin(kBootMilestones) + kFirstMilestone);
+    return static_cast<uint8_t>(found - std::begin(kBootMilestones) + kFirstMilestoneDetail);
 }
 
 }  // namespace

@@ -215,7 +215,7 @@ void DeviceWorld::report(WatchedFile& file, bool silent) {
         return;
     }
     if (archive) {
-        const ArchiveInfo info = inspectArchive(file.path);
+        const report::ArchiveInfo info = report::inspectArchive(file.path);
         fields["bytes"] = info.content;
         fields["compressed"] = info.size;
         if (!info.error.empty()) fields["error"] = info.error;

@@ -136,8 +136,8 @@ std::string describeRecord(const std::string& line) {
     if (number == std::string::npos || info == std::string::npos) return "";
     const size_t start = info + infoKey.size();
     const std::string event = line.substr(start, line.find(";    ", start) - start);
-    std::string text = describeErrorNumber(
-            decodeErrorNumber(strtoul(line.c_str() + number + numberKey.size(), nullptr, 16)));
+    std::string text = report::describeErrorNumber(report::decodeErrorNumber(
+            strtoul(line.c_str() + number + numberKey.size(), nullptr, 16)));
     if (!event.empty()) text.append("; last event: ").append(describeLastEvent(event));
     return text;
 }

@@ -171,8 +171,8 @@ TEST_F(CompressZstdTest, MemoryDoesNotGrowWithTheInput) {
     const long before = peak();
     EXPECT_EQ(command("yes 'a line of a log' | head -c 104857600"), 0);
     EXPECT_LT(peak() - before, 16384);  // a sanitizer holds freed memory back
-    EXPECT_EQ(lab::inspectArchive(kOut).content, 104857600);
-    EXPECT_EQ(lab::inspectArchive(kOut).error, "");
+    EXPECT_EQ(report::inspectArchive(kOut).content, 104857600);
+    EXPECT_EQ(report::inspectArchive(kOut).error, "");
 }
 
 TEST_F(CompressZstdTest, InputThatCannotBeRead) {
@@ -186,7 +186,7 @@ TEST_F(CompressZstdTest, InputThatCannotBeRead) {
             logged("I compressStreamFile (/data/none) fail,reason : No such file or directory\n"));
     // a folder opens but can't be read: an empty frame
     EXPECT_EQ(stream("/data"), 0);
-    EXPECT_EQ(lab::readArchive(kOut), "");
+    EXPECT_EQ(report::readArchive(kOut), "");
     EXPECT_EXIT(file("/data"), testing::ExitedWithCode(4), "fread: Is a directory");
     EXPECT_EXIT(commandWithoutDescriptors(), testing::ExitedWithCode(42), "");
 }

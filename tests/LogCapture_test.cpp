@@ -123,7 +123,7 @@ TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
     EXPECT_EQ(order.size(), 6U);  // the console is no command
     for (size_t i = 0; i < std::size(logs); ++i) {
         const std::string file = logs[i].first + std::string(".zs");
-        EXPECT_EQ(lab::readArchive("/velafs/boot_vigil/log/" + file), logs[i].second);
+        EXPECT_EQ(report::readArchive("/velafs/boot_vigil/log/" + file), logs[i].second);
         if (i < order.size()) {
             EXPECT_EQ(order[i], file);
         }

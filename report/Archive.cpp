@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace lab {
+namespace report {
 
 namespace {
 
@@ -75,4 +75,4 @@ std::string readArchive(const std::string& path) {
     return content;
 }
 
-}  // namespace lab
+}  // namespace report

@@ -5,13 +5,11 @@
 
 #include <stdio.h>
 
-#include "Bootvigil.h"
+#include "BootMilestones.h"
 
-namespace lab {
+namespace report {
 
 namespace {
-
-constexpr int kFirstMilestone = 4;  // detail phase of a restart loop's first milestone
 
 std::string situation(const ErrorNumber& error) {
     if (error.stamp) {
@@ -19,7 +17,7 @@ std::string situation(const ErrorNumber& error) {
                                  : "a boot completed after the failure";
     }
     if (error.type == 2 && error.phase == 4) {
-        const int milestone = error.detailPhase - kFirstMilestone;
+        const int milestone = error.detailPhase - kFirstMilestoneDetail;
         if (milestone < 0 || milestone >= kMilestoneCount) return "restarts again and again";
         return "restarts again and again, never reaching " + kBootMilestones[milestone];
     }
@@ -65,4 +63,4 @@ std::string describeErrorNumber(const ErrorNumber& error) {
     return situation(error) + codes;
 }
 
-}  // namespace lab
+}  // namespace report

@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace lab {
+namespace report {
 
 struct ArchiveInfo {
     int64_t size = 0;     // bytes of the file
@@ -21,4 +21,4 @@ ArchiveInfo inspectArchive(const std::string& path);
 // The content of an intact archive; throws std::runtime_error naming the file otherwise.
 std::string readArchive(const std::string& path);
 
-}  // namespace lab
+}  // namespace report

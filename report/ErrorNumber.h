@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace lab {
+namespace report {
 
 struct ErrorNumber {
     uint32_t number = 0;
@@ -23,4 +23,4 @@ ErrorNumber decodeErrorNumber(unsigned long number);
 // "stalled in the system server (0x502564: phase 5, detail phase 2, type 5, reason 100)"
 std::string describeErrorNumber(const ErrorNumber& error);
 
-}  // namespace lab
+}  // namespace report
