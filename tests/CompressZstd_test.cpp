@@ -249,7 +249,9 @@ TEST_F(CompressZstdTest, LackOfMemoryEndsTheProcess) {
     const auto useUpMemory = [] {
         const rlimit none = {0, 0};
         setrlimit(RLIMIT_DATA, &none);
-        for (volatile bool got = true; got;) got = malloc(kBlock) != nullptr;
+        void* volatile block = nullptr;  // so that no compiler leaves the calls out
+        do block = malloc(kBlock);
+        while (block != nullptr);
     };
     const auto starve = [&](bool stream) {
         useUpMemory();
