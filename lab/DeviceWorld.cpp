@@ -190,7 +190,10 @@ void DeviceWorld::showProfile(int64_t now) {
     }
     const size_t events = mBoot.profile.eventsBy(now);
     if (events == mEventsShown && now != 0) return;
-    mEventsShown = events;
+    for (; mEventsShown < events; ++mEventsShown) {
+        const ProfileScript::Event& event = mBoot.profile.events()[mEventsShown];
+        mLog.add(event.us / 1000, "event", {{"name", event.name}});
+    }
     writeFile(mBoot.profilePath, mBoot.profile.at(now));
 }
 

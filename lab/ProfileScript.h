@@ -12,6 +12,12 @@ namespace lab {
 
 class ProfileScript {
 public:
+    struct Event {
+        int64_t us;        // since the kernel's start
+        std::string rest;  // ":  408-vold            : vold:fbeEnable:START"
+        std::string name;
+    };
+
     // A profile with no event.
     ProfileScript() = default;
 
@@ -38,13 +44,11 @@ public:
     // How many events have come by then.
     size_t eventsBy(int64_t now) const;
 
-private:
-    struct Event {
-        int64_t us;        // since the kernel's start
-        std::string rest;  // ":  408-vold            : vold:fbeEnable:START"
-        std::string name;
-    };
+    const std::vector<Event>& events() const {
+        return mEvents;
+    }  // in order of time
 
+private:
     std::vector<std::string> mHeader;
     std::vector<Event> mEvents;
 };

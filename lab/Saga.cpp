@@ -120,7 +120,8 @@ void Saga::run() {
     for (const Boot& boot : mScenario.boots) {
         mLog.setBoot(++number);
         prepareBoot(boot);
-        mLog.add(0, "boot", {{"about", boot.about}, {"reason", mBootReason}});
+        mLog.add(0, "boot",
+                 {{"about", boot.about}, {"reason", mBootReason}, {"clock", int64_t{mClock}}});
         mOutcomes.push_back(runBoot(boot, number));
         finishBoot(mOutcomes.back());
     }

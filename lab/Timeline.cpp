@@ -9,8 +9,10 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
+#include "BootMilestones.h"
 #include "ErrorNumber.h"
 #include "Files.h"
 
@@ -44,8 +46,8 @@ bool isLog(const Record& record) {
 }
 
 bool isWorld(const std::string& kind) {
-    static const std::set<std::string> kinds = {"boot",   "set",  "write",
-                                                "remove", "fill", "read-only"};
+    static const std::set<std::string> kinds = {"boot",   "event", "set",      "write",
+                                                "remove", "fill",  "read-only"};
     return kinds.count(kind) != 0;
 }
 
@@ -100,7 +102,12 @@ std::string personLine(double seconds, const std::string& kind, const std::strin
 std::string describeWorld(const Record& record) {
     const std::string kind = record["kind"];
     if (kind == "set") return field(record, "name") + " = " + escape(field(record, "value"));
-    return field(record, "path");
+    return field(record, kind == "event" ? "name" : "path");
+}
+
+bool isMilestone(const std::string& event) {
+    return std::find(std::begin(kBootMilestones), std::end(kBootMilestones), event) !=
+           std::end(kBootMilestones);
 }
 
 // Sizes of a captured log and how well it compresses.
@@ -215,6 +222,7 @@ std::vector<std::string> describeBoot(const std::vector<Record>& records, int bo
             const std::string verdict = describeRecord(field(record, "text"));
             if (!verdict.empty()) lines.push_back(personLine(seconds, "verdict", verdict, colour));
         }
+        if (kind == "event" && !isMilestone(field(record, "name"))) continue;
         std::string text = details(record);
         if (isWorld(kind)) text = describeWorld(record);
         if (kind == "captured" && record.contains("bytes")) text = describeArchive(record);
