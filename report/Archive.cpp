@@ -4,11 +4,13 @@
 #include "Archive.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zstd.h>
 
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -16,8 +18,6 @@
 namespace report {
 
 namespace {
-
-using Sink = std::function<void(const char*, size_t)>;
 
 struct Closer {
     void operator()(FILE* file) const {
@@ -28,13 +28,27 @@ struct Closer {
     }
 };
 
-ArchiveInfo decompress(const std::string& path, const Sink& sink) {
-    ArchiveInfo info;
-    const std::unique_ptr<FILE, Closer> file(fopen(path.c_str(), "rbe"));
-    if (!file) {
-        info.error = strerror(errno);
-        return info;
+// Nothing but an ordinary file is opened: a copy of a device's files comes from outside.
+FILE* openOrdinary(const std::string& path, std::string& error) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    struct stat info = {};
+    if (fd < 0 || fstat(fd, &info) != 0) {
+        error = strerror(errno);
+    } else if (!S_ISREG(info.st_mode)) {
+        error = "no ordinary file";
+    } else {
+        return fdopen(fd, "rb");
     }
+    if (fd >= 0) close(fd);
+    return nullptr;
+}
+
+}  // namespace
+
+ArchiveInfo readArchive(const std::string& path, const ArchiveSink& sink) {
+    ArchiveInfo info;
+    const std::unique_ptr<FILE, Closer> file(openOrdinary(path, info.error));
+    if (!file) return info;
     const std::unique_ptr<ZSTD_DCtx, Closer> context(ZSTD_createDCtx());
     std::vector<char> in(ZSTD_DStreamInSize());
     std::vector<char> out(ZSTD_DStreamOutSize());
@@ -50,7 +64,7 @@ ArchiveInfo decompress(const std::string& path, const Sink& sink) {
             if (ZSTD_isError(hint) != 0U) info.error = ZSTD_getErrorName(hint);
             full = hint != 0 && output.pos == output.size;
             info.content += static_cast<int64_t>(output.pos);
-            sink(out.data(), output.pos);
+            if (!sink(out.data(), output.pos)) return info;
         }
     }
     if (ferror(file.get()) != 0) {
@@ -61,16 +75,16 @@ ArchiveInfo decompress(const std::string& path, const Sink& sink) {
     return info;
 }
 
-}  // namespace
-
 ArchiveInfo inspectArchive(const std::string& path) {
-    return decompress(path, [](const char*, size_t) {});
+    return readArchive(path, [](const char*, size_t) { return true; });
 }
 
 std::string readArchive(const std::string& path) {
     std::string content;
-    const ArchiveInfo info =
-            decompress(path, [&](const char* data, size_t size) { content.append(data, size); });
+    const ArchiveInfo info = readArchive(path, [&](const char* data, size_t size) {
+        content.append(data, size);
+        return true;
+    });
     if (!info.error.empty()) throw std::runtime_error(path + ": " + info.error);
     return content;
 }

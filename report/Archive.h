@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 
 namespace report {
@@ -15,7 +16,14 @@ struct ArchiveInfo {
     std::string error;    // empty when the file is one whole, intact frame
 };
 
-// Reads the whole file in constant memory; a file that can't be read is an error in the result.
+// Gets the content piece by piece; false ends the reading.
+using ArchiveSink = std::function<bool(const char* data, size_t size)>;
+
+// Reads the file in constant memory, a damaged one as far as it goes; a file that can't be read, or
+// is no ordinary one, is an error in the result.
+ArchiveInfo readArchive(const std::string& path, const ArchiveSink& sink);
+
+// The same without its content.
 ArchiveInfo inspectArchive(const std::string& path);
 
 // The content of an intact archive; throws std::runtime_error naming the file otherwise.

@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kTag = " BOOTVIGIL_DEBUG: ";
 constexpr std::string_view kFirstText = "BOOTVIGIL boot_vigil_service start";
 constexpr size_t kClockLength = 18;  // "MM-DD HH:MM:SS.mmm"
-constexpr int kMaxHead = 60;         // bytes of a line before its tag, at the most
+constexpr size_t kMaxHead = 60;      // bytes of a line before its tag, at the most
 
 // Milliseconds since the year's beginning, -1 for what is no clock. Leap days count as days, which
 // is exact enough for differences within a run.
@@ -35,7 +35,7 @@ int64_t parseClock(const std::string& clock) {
 
 bool parseLine(std::string_view line, DaemonLine& parsed) {
     const size_t tag = line.find(kTag);
-    if (tag == std::string_view::npos || tag > kMaxHead || tag < kClockLength + 2) return false;
+    if (tag > kMaxHead || tag < kClockLength + 2) return false;  // npos is larger than any
     parsed.clock = line.substr(0, kClockLength);
     parsed.ms = parseClock(parsed.clock);
     if (parsed.ms < 0) return false;

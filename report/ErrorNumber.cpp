@@ -9,17 +9,21 @@
 
 namespace report {
 
-namespace {
+std::string missingMilestone(const ErrorNumber& error) {
+    const int milestone = error.detailPhase - kFirstMilestoneDetail;
+    const bool loop = !error.stamp && error.type == 2 && error.phase == 4;
+    return loop && milestone >= 0 && milestone < kMilestoneCount ? kBootMilestones[milestone] : "";
+}
 
-std::string situation(const ErrorNumber& error) {
+std::string describeSituation(const ErrorNumber& error) {
     if (error.stamp) {
-        return error.reason == 1 ? "recovered within the boot that failed"
+        return error.reason == 1 ? "the boot that failed has completed"
                                  : "a boot completed after the failure";
     }
     if (error.type == 2 && error.phase == 4) {
-        const int milestone = error.detailPhase - kFirstMilestoneDetail;
-        if (milestone < 0 || milestone >= kMilestoneCount) return "restarts again and again";
-        return "restarts again and again, never reaching " + kBootMilestones[milestone];
+        const std::string missing = missingMilestone(error);
+        const std::string loop = "restarts again and again";
+        return missing.empty() ? loop : loop + ", never reaching " + missing;
     }
     if (error.type == 2 && error.phase == 5) return "system error declared by the platform";
     if (error.type == 1 && error.phase == 3) return "kernel log kept from a failed boot";
@@ -32,7 +36,8 @@ std::string situation(const ErrorNumber& error) {
             case 6:
                 return "stalled in the set-up wizard";
             case 7:
-                return "failure reported after boot";
+                return error.reason == 22 ? "failure reported after boot"
+                                          : "stalled in the set-up wizard";
             case 8:
                 return "init log kept from a failed boot";
             default:
@@ -42,7 +47,11 @@ std::string situation(const ErrorNumber& error) {
     return "failure";
 }
 
-}  // namespace
+std::string formatErrorNumber(const ErrorNumber& error) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", error.number);
+    return text;
+}
 
 ErrorNumber decodeErrorNumber(unsigned long number) {
     ErrorNumber error;
@@ -56,11 +65,12 @@ ErrorNumber decodeErrorNumber(unsigned long number) {
 }
 
 std::string describeErrorNumber(const ErrorNumber& error) {
+    const std::string words = describeSituation(error) + " (" + formatErrorNumber(error);
+    if (error.stamp) return words + ")";
     char codes[96];
-    snprintf(codes, sizeof(codes), " (0x%x: phase %d, detail phase %d, type %d, reason %d)",
-             error.number, error.phase, error.detailPhase, error.type, error.reason);
-    if (error.stamp) snprintf(codes, sizeof(codes), " (0x%x)", error.number);
-    return situation(error) + codes;
+    snprintf(codes, sizeof(codes), ": phase %d, detail phase %d, type %d, reason %d)", error.phase,
+             error.detailPhase, error.type, error.reason);
+    return words + codes;
 }
 
 }  // namespace report

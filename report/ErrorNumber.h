@@ -20,6 +20,15 @@ struct ErrorNumber {
 
 ErrorNumber decodeErrorNumber(unsigned long number);
 
+// "stalled in the system server".
+std::string describeSituation(const ErrorNumber& error);
+
+// The milestone that a restart loop never reaches; empty for any other failure.
+std::string missingMilestone(const ErrorNumber& error);
+
+// "0x502564", as in the record.
+std::string formatErrorNumber(const ErrorNumber& error);
+
 // "stalled in the system server (0x502564: phase 5, detail phase 2, type 5, reason 100)"
 std::string describeErrorNumber(const ErrorNumber& error);
 
