@@ -11,7 +11,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <string>
@@ -41,10 +40,6 @@ constexpr int kLastEarlyReason = 100;  // larger reasons are judged by the check
 // This system's own rule: the table is filled by a line of the override file that matches and is
 // long enough, and otherwise keeps what an earlier failure of the same run put into it.
 int gOverrideModes[kRecoveryListSize] = {};
-
-bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
 
 uint8_t byteAt(const std::string& text, size_t index) {
     return static_cast<uint8_t>(text[index]);

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 constexpr int kMilestoneCount = 11;
@@ -23,3 +25,10 @@ inline const std::string kBootMilestones[kMilestoneCount] = {
 };
 
 constexpr int kFirstMilestoneDetail = 4;
+
+// The event's place in the table, -1 when it is no milestone.
+inline int milestoneIndex(const std::string& event) {
+    const auto* const end = std::end(kBootMilestones);
+    const auto* const found = std::find(std::begin(kBootMilestones), end, event);
+    return found == end ? -1 : static_cast<int>(found - std::begin(kBootMilestones));
+}

@@ -3,8 +3,6 @@
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
-#include <algorithm>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -18,12 +16,6 @@ namespace {
 constexpr int kLoopOccurrences = 5;  // of one milestone make a restart loop
 // While a boot is in progress the kernel prints an "OFF" line and a ruler after the last event.
 constexpr size_t kLastEventFromEnd = 3;
-
-int milestoneIndex(const std::string& name) {
-    const auto* end = std::end(kBootMilestones);
-    const auto* found = std::find(std::begin(kBootMilestones), end, name);
-    return found == end ? -1 : static_cast<int>(found - std::begin(kBootMilestones));
-}
 
 }  // namespace
 

@@ -42,10 +42,6 @@ constexpr char kStallType = 5;  // the failure type whose record carries the las
 
 Bootvigil* gInstance = nullptr;
 
-bool exists(const char* path) {
-    return access(path, F_OK) == 0;
-}
-
 bool createDirectory(const char* path) {
     if (mkdir(path, 0777) != 0) {
         ALOGE("BOOTVIGIL create %s failed(%s)", path, strerror(errno));

@@ -19,6 +19,9 @@
 // The boot profile to read; MSG_START switches it to "/proc/velabootprof" where that exists.
 extern std::string kBootProfPath;
 
+// In the last boot event while packages are optimised, which is slow and not stuck.
+constexpr const char* kDexOptMark = "performDexOpt";
+
 // Base of the type masks handed to the log-capture service, which defines their bits.
 constexpr long kCaptureTypeBase = 0x60036;
 

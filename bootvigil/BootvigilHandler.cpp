@@ -8,7 +8,6 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -24,7 +23,6 @@ namespace {
 
 constexpr const char* kVelaBootProf = "/proc/velabootprof";
 constexpr const char* kVersion = "3.365";
-constexpr const char* kDexOptMark = "performDexOpt";
 constexpr const char* kKelCapture = "0xffffff06";  // the log-capture service's own file name
 constexpr uint8_t kReasonAfterBoot = 22;           // the platform reports a failure after boot
 
@@ -63,7 +61,7 @@ void BootvigilHandler::handleMessage(const android::Message& message) {
 void BootvigilHandler::onStart() {
     if (!checkNormalBootMode()) exit(0);
 
-    if (access(kVelaBootProf, F_OK) == 0) {
+    if (exists(kVelaBootProf)) {
         ALOGD("access %s OK", kVelaBootProf);
         kBootProfPath = kVelaBootProf;
     } else {
@@ -117,7 +115,7 @@ void BootvigilHandler::onPoll(const android::Message& message) {
         return;
     }
 
-    if (access(kPmicInfoPath.c_str(), F_OK) == 0) removeFile(kPmicInfoPath);
+    if (exists(kPmicInfoPath)) removeFile(kPmicInfoPath);
     if (static_cast<uint8_t>(getBFReason()) != kReasonAfterBoot) {
         sendMessageDelayed(kPollPeriod, message);
         return;

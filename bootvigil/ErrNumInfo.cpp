@@ -9,7 +9,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <vector>
@@ -40,10 +39,6 @@ std::string formatErrNum(unsigned int errNum) {
     char text[20] = {};
     snprintf(text, sizeof(text), "0x%x", errNum);
     return text;
-}
-
-bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
 }
 
 // Opens the record file for one more line; a file that has grown large enough is restarted.

@@ -52,10 +52,6 @@ LogCommand gLogCommands[] = {
         {"dmesg", "sys_kernel_log"},
 };
 
-bool exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
-
 bool contains(const std::string& text, const char* part) {
     return text.find(part) != std::string::npos;
 }

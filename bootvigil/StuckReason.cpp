@@ -9,9 +9,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,7 +22,6 @@
 
 namespace {
 
-constexpr const char* kDexOptMark = "performDexOpt";
 constexpr const char* kSystemServerStart = "Android:SysServerInit_START";
 constexpr const char* kOtherReason = "Other Reason";
 // This system's own rule: nothing separates the second file of this list from the third.
@@ -79,13 +76,6 @@ std::string loopReason(int phaseIndex, const std::map<std::string, int>& milesto
     return kOtherReason;
 }
 
-uint8_t detailOfReason(const std::string& reason) {
-    const auto* end = std::end(kBootMilestones);
-    const auto* found = std::find(std::begin(kBootMilestones), end, reason);
-    if (found == end) return kNoMilestone;
-    return static_cast<uint8_t>(found - std::begin(kBootMilestones) + kFirstMilestoneDetail);
-}
-
 }  // namespace
 
 bool Bootvigil::checkReason(long& type, int& pid, std::string& ext) {
@@ -97,7 +87,9 @@ bool Bootvigil::checkReason(long& type, int& pid, std::string& ext) {
     if (mRestartLoop) {
         const std::string reason = loopReason(mPhaseIndex, mMilestones);
         ALOGD("reboot reason  = %s ", reason.c_str());
-        detail = detailOfReason(reason);
+        const int milestone = milestoneIndex(reason);
+        detail = milestone < 0 ? kNoMilestone
+                               : static_cast<uint8_t>(milestone + kFirstMilestoneDetail);
         errNotifyWithReason(2, 4, static_cast<char>(detail), kReasonStuck);
         mHandler->sendMessageDelayed(kShortDelay, android::Message(MSG_RECOVERY));
     } else {
@@ -122,7 +114,7 @@ bool Bootvigil::checkReason(long& type, int& pid, std::string& ext) {
     type = kCaptureTypeBase;
     pid = mStuckPID;
     ext.clear();
-    if (access(kHealthInfoPath.c_str(), F_OK) == 0) ext += kHealthInfoPath + ";";
+    if (exists(kHealthInfoPath)) ext += kHealthInfoPath + ";";
     switch (detail) {
         case kBeforeSystemServer:
             type = kCaptureTypeBase + 0x400;

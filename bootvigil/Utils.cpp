@@ -31,6 +31,10 @@ std::string trimField(const std::string& field) {
 
 }  // namespace
 
+bool exists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
 std::vector<std::string> split(std::string str, std::string pattern) {
     std::vector<std::string> fields;
     str += pattern;  // ends the last field like every other one
@@ -85,7 +89,7 @@ std::vector<std::string> getFileLines(std::string path) {
 }
 
 std::string getFirstLine(std::string path) {
-    if (access(path.c_str(), F_OK) != 0) {
+    if (!exists(path)) {
         ALOGE("access %s failed", path.c_str());
         return "0";
     }
@@ -153,8 +157,7 @@ bool isFileExitInPath(std::string dir, std::string name) {
 }
 
 bool saveInfoWithTime(std::string path, std::string info) {
-    const bool exists = access(path.c_str(), F_OK) == 0;
-    std::ofstream file(path, exists ? std::ios::app : std::ios::out);
+    std::ofstream file(path, exists(path) ? std::ios::app : std::ios::out);
     if (!file.is_open()) {
         ALOGE("Save file path %s fail, open fail.", path.c_str());
         return false;

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+// Whether there is a file or folder of this name.
+bool exists(const std::string& path);
+
 // Cuts `str` at every occurrence of the whole text `pattern` (never empty) and returns the pieces,
 // trimmed of blanks as Utils.cpp lays down; empty pieces are dropped and logged.
 // A piece of blanks only ends the process: its std::out_of_range is caught by nobody.

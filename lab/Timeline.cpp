@@ -9,31 +9,16 @@
 #include <string.h>
 
 #include <algorithm>
-#include <iterator>
 #include <set>
 
 #include "BootMilestones.h"
 #include "ErrorNumber.h"
 #include "Files.h"
+#include "Formats.h"
 
 namespace lab {
 
 namespace {
-
-// Text on one line: what can't be printed becomes \xHH.
-std::string escape(const std::string& text) {
-    std::string out;
-    for (const unsigned char c : text) {
-        if (c >= 0x20 && c != 0x7f) {
-            out += static_cast<char>(c);
-        } else {
-            char hex[8];
-            snprintf(hex, sizeof(hex), "\\x%02x", c);
-            out += hex;
-        }
-    }
-    return out;
-}
 
 std::string field(const Record& record, const char* name) {
     const auto found = record.find(name);
@@ -71,7 +56,7 @@ std::string details(const Record& record) {
         return record.contains("error") ? text + ", " + field(record, "error") : text;
     }
     if (kind == "request") return text;
-    return text + (text.empty() ? "" : " ") + escape(field(record, "text"));
+    return text + (text.empty() ? "" : " ") + report::printable(field(record, "text"));
 }
 
 enum class Colour { PLAIN, GREY, GREEN, YELLOW, RED, BLUE };
@@ -101,13 +86,9 @@ std::string personLine(double seconds, const std::string& kind, const std::strin
 
 std::string describeWorld(const Record& record) {
     const std::string kind = record["kind"];
-    if (kind == "set") return field(record, "name") + " = " + escape(field(record, "value"));
+    if (kind == "set")
+        return field(record, "name") + " = " + report::printable(field(record, "value"));
     return field(record, kind == "event" ? "name" : "path");
-}
-
-bool isMilestone(const std::string& event) {
-    return std::find(std::begin(kBootMilestones), std::end(kBootMilestones), event) !=
-           std::end(kBootMilestones);
 }
 
 // Sizes of a captured log and how well it compresses.
@@ -222,7 +203,7 @@ std::vector<std::string> describeBoot(const std::vector<Record>& records, int bo
             const std::string verdict = describeRecord(field(record, "text"));
             if (!verdict.empty()) lines.push_back(personLine(seconds, "verdict", verdict, colour));
         }
-        if (kind == "event" && !isMilestone(field(record, "name"))) continue;
+        if (kind == "event" && milestoneIndex(field(record, "name")) < 0) continue;
         std::string text = details(record);
         if (isWorld(kind)) text = describeWorld(record);
         if (kind == "captured" && record.contains("bytes")) text = describeArchive(record);
@@ -250,8 +231,9 @@ std::vector<std::string> compareWithScenario(const Scenario& scenario,
         }
         compareLog(boot, where, records, number, differences);
         if (boot.errors && *boot.errors != errors[i]) {
-            differences.push_back(where + ": standard error: expected \"" + escape(*boot.errors) +
-                                  "\", got \"" + escape(errors[i]) + "\"");
+            differences.push_back(where + ": standard error: expected \"" +
+                                  report::printable(*boot.errors) + "\", got \"" +
+                                  report::printable(errors[i]) + "\"");
         }
     }
     for (const auto& [path, content] : scenario.expectedFiles) {
@@ -261,8 +243,8 @@ std::vector<std::string> compareWithScenario(const Scenario& scenario,
         } else if (!there) {
             differences.push_back("file " + path + ": missing");
         } else if (const std::string actual = readFile(rootPath + path); actual != *content) {
-            differences.push_back("file " + path + ": expected \"" + escape(*content) +
-                                  "\", got \"" + escape(actual) + "\"");
+            differences.push_back("file " + path + ": expected \"" + report::printable(*content) +
+                                  "\", got \"" + report::printable(actual) + "\"");
         }
     }
     return differences;

@@ -9,7 +9,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <iterator>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -99,8 +98,7 @@ bool parseMilestone(const std::string& line, Milestone& milestone) {
     if (begin == std::string::npos) return false;
     milestone.name = line.substr(begin, line.find_last_not_of(" \r") + 1 - begin);
     milestone.t = strtod(line.c_str(), nullptr) / 1000;
-    return std::find(std::begin(kBootMilestones), std::end(kBootMilestones), milestone.name) !=
-           std::end(kBootMilestones);
+    return milestoneIndex(milestone.name) >= 0;
 }
 
 void addMilestone(std::vector<Milestone>& milestones, const Milestone& milestone) {
@@ -167,10 +165,7 @@ void addRecord(std::vector<Boot>& boots, time_t& start, const Json& record) {
         addLine(boot, t, clock, text);
     } else if (kind == "event") {
         const std::string name = record.at("name");
-        if (std::find(std::begin(kBootMilestones), std::end(kBootMilestones), name) !=
-            std::end(kBootMilestones)) {
-            addMilestone(boot.milestones, {t, name});
-        }
+        if (milestoneIndex(name) >= 0) addMilestone(boot.milestones, {t, name});
     } else if (kind == "killed") {
         boot.events.push_back(
                 {t, clock, "exit",

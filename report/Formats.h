@@ -27,6 +27,9 @@ void writePage(const Report& report, const std::string& path);
 // Writes a whole file, or throws std::runtime_error and leaves nothing of it.
 void writeWhole(const std::string& path, const std::string& content);
 
+// Outside text for a terminal, on one line: what can't be printed becomes \xHH.
+std::string printable(const std::string& text);
+
 // Text as JSON, with what is no UTF-8 replaced.
 std::string dump(const nlohmann::ordered_json& json);
 

@@ -21,34 +21,21 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
     out += line;
 }
 
-// Outside text must not steer the terminal.
-std::string safe(const std::string& text) {
-    std::string out;
-    for (const unsigned char c : text) {
-        if (c >= 0x20 && c != 0x7f) {
-            out += static_cast<char>(c);
-        } else {
-            print(out, "\\x%02x", c);
-        }
-    }
-    return out;
-}
-
 void printFailures(const Report& report, std::string& out) {
     out += "\nFailures and recovery stamps, oldest first\n";
     if (report.failures.empty()) out += "  none recorded\n";
     for (const Failure& failure : report.failures) {
-        print(out, "  %s  %s\n", safe(failure.time).c_str(),
+        print(out, "  %s  %s\n", printable(failure.time).c_str(),
               describeErrorNumber(failure.number).c_str());
         if (!failure.lastEvent.empty()) {
-            print(out, "      last event: %s\n", safe(failure.lastEvent).c_str());
+            print(out, "      last event: %s\n", printable(failure.lastEvent).c_str());
         }
         if (!failure.country.empty())
-            print(out, "      country: %s\n", safe(failure.country).c_str());
+            print(out, "      country: %s\n", printable(failure.country).c_str());
     }
     if (report.pendingPhase) {
         print(out, "  a failure of phase %s is not submitted yet\n",
-              safe(*report.pendingPhase).c_str());
+              printable(*report.pendingPhase).c_str());
     }
 }
 
@@ -74,7 +61,7 @@ void printCaptures(const Report& report, std::string& out) {
     if (report.captures.empty()) out += "  none\n";
     for (const Capture& capture : report.captures) {
         const ArchiveInfo& info = capture.info;
-        print(out, "  %-20s %10lld bytes in %9lld", safe(capture.name).c_str(),
+        print(out, "  %-20s %10lld bytes in %9lld", printable(capture.name).c_str(),
               static_cast<long long>(info.content), static_cast<long long>(info.size));
         if (info.content > 0 && info.size > 0) {
             print(out, "  %5.1fx",
@@ -83,29 +70,42 @@ void printCaptures(const Report& report, std::string& out) {
         print(out, "  %s\n", info.error.empty() ? "whole" : info.error.c_str());
     }
     for (const std::string& line : report.journal)
-        print(out, "  journal: %s\n", safe(line).c_str());
+        print(out, "  journal: %s\n", printable(line).c_str());
 }
 
 void printBoots(const Report& report, std::string& out) {
     out += "\nWhat the daemon decided\n";
     if (report.boots.empty()) out += "  nothing of its log was captured\n";
     for (const Boot& boot : report.boots) {
-        print(out, "  %s, from %s\n", safe(boot.title).c_str(), safe(boot.begin).c_str());
+        print(out, "  %s, from %s\n", printable(boot.title).c_str(), printable(boot.begin).c_str());
         for (const Event& event : boot.events) {
             print(out, "  %10.3f  %-9s %s\n", event.t, event.kind.c_str(),
-                  safe(event.text).c_str());
+                  printable(event.text).c_str());
         }
     }
 }
 
 }  // namespace
 
+std::string printable(const std::string& text) {
+    std::string out;
+    for (const unsigned char c : text) {
+        if (c >= 0x20 && c != 0x7f) {
+            out += static_cast<char>(c);
+        } else {
+            print(out, "\\x%02x", c);
+        }
+    }
+    return out;
+}
+
 std::string toText(const Report& report) {
     std::string out;
-    print(out, "%s: %s\n", safe(report.device).c_str(),
-          report.readable ? safe(report.verdict).c_str() : "nothing to read");
+    print(out, "%s: %s\n", printable(report.device).c_str(),
+          report.readable ? printable(report.verdict).c_str() : "nothing to read");
     for (const Problem& problem : report.problems) {
-        print(out, "  damaged: %s: %s\n", safe(problem.file).c_str(), safe(problem.what).c_str());
+        print(out, "  damaged: %s: %s\n", printable(problem.file).c_str(),
+              printable(problem.what).c_str());
     }
     if (!report.readable) return out;
     printFailures(report, out);
@@ -113,16 +113,16 @@ std::string toText(const Report& report) {
     out += "\nUploads not yet collected\n";
     if (report.uploads.empty()) out += "  none\n";
     for (const Note& upload : report.uploads) {
-        print(out, "  %s: %s\n", upload.file.c_str(), safe(upload.text).c_str());
+        print(out, "  %s: %s\n", upload.file.c_str(), printable(upload.text).c_str());
     }
     printCaptures(report, out);
     if (!report.notes.empty()) out += "\nNotes about the device\n";
     for (const Note& note : report.notes) {
-        print(out, "  %s: %s\n", note.file.c_str(), safe(note.text).c_str());
+        print(out, "  %s: %s\n", note.file.c_str(), printable(note.text).c_str());
     }
     printBoots(report, out);
     if (report.comparison) {
-        print(out, "\nMilestones of %s\n", safe(report.comparison->name).c_str());
+        print(out, "\nMilestones of %s\n", printable(report.comparison->name).c_str());
         for (const Milestone& milestone : report.comparison->milestones) {
             print(out, "  %10.3f  %s\n", milestone.t, milestone.name.c_str());
         }

@@ -286,16 +286,4 @@ TEST_F(CompressZstdTest, ArchiveTakesTheFolderWithIt) {
               (std::vector<std::string>{"D child normal exit....", "D endCompress end"}));
 }
 
-TEST_F(CompressZstdTest, BaseDoesNothing) {
-    bootvigil::CompressBase base;
-    std::string text = "x";
-    EXPECT_EQ(base.compressComFile(text.data(), text.data(), 5), 0);
-    EXPECT_EQ(base.compressStreamFile("x", "x", 5), 0);
-    EXPECT_EQ(base.compressShellCmdFile(text.data(), text.data(), 5), 0);
-    base.insertBufferToFileHead(text.data());
-    EXPECT_EQ(base.mHeadBuffer, text.data());
-    base.clearBufferToFileHead();
-    EXPECT_EQ(base.mHeadBuffer, nullptr);
-}
-
 }  // namespace

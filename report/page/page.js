@@ -600,10 +600,9 @@
 
         onScroll() {
             // What moveTo() did keeps its exact row, which the pixels of a high log can't tell.
-            if (Math.abs(this.scroller.scrollTop - this.scrolledTo) >= 1) {
-                this.scrolledTo = this.scroller.scrollTop;
-                this.top = Math.min(this.scrolledTo * this.rowsPerPixel, this.lastTop);
-            }
+            if (Math.abs(this.scroller.scrollTop - this.scrolledTo) < 1) return;
+            this.scrolledTo = this.scroller.scrollTop;
+            this.top = Math.min(this.scrolledTo * this.rowsPerPixel, this.lastTop);
             this.render();
         }
 
