@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A scenario: a device, the boots it goes through, and what must come out; read from YAML.
-// docs/scenarios.md describes the file.
+// docs/lab.md describes the file.
 
 #pragma once
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// bootvigil-lab: runs scenarios of simulated devices.
+// bootvigil-lab: runs scenarios of simulated devices, and replays what a real one recorded.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,11 +8,14 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "DeviceRoot.h"
 #include "Files.h"
+#include "Replay.h"
 #include "Saga.h"
 #include "Scenario.h"
 #include "Timeline.h"
@@ -21,7 +24,8 @@ namespace {
 
 using namespace lab;
 
-constexpr int kFailed = 1;  // an expectation does not hold, or the scenario can't be run
+constexpr int kFailed = 1;  // what was expected or recorded does not hold, or nothing can be run
+constexpr int kWrongUsage = 2;
 
 // A folder for a run that names none; kept, because it holds what the daemon wrote.
 std::string makeRunFolder() {
@@ -81,6 +85,26 @@ int run(const std::string& file, std::string folder, bool quiet, bool effects) {
     return 0;
 }
 
+// A line for each shipped scenario, in order of their names.
+int listScenarios() {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(LAB_DATA_DIR "/scenarios")) {
+        files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    for (const std::filesystem::path& file : files) {
+        printf("%-28s %s\n", file.stem().c_str(), readScenario(file).about.c_str());
+    }
+    printf("\nthey are in %s\n", LAB_DATA_DIR "/scenarios");
+    return 0;
+}
+
+int replayRecord(const std::string& folder, const std::string& profile) {
+    const ReplayResult result = replay(folder, profile);
+    for (const std::string& line : describeReplay(result)) printf("%s\n", line.c_str());
+    return result.agrees() ? 0 : kFailed;
+}
+
 int runCommandLine(int argc, char** argv) {
     CLI::App app("Boots the daemon on simulated devices, in virtual time.");
     app.require_subcommand(1);
@@ -94,11 +118,21 @@ int runCommandLine(int argc, char** argv) {
     runCommand->add_flag("--quiet", quiet, "print only what does not hold");
     runCommand->add_flag("--effects", effects,
                          "print the lines that a scenario's timeline expects");
+    CLI::App* listCommand = app.add_subcommand("list", "list the shipped scenarios");
+    CLI::App* replayCommand =
+            app.add_subcommand("replay", "boot today's daemon on what a device recorded");
+    std::string left;
+    std::string profile;
+    replayCommand->add_option("folder", left, "a copy of the device's persistent partition")
+            ->required();
+    replayCommand->add_option("--profile", profile, "the device's boot profile, if it was pulled");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error);
+        return app.exit(error) == 0 ? 0 : kWrongUsage;
     }
+    if (listCommand->parsed()) return listScenarios();
+    if (replayCommand->parsed()) return replayRecord(left, profile);
     return run(file, folder, quiet || effects, effects);
 }
 

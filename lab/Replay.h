@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// Replays a boot that a device recorded: boots today's daemon on it and compares the verdicts.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+struct ReplayItem {
+    std::string name;
+    std::optional<std::string> recorded;  // none: not known, and not compared
+    std::string today;
+    bool same = false;
+};
+
+struct ReplayResult {
+    std::string about;
+    std::vector<ReplayItem> items;
+    std::vector<std::string> notKnown;
+
+    bool agrees() const;
+};
+
+// Replays what is left in `folder`; `profilePath` may be empty. Throws std::runtime_error, one line
+// with file and reason, when nothing can be replayed.
+ReplayResult replay(const std::string& folder, const std::string& profilePath);
+
+// For a person; bytes that would steer a terminal are replaced.
+std::vector<std::string> describeReplay(const ReplayResult& result);
+
+}  // namespace lab
