@@ -247,9 +247,10 @@ TEST_F(ReplayTest, HostileRecordsAreBounded) {
                                             "handleMessage 2 what = 20020"};
     std::mt19937 random(1);
     const auto spoil = [&](std::string text, int times) {
-        for (int i = 0; i < times; ++i) {
+        for (int i = 0; i < times && !text.empty(); ++i) {
             const size_t at = random() % text.size();
-            text.replace(at, random() % 8, parts[random() % parts.size()]);
+            const size_t size = random() % 8;
+            text.replace(at, size, parts[random() % parts.size()]);
         }
         return text;
     };
