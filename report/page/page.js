@@ -4,6 +4,7 @@
 "use strict";
 
 (() => {
+    // Anything in the data may be missing or of another type; the page says so instead of failing.
     const byId = (id) => document.getElementById(id);
     const list = (value) => (Array.isArray(value) ? value : []);
     const count = (number) => number.toLocaleString("en-US");
@@ -41,6 +42,7 @@
         byId(section).querySelector(".content").replaceChildren(...nodes);
     }
 
+    // A page whose data is damaged still shows its logs, and says what is wrong.
     function readReport() {
         try {
             return JSON.parse(byId("report").textContent) ?? {};
@@ -71,16 +73,19 @@
         if (worst) {
             const what = worst.situation || "failed to boot";
             const phase = worst.phase === null || worst.phase === undefined ? "" : `, phase ${worst.phase}`;
+            // Stamps are recovery's own notes among the records, no failures.
             const others = failures.filter((failure) => !failure.stamp).length;
             const among = others > 1 ? `, the worst of ${others} failures` : "";
             const when = worst.time ? ` on ${worst.time}` : "";
             const number = `${worst.number ?? "no error number"}${phase}`;
-            parts.push(`${what[0].toUpperCase()}${what.slice(1)} (${number})${when}${among}.`);
+            // A stamp on the end tells what became of the device since.
+            const end = failures.at(-1);
+            const since = end.stamp && end.situation ? `; since then: ${end.situation}` : "";
+            parts.push(`${what[0].toUpperCase()}${what.slice(1)} (${number})${when}${among}${since}.`);
         } else {
             parts.push("No boot failure is recorded.");
         }
-        if (report.pending) parts.push(`A failure in phase ${asText(report.pending.phase)} is not reported yet.`);
-        if (recovery.next) parts.push(`Next: ${recovery.next}.`);
+        if (recovery.next) parts.push(`At the next failure: ${recovery.next}.`);
         const title = report.device ? `Boot report of ${report.device}` : "Boot report";
         document.title = title;
         byId("title").textContent = title;
@@ -88,11 +93,12 @@
         byId("verdict").classList.toggle("bad", worst !== null);
     }
 
+    // Hidden when there is none: unlike an empty table, a missing problem needs no mention.
     function showProblems() {
         const items = list(report.problems);
         byId("problems").hidden = items.length === 0;
-        const lines = items.map((problem) => el("li", {}, el("code", {}, asText(problem.file)), `: ${asText(problem.what)}`));
-        fill("problems", el("ul", {}, ...lines));
+        const line = ({ file, what }) => el("li", {}, el("code", {}, asText(file)), `: ${asText(what)}`);
+        fill("problems", el("ul", {}, ...items.map(line)));
     }
 
     function showFailures() {
@@ -120,14 +126,17 @@
             ["Last action", recovery.last_mode],
             ["Reason of the last action", recovery.last_reason],
             ["History", recovery.history],
-            ["Order of actions", order && recovery.list_source ? `${order} (${recovery.list_source})` : order],
+            ["Order of actions", order],
+            ["Where the order is from", order && recovery.list_source],
+            ["Not reported yet", report.pending ? `a failure in phase ${asText(report.pending.phase)}` : null],
             ["Disabled", yesNo(recovery.disabled)],
             ["Note", recovery.note],
         ];
+        // A device that never tried a recovery has few of these, and no row of blanks for the rest.
         const known = rows.filter(([, value]) => asText(value) !== "–");
         if (known.length === 0) return fill("recovery", nothing());
-        const lines = known.map(([name, value]) => el("tr", {}, el("th", { scope: "row" }, name), el("td", {}, asText(value))));
-        fill("recovery", el("div", { class: "scroll" }, el("table", {}, el("tbody", {}, ...lines))));
+        const line = ([name, value]) => el("tr", {}, el("th", { scope: "row" }, name), el("td", {}, asText(value)));
+        fill("recovery", el("div", { class: "scroll" }, el("table", {}, el("tbody", {}, ...known.map(line)))));
     }
 
     function showUploads() {
@@ -139,6 +148,7 @@
 
     function showCaptures() {
         const read = (capture) => {
+            // A capture that couldn't be unpacked has a row here but no log to read.
             const place = logs.findIndex((node) => node.dataset.name === capture.name);
             if (place < 0) return "";
             const button = el("button", { type: "button", "aria-label": `Read ${capture.name}` }, "Read");
@@ -162,8 +172,15 @@
             ["Lines", read, "screen"],
         ];
         const captures = list(report.captures);
+        // A log that is cut or damaged may lack the very lines that explain the hang.
         const bad = (capture) => (capture.error || capture.whole === false ? "bad" : "");
-        fill("captures", captures.length ? table(plural(captures.length, "captured log"), columns, captures, bad, "stack") : nothing());
+        const title = plural(captures.length, "captured log");
+        fill("captures", captures.length ? table(title, columns, captures, bad, "stack") : nothing());
+        // What else was left about the device: the reasons of power-offs, its memory and the like.
+        const notes = list(report.notes);
+        const noteColumns = [["File", (note) => note.file], ["Text", (note) => note.text, "mono"]];
+        byId("notes").hidden = notes.length === 0;
+        byId("notes").append(table(plural(notes.length, "file"), noteColumns, notes));
         const entries = list(report.journal).map((entry) => el("li", { class: "mono" }, asText(entry)));
         byId("journal").replaceChildren(entries.length ? el("ul", {}, ...entries) : nothing());
     }
@@ -184,6 +201,7 @@
         exit: ["--muted", "crossRot"],
         other: ["--muted", "cross"],
     };
+    // A kind that a newer tool writes still gets a lane.
     const kindOf = (event) => (Object.hasOwn(kinds, event.kind) ? event.kind : "other");
     const laneName = (kind) => kind[0].toUpperCase() + kind.slice(1);
     const seconds = (value) => (typeof value === "number" ? value.toFixed(3) : asText(value));
@@ -209,11 +227,13 @@
         return rows.sort((a, b) => (a.good ?? a.own) - (b.good ?? b.own));
     }
 
-    let charts = [];
+    let charts = [];  // those drawn now, destroyed before the next ones
 
+    // The library knows no style sheets: every colour has to be handed over, and again when it changes.
     function chartOptions(color, xTitle, names) {
         const ticks = { color: color("--muted"), font: { size: 12 } };
         const grid = { color: color("--line"), borderColor: color("--control"), tickColor: color("--line") };
+        // Asked of the chart each time, since the window may be resized after the drawing.
         const isNarrow = (chart) => chart.width < 600;
         return {
             responsive: true,
@@ -221,7 +241,13 @@
             animation: false,
             interaction: { mode: "nearest", intersect: true },
             scales: {
-                x: { type: "linear", beginAtZero: true, ticks, grid, title: { display: true, text: xTitle, color: color("--muted") } },
+                x: {
+                    type: "linear",
+                    beginAtZero: true,
+                    ticks,
+                    grid,
+                    title: { display: true, text: xTitle, color: color("--muted") },
+                },
                 y: {
                     type: "category",
                     labels: names,
@@ -246,10 +272,13 @@
                     padding: 10,
                     displayColors: false,
                     callbacks: {
+                        // The library doesn't wrap, so that a long text would leave the canvas.
                         title: () => "",
                         label: ({ chart, raw }) => {
                             const text = shorten(`${seconds(raw.x)} s  ${raw.text}`, 500);
-                            return text.match(isNarrow(chart) ? /.{1,34}/gu : /.{1,70}/gu) ?? "";
+                            const most = isNarrow(chart) ? 34 : 70;
+                            const pieces = text.match(new RegExp(`.{1,${most}}(?:\\s|$)|.{${most}}`, "gu")) ?? [];
+                            return pieces.map((piece) => piece.trimEnd());
                         },
                     },
                 },
@@ -257,15 +286,23 @@
         };
     }
 
+    // A record alone is no sign: recovery leaves its stamps in good boots.
+    function hasFailed(boot) {
+        return list(boot.events).some((event) => event.kind === "verdict" || event.kind === "timeout");
+    }
+
+    // One lane for each kind that comes up in this boot, from the first sign to the exit.
     function drawEvents(boot, color) {
         const events = list(boot?.events).filter((event) => typeof event.t === "number");
         byId("events-figure").hidden = events.length === 0;
         if (events.length === 0) return;
+        const point = (event, kind) => {
+            const text = `${asText(event.clock)}\n${asText(event.text)}`;
+            return { x: event.t, y: laneName(kind), text };
+        };
         const present = Object.keys(kinds).filter((kind) => events.some((event) => kindOf(event) === kind));
         const datasets = present.map((kind) => ({
-            data: events
-                .filter((event) => kindOf(event) === kind)
-                .map((event) => ({ x: event.t, y: laneName(kind), text: `${asText(event.clock)}\n${asText(event.text)}` })),
+            data: events.filter((event) => kindOf(event) === kind).map((event) => point(event, kind)),
             backgroundColor: color(kinds[kind][0]),
             borderColor: color(kinds[kind][0]),
             pointStyle: kinds[kind][1],
@@ -275,7 +312,8 @@
         }));
         const canvas = byId("events-chart");
         byId("events-caption").textContent = `What happened in ${bootName(boot)}, in device seconds`;
-        canvas.setAttribute("aria-label", `${plural(events.length, "event")} of ${bootName(boot)}; the tables below list them`);
+        const label = `${plural(events.length, "event")} of ${bootName(boot)}; the tables below list them`;
+        canvas.setAttribute("aria-label", label);
         canvas.parentElement.style.height = `${present.length * 38 + 90}px`;
         const names = present.map(laneName);
         const options = chartOptions(color, "seconds since the daemon's start", names);
@@ -296,14 +334,16 @@
         });
         const reached = points("own");
         const last = reached.reduce((latest, point) => (latest && latest.x > point.x ? latest : point), null);
-        let caption = last ? `${bootName(boot)} reached ${plural(reached.length, "milestone")}` : `${bootName(boot)} reached no milestone`;
+        let caption = `${bootName(boot)} reached ${last ? plural(reached.length, "milestone") : "no milestone"}`;
         if (last) caption += `, last ${last.text} at ${seconds(last.x)} s`;
-        const datasets = [line(bootName(boot), reached, "--bad", "rectRot", { backgroundColor: color("--bad") })];
+        const name = boot && hasFailed(boot) ? "--bad" : "--accent";
+        const datasets = [line(bootName(boot), reached, name, "rectRot", { backgroundColor: color(name) })];
         if (report.compare) {
             const good = points("good");
             const passed = rows.filter((row) => row.own !== null && row.good !== null).length;
             caption += `; ${passed} of the ${good.length} of ${report.compare.name || "the good boot"}`;
-            const hollow = { backgroundColor: color("--paper"), borderDash: [5, 4] };
+            // Hollow, larger and dashed, so that two lines on each other can still be told apart.
+            const hollow = { backgroundColor: "transparent", borderDash: [5, 4], pointRadius: 7, pointBorderWidth: 2 };
             datasets.push(line(report.compare.name || "good boot", good, "--good", "circle", hollow));
         }
         const canvas = byId("milestones-chart");
@@ -315,6 +355,7 @@
         charts.push(new Chart(canvas, { type: "scatter", data: { datasets }, options }));
     }
 
+    // Draws the chosen boot from scratch: at first, for another boot, another colour scheme or paper.
     function drawCharts() {
         for (const chart of charts) chart.destroy();
         charts = [];
@@ -329,6 +370,7 @@
         drawMilestones(boot, color);
     }
 
+    // The charts' data for readers who can't see or point at a canvas, folded away for the others.
     function bootTables(boot) {
         const tables = [];
         const fold = (title, content) => tables.push(el("details", {}, el("summary", {}, title), content));
@@ -350,26 +392,31 @@
                 [bootName(boot), (row) => row.own === null ? "not reached" : seconds(row.own), "number"],
             ];
             if (report.compare) {
-                columns.push([report.compare.name || "good boot", (row) => row.good === null ? null : seconds(row.good), "number"]);
-                columns.push(["Difference", (row) => row.own === null || row.good === null ? null : seconds(row.own - row.good), "number"]);
+                const isInBoth = (row) => row.own !== null && row.good !== null;
+                columns.push([report.compare.name || "good boot", (row) => seconds(row.good), "number"]);
+                columns.push(["Difference", (row) => seconds(isInBoth(row) ? row.own - row.good : null), "number"]);
             }
-            fold(`Milestones of ${bootName(boot)} (${count(rows.length)})`, table("Seconds since the kernel's start", columns, rows));
+            const content = table("Seconds since the kernel's start", columns, rows);
+            fold(`Milestones of ${bootName(boot)} (${count(rows.length)})`, content);
         }
         return tables;
     }
 
     function showTimeline() {
-        const failed = (boot) => list(boot.events).some((event) => ["verdict", "record", "timeout"].includes(event.kind));
-        const chosen = Math.max(0, boots.findLastIndex(failed));
+        // The boot that failed last is the one that a reader came for.
+        const chosen = Math.max(0, boots.findLastIndex(hasFailed));
         const choice = byId("boot");
         choice.append(...boots.map((boot, place) => el("option", { value: place }, asText(boot.title))));
         choice.value = String(chosen);
         choice.addEventListener("change", drawCharts);
         byId("boot-choice").hidden = boots.length < 2;
         drawCharts();
+        // Even without a boot of its own the page can list the good boot's milestones.
         const tables = (boots.length ? boots : [{}]).flatMap(bootTables);
         if (tables.length === 0 && charts.length === 0) tables.push(nothing());
-        if (typeof Chart === "undefined") tables.unshift(nothing("The charts can't be drawn; the tables hold the same data."));
+        if (typeof Chart === "undefined") {
+            tables.unshift(nothing("The charts can't be drawn; the tables hold the same data."));
+        }
         fill("timeline", ...tables);
         matchMedia("(prefers-color-scheme: dark)").addEventListener("change", drawCharts);
     }
@@ -403,6 +450,7 @@
 
     // Where each line of a log begins, its priority (0: none) and its tag (0: none), a few bytes a line.
     class LogIndex {
+        // `text` stays as it is: a converted copy of 64 MB would cost as much again.
         constructor(text) {
             this.text = text;
             this.starts = new Numbers(Uint32Array);
@@ -415,6 +463,7 @@
             this.count = 0;
         }
 
+        // Yields now and then, for runSliced().
         *build() {
             const { text } = this;
             let start = 0;
@@ -437,6 +486,7 @@
             let priority = 0;
             if (end - at > 8 && text.charCodeAt(start + 2) === 0x2d && text.charCodeAt(start + 8) === COLON &&
                     text.charCodeAt(start + 11) === COLON && text.charCodeAt(start + 14) === 0x2e) {
+                // Process and thread have five columns, but longer numbers push the rest to the right.
                 for (let field = 0; field < 2; ++field) {
                     const before = at;
                     while (at < end && text.charCodeAt(at) === SPACE) ++at;
@@ -496,6 +546,7 @@
         filter(leastPriority, tag) {
             if (leastPriority === 0 && tag === "") return null;
             const wanted = tag.toLowerCase();
+            // Decided once a tag, not once a line; there are a thousand times more lines.
             const whole = this.tagNames.map((name) => name.toLowerCase() === wanted);
             const part = this.tagNames.map((name) => name.toLowerCase().includes(wanted));
             const tags = wanted !== "" && whole.includes(true) ? whole : part;
@@ -515,6 +566,7 @@
             for (let from = 0, to; from < this.count; from = to) {
                 to = this.lineAt(items[from] + SEARCH_PIECE, from, this.count - 1) + 1;
                 const piece = this.text.slice(items[from], items[to]);
+                // One hit a line is enough: the rest of the line is skipped.
                 let line = from;
                 pattern.lastIndex = 0;
                 while (pattern.test(piece)) {
@@ -532,6 +584,7 @@
     }
 
     const SEARCH_PIECE = 1 << 20;
+    // An expression that ignores case, since a lower-case copy may have other offsets than the text.
     const matcher = (query) => new RegExp(query.replace(/[\\^$.*+?()[\]{}|/]/g, "\\$&"), "gi");
 
     // Runs a job in slices that leave the page alive; false when something newer has replaced it.
@@ -563,6 +616,7 @@
             scroller.addEventListener("scroll", () => this.onScroll());
             scroller.addEventListener("keydown", (event) => this.onKey(event));
             scroller.addEventListener("wheel", (event) => this.onWheel(event), { passive: false });
+            // A taller window shows more rows, and a scroller that was hidden had none at all.
             new ResizeObserver(() => this.moveTo(this.top)).observe(scroller);
         }
 
@@ -593,6 +647,7 @@
             this.render();
         }
 
+        // Leaves the view alone when the row is in it: stepping through close hits doesn't jump about.
         reveal(row) {
             const inView = row >= this.top && row + 1 <= this.top + this.rowsInView;
             this.moveTo(inView ? this.top : row - this.rowsInView / 3);
@@ -606,6 +661,7 @@
             this.render();
         }
 
+        // By rows, where the browser would scroll by pixels that stand for hundreds of them.
         onKey(event) {
             if (event.altKey || event.ctrlKey || event.metaKey) return;
             const page = Math.max(1, Math.floor(this.rowsInView) - 1);
@@ -615,6 +671,7 @@
             this.moveTo(this.top + moves[event.key]);
         }
 
+        // Only a log too high for the browser needs this; any other scrolls smoothly by itself.
         onWheel(event) {
             if (this.rowsPerPixel === 1 / ROW || event.ctrlKey || event.shiftKey) return;
             event.preventDefault();
@@ -627,13 +684,18 @@
             const last = Math.min(this.count, Math.ceil(this.top + this.rowsInView) + spare);
             const rows = [];
             for (let row = first; row < last; ++row) rows.push(this.makeRow(row));
+            // From the exact top row, which may lie between two pixels of the scroll bar.
             this.frame.style.top = `${this.scroller.scrollTop - (this.top - first) * ROW}px`;
             this.frame.replaceChildren(...rows);
         }
     }
 
-    const reader = { index: null, passing: null, hits: null, hit: -1, query: "", current: -1, opening: 0, searching: 0 };
-    const indexes = new Map();
+    // What the reader shows. `passing` and `hits` hold line numbers; a null `passing` passes every line;
+    // `opening` and `searching` number the jobs, so that an older one knows that it has been replaced.
+    const reader = {
+        index: null, passing: null, hits: null, hit: -1, query: "", current: -1, opening: 0, searching: 0,
+    };
+    const indexes = new Map();  // of the logs opened so far, by their elements
     let view = null;
 
     const lineOf = (row) => (reader.passing ? reader.passing.items[row] : row);
@@ -650,6 +712,7 @@
         return first;
     }
 
+    // The text with every occurrence of the query in a mark.
     function markedText(text) {
         if (reader.query === "") return [text];
         const parts = [];
@@ -673,6 +736,7 @@
         return el("div", { class: `row${current}`, "data-line": line }, number, content);
     }
 
+    // Shows a line wrapped and in full below the rows, where long ones leave the window.
     function selectLine(line) {
         reader.current = line;
         byId("line").hidden = line < 0;
@@ -695,9 +759,11 @@
         if (!mark) return;
         const [box, found] = [view.scroller.getBoundingClientRect(), mark.getBoundingClientRect()];
         const left = box.left + gutter.offsetWidth;
-        if (found.left < left || found.right > box.right) view.scroller.scrollLeft += found.left - left - (box.right - left) / 3;
+        if (found.left >= left && found.right <= box.right) return;
+        view.scroller.scrollLeft += found.left - left - (box.right - left) / 3;
     }
 
+    // Tells assistive technology, and tests, that what is shown isn't final.
     const busy = (is) => byId("reader").setAttribute("aria-busy", String(is));
 
     async function search() {
@@ -719,6 +785,7 @@
         selectLine(-1);
         view.render();
         if (hits.length === 0) return;
+        // Starts at the first hit from the view on, so that typing doesn't lose one's place.
         const from = lineOf(Math.min(Math.ceil(view.top), view.count - 1));
         const ahead = hits.items.subarray(0, hits.length).findIndex((line) => line >= from);
         goToHit(Math.max(0, ahead));
@@ -726,6 +793,7 @@
 
     function applyFilters() {
         const { index } = reader;
+        // The line on top stays there when it passes, else the next that does.
         const before = view.count > 0 ? lineOf(Math.min(Math.floor(view.top), view.count - 1)) : 0;
         reader.passing = index.filter(Number(byId("priority").value), byId("tag").value.trim());
         const shown = reader.passing ? reader.passing.length : index.count;
@@ -741,7 +809,7 @@
 
     async function openLog() {
         const job = ++reader.opening;
-        ++reader.searching;
+        ++reader.searching;  // a search in the log left behind has no use any more
         const node = logs[Number(byId("log").value)];
         busy(true);
         let index = indexes.get(node);
@@ -754,6 +822,7 @@
         Object.assign(reader, { index, passing: null });
         const numbers = index.tagNames.map((_, number) => number).slice(1);
         if (numbers.length > MOST_TAGS) numbers.sort((a, b) => index.tagUses[b] - index.tagUses[a]);
+        // A damaged log may have a tag a line; the most used ones are offered, all can be typed.
         const names = numbers.slice(0, MOST_TAGS).map((number) => index.tagNames[number]).sort();
         byId("tags").replaceChildren(...names.map((name) => el("option", { value: name })));
         // Filters would hide all of a log whose lines have neither priority nor tag.
@@ -767,6 +836,7 @@
         applyFilters();
     }
 
+    // Waits for a pause in the typing.
     function debounced(action, delay = 150) {
         let timer = 0;
         return () => {
@@ -780,7 +850,12 @@
         if (logs.length === 0) return fill("reader", nothing());
         view = new RowView(byId("lines"), byId("lines-space"), byId("lines-window"), makeRow);
         byId("log").append(...logs.map((node, place) => el("option", { value: place }, asText(node.dataset.name))));
-        byId("log").value = String(Math.max(0, logs.findIndex((node) => node.firstChild !== null)));
+        // Some captures are empty or short; the largest is the one to begin with.
+        const sizes = new Map(list(report.captures).map((capture) => [capture.name, Number(capture.bytes) || 0]));
+        const size = (node) => (node.firstChild ? sizes.get(node.dataset.name) ?? 1 : -1);
+        const largest = logs.reduce((best, node, place) => (size(node) > size(logs[best]) ? place : best), 0);
+        byId("log").value = String(largest);
+        // Enter doesn't wait for the pause after the typing.
         const step = (by) => {
             if (byId("search").value !== reader.query) search();
             else goToHit(reader.hit + by);
@@ -807,6 +882,7 @@
         });
         view.frame.addEventListener("click", (event) => {
             const row = event.target.closest(".row");
+            // Selecting text to copy it ends in a click, too.
             if (!row || !getSelection().isCollapsed) return;
             selectLine(Number(row.dataset.line));
             view.render();
@@ -816,6 +892,7 @@
 
     // ---- Printing
 
+    // Paper can't be opened, scrolled or pointed at: everything is unfolded and drawn black on white.
     function watchPrinting() {
         let opened = [];
         addEventListener("beforeprint", () => {
@@ -823,6 +900,7 @@
             for (const details of opened) details.open = true;
             document.documentElement.classList.add("printing");
             drawCharts();
+            // The width of a page's text; the canvas doesn't learn the paper's in time.
             for (const chart of charts) chart.resize(680, chart.canvas.parentElement.clientHeight);
             if (reader.index) view.render(0);
         });
