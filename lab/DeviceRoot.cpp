@@ -108,9 +108,10 @@ std::string DeviceRoot::at(const std::string& devicePath) const {
 
 void DeviceRoot::mountPartition(size_t bytes) const {
     const std::string options = "mode=0777,size=" + std::to_string(bytes);
-    // A namespace of this process's own keeps the mount from the rest of the workstation.
+    // A namespace of this process's own keeps the mount from the rest of the workstation. Inside a
+    // chroot "/" is no mount that could be made private, and so none of ours to worry about.
     if (unshare(CLONE_NEWNS) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 && errno != EINVAL)) {
         failWithErrno("cannot make a mount namespace for", at("/velafs"));
     }
     if (mount("velafs", at("/velafs").c_str(), "tmpfs", 0, options.c_str()) != 0) {
