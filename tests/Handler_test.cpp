@@ -53,6 +53,9 @@ class HandlerTest : public DeviceTest {};
 TEST_F(HandlerTest, DeliversInOrderOfTimeThenOfPosting) {
     const android::sp<HandlerThread> thread = new HandlerThread();
     const android::sp<Recorder> handler = new Recorder(thread->getLooper());
+    // The thread never ends and may let go of the last message after this test. Whoever comes last
+    // frees the handler; the thread sanitizer cannot see libutils count, so nobody may.
+    handler->incStrong(this);
     EXPECT_TRUE(handler->sendMessageDelayed(240000000000, android::Message(1)));
     handler->sendMessageDelayed(30000000000, android::Message(2));
     handler->sendMessageDelayed(240000000000, android::Message(3));
