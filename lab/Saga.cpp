@@ -195,7 +195,8 @@ BootOutcome Saga::runBoot(const Boot& boot, int number) {
             redirect(errors, STDERR_FILENO);
             gLog = &mLog;
             gWallClock = mClock;
-            // As init starts a service.
+            // As init starts a service; a shell's background job would hand ignored signals on.
+            for (const int number : {SIGINT, SIGQUIT, SIGPIPE}) signal(number, SIG_DFL);
             clearenv();
             setenv("PATH", "/system/bin", 1);
             umask(077);
