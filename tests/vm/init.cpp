@@ -77,9 +77,9 @@ void writeText(const std::string& path, const std::string& text) {
 }
 
 bool mountAt(const char* type, const std::string& source, const std::string& target,
-             const char* options = "") {
+             unsigned long flags = 0) {
     fs::create_directories(target);
-    return mount(source.c_str(), target.c_str(), type, 0, options) == 0;
+    return mount(source.c_str(), target.c_str(), type, flags, nullptr) == 0;
 }
 
 void setProperty(const char* name, const char* value) {
@@ -128,18 +128,14 @@ void makePlatform() {
     say("pstore: %zd entries", std::distance(fs::directory_iterator("/sys/fs/pstore"), {}));
 }
 
-// The kernel's periods of writing back are shortened as the daemon's are; else a power cut after
-// minutes of the daemon's time would come seconds after its last write.
+// Mounted so that a write is on the disk when it returns: the daemon leaves that to the platform.
 void mountPartition() {
     const std::string disk = diskNamed("velafs");
     if (disk.empty()) {
         say("/velafs: no such partition");
         return;
     }
-    const std::string vm = std::string(kProc) + "/sys/vm/dirty_";
-    writeText(vm + "expire_centisecs", std::to_string(3000 / kClockRate));
-    writeText(vm + "writeback_centisecs", std::to_string(500 / kClockRate));
-    need(mountAt("ext4", disk, "/velafs", "commit=1"), "mount /velafs");
+    need(mountAt("ext4", disk, "/velafs", MS_SYNCHRONOUS), "mount /velafs");
     fs::create_directories("/velafs/boot_vigil/log");
     fs::create_directories("/velafs/SDD");
     say("/velafs: %s mounted", disk.c_str());
@@ -288,7 +284,6 @@ int main() {
     misc.ahead += (time(nullptr) - start + 1) * kClockRate;
     misc.write();
     if (cut) {
-        sleep(3);
         say("waiting for the power cut");
         for (;;) pause();
     }
