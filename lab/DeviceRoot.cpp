@@ -26,10 +26,13 @@ namespace {
 bool gInside = false;
 
 constexpr const char* kBusybox = "/bin/busybox";
+// Small enough that a capture's many shells don't outweigh the daemon: they start in a third of the
+// time that busybox takes.
+constexpr const char* kShell = "/usr/lib/klibc/bin/sh";
+constexpr const char* kCat = "/usr/lib/klibc/bin/cat";
 constexpr const char* kInNamespace = "BOOTVIGIL_LAB_IN_NAMESPACE";
 
-// A device's shell and tools are one binary; so are these.
-constexpr const char* kTools[] = {"sh", "cat", "rm", "tar", "printf", "head", "yes", "sleep"};
+constexpr const char* kTools[] = {"rm", "tar", "printf", "head", "yes", "sleep"};
 
 // Like a device's: they print what the simulated buffers hold.
 constexpr const char* kLogcat =
@@ -39,6 +42,15 @@ constexpr const char* kLogcat =
 constexpr const char* kDmesg =
         "#!/system/bin/sh\n"
         "exec cat /dev/log/kernel\n";
+
+// The library that is the interpreter of both; the name holds its version.
+std::string shellLibrary() {
+    for (const auto& entry : std::filesystem::directory_iterator("/lib")) {
+        const std::string name = entry.path().filename();
+        if (name.rfind("klibc-", 0) == 0 && entry.path().extension() == ".so") return entry.path();
+    }
+    throw std::runtime_error("cannot find /lib/klibc-*.so (package klibc-utils)");
+}
 
 void linkOrCopy(const std::string& from, const std::string& to) {
     std::error_code error;
@@ -58,8 +70,10 @@ void writeScript(const std::string& path, const char* text) {
 }  // namespace
 
 void requireDeviceRoot(char** argv) {
-    if (!fileExists(kBusybox)) {
-        fprintf(stderr, "%s: %s is missing (package busybox-static)\n", argv[0], kBusybox);
+    for (const auto& [program, package] :
+         {std::pair{kBusybox, "busybox-static"}, std::pair{kShell, "klibc-utils"}}) {
+        if (fileExists(program)) continue;
+        fprintf(stderr, "%s: %s is missing (package %s)\n", argv[0], program, package);
         exit(1);
     }
     if (geteuid() == 0) return;
@@ -87,13 +101,17 @@ DeviceRoot::DeviceRoot(std::string path) : mPath(std::move(path)) {
     if (fileExists(mPath) && !std::filesystem::is_empty(mPath)) {
         throw std::runtime_error("cannot make a device root of " + mPath + ": it is not empty");
     }
-    for (const char* folder : {"/dev", "/data", "/proc", "/sys/fs/pstore", "/system/bin"}) {
+    for (const char* folder : {"/dev", "/data", "/proc", "/sys/fs/pstore", "/system/bin", "/lib"}) {
         makeFolders(at(folder));
     }
     for (const char* folder : {"/velafs/boot_vigil/log", "/velafs/SDD"}) {
         makeFolders(at(folder), 0777);
     }
     std::filesystem::create_directory_symlink("system/bin", at("/bin"));
+    linkOrCopy(kShell, at("/system/bin/sh"));
+    linkOrCopy(kCat, at("/system/bin/cat"));
+    const std::string library = shellLibrary();
+    linkOrCopy(library, at(library));
     linkOrCopy(kBusybox, at("/system/bin/busybox"));
     for (const char* tool : kTools) {
         std::filesystem::create_symlink("busybox", at("/system/bin/") + tool);
