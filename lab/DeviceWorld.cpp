@@ -203,9 +203,11 @@ void DeviceWorld::observe() {
 
 void DeviceWorld::report(WatchedFile& file, bool silent) {
     const bool archive = file.how == How::ARCHIVE;
-    std::string content = archive ? identity(file.path) : textOf(file.path);
-    // An empty file differs from none.
-    if (!archive && fileExists(file.path)) content += '\0';
+    std::string content;
+    if (fileExists(file.path)) {
+        // An empty file differs from none.
+        content = archive ? identity(file.path) : textOf(file.path) + '\0';
+    }
     if (content == file.seen) return;
     const std::string before = std::exchange(file.seen, content);
     if (silent) return;
