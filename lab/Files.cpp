@@ -17,8 +17,11 @@ namespace lab {
 namespace {
 
 void writeAll(const std::string& path, const std::string& content, int flags) {
-    makeFolders(std::filesystem::path(path).parent_path());
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
+    if (fd < 0 && errno == ENOENT) {
+        makeFolders(std::filesystem::path(path).parent_path());
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
+    }
     if (fd < 0) failWithErrno("cannot write", path);
     size_t done = 0;
     while (done < content.size()) {
