@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <cutils/properties.h>
@@ -30,7 +31,8 @@ constexpr uint8_t kSystemErrorBooted = 120;  // the same, once the boot is compl
 
 // The completion event counts only with the set-up wizard at 2; the completion property always.
 static bool checkBootFinished(int* phase) {
-    const std::vector<std::string> lines = getFileLines(kBootProfPath);
+    std::string text;
+    const std::vector<std::string_view> lines = readLines(kBootProfPath, text);
     if (static_cast<unsigned int>(lines.size()) <= 2) {
         ALOGE("parseBootProf Lines < 3");
         return false;
@@ -40,8 +42,9 @@ static bool checkBootFinished(int* phase) {
     const int oobe = atoi(value);
     if (oobe == 1) *phase = kOobePhase1;
     if (oobe == 2) *phase = kOobePhase2;
+    Splitter splitter;
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> pieces = split(*line, " :");
+        const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
         if (pieces.size() >= 3 && pieces[2] == kCompletionEvent && oobe == 2 && checkBooted()) {
             return true;
         }

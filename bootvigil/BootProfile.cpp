@@ -4,6 +4,7 @@
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <log/log.h>
@@ -21,18 +22,22 @@ constexpr size_t kLastEventFromEnd = 3;
 
 void Bootvigil::parseBootProf() {
     mStuckPID = -1;
-    const std::vector<std::string> lines = getFileLines(kBootProfPath);
+    std::string text;
+    const std::vector<std::string_view> lines = readLines(kBootProfPath, text);
     if (static_cast<unsigned int>(lines.size()) <= 2) {
         ALOGE("parseBootProf Lines < 3");
         return;
     }
 
     for (auto& milestone : mMilestones) milestone.second = 0;
+    Splitter splitter;
+    std::string event;
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         // time, "pid-process", event; whatever follows the event is not looked at
-        const std::vector<std::string> pieces = split(*line, " :");
+        const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
         if (pieces.size() < 3) continue;
-        const auto milestone = mMilestones.find(pieces[2]);
+        event = pieces[2];
+        const auto milestone = mMilestones.find(event);
         if (milestone == mMilestones.end()) continue;
         if (++milestone->second < kLoopOccurrences) continue;
         ALOGD("parseBootProf reboot reason %s, count %d", milestone->first.c_str(),
@@ -42,7 +47,7 @@ void Bootvigil::parseBootProf() {
         return;
     }
 
-    const std::string& last = lines[lines.size() - kLastEventFromEnd];
+    const std::string last(lines[lines.size() - kLastEventFromEnd]);
     const std::vector<std::string> pieces = split(last, " :");
     if (pieces.size() < 3) return;
     ALOGD("parseBootProf Last Line %s", last.c_str());

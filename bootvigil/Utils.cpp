@@ -6,8 +6,11 @@
 #include "Utils.h"
 
 #include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <time.h>
 #include <unistd.h>
@@ -19,14 +22,27 @@
 namespace {
 
 constexpr char kBlank = ' ';
+constexpr size_t kReadSize = 16384;
 
 // This system's own rule: the length kept is "index of the last non-blank, plus one", counted from
 // the first non-blank, so a piece with n leading blanks keeps up to n trailing ones. A piece of
 // blanks only has no first non-blank; substr then throws, and that is meant to end the process.
-std::string trimField(const std::string& field) {
+std::string_view trimField(std::string_view field) {
     const size_t first = field.find_first_not_of(kBlank);
+    if (first == std::string_view::npos) std::string(field).substr(first);
     const size_t last = field.find_last_not_of(kBlank);
     return field.substr(first, last + 1);
+}
+
+// As str.find(pattern, from), by way of the pattern's last character: its first one may be a blank,
+// of which a boot profile is full.
+size_t findPattern(const std::string& str, std::string_view pattern, size_t from) {
+    const size_t before = pattern.size() - 1;
+    size_t last = str.find(pattern.back(), from + before);
+    while (last != std::string::npos && str.compare(last - before, pattern.size(), pattern) != 0) {
+        last = str.find(pattern.back(), last + 1);
+    }
+    return last == std::string::npos ? last : last - before;
 }
 
 }  // namespace
@@ -35,30 +51,35 @@ bool exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-std::vector<std::string> split(std::string str, std::string pattern) {
-    std::vector<std::string> fields;
-    str += pattern;  // ends the last field like every other one
-    const size_t size = str.size();
+const std::vector<std::string_view>& Splitter::split(std::string_view str,
+                                                     std::string_view pattern) {
+    mFields.clear();
+    mText.assign(str);
+    mText += pattern;  // ends the last field like every other one
+    const size_t size = mText.size();
     size_t i = 0;
     while (i < size) {
-        const size_t pos = str.find(pattern, i);
-        if (pos >= size) {  // npos included
-            ++i;
-            continue;
-        }
+        const size_t pos = findPattern(mText, pattern, i);
+        if (pos >= size) break;  // npos included: nor is there one further on
         if (pos == i) {
-            ALOGE("split err, str=%s, pos=%zu;\n", str.c_str(), i);
+            ALOGE("split err, str=%s, pos=%zu;\n", mText.c_str(), i);
         } else {
-            std::string token = trimField(str.substr(i, pos - i));
+            const std::string_view token = trimField(std::string_view(mText).substr(i, pos - i));
             if (token.empty()) {
-                ALOGE("str.substr err, str=%s, pos=%zu;\n", str.c_str(), pos);
+                ALOGE("str.substr err, str=%s, pos=%zu;\n", mText.c_str(), pos);
             } else {
-                fields.push_back(std::move(token));
+                mFields.push_back(token);
             }
         }
         i = pos + pattern.size();
     }
-    return fields;
+    return mFields;
+}
+
+std::vector<std::string> split(std::string str, std::string pattern) {
+    Splitter splitter;
+    const std::vector<std::string_view>& fields = splitter.split(str, pattern);
+    return {fields.begin(), fields.end()};
 }
 
 bool isallnum(std::string s) {
@@ -75,17 +96,38 @@ bool getAvailableSize(const char* path) {
     return (free >> 1) > 10;
 }
 
-std::vector<std::string> getFileLines(std::string path) {
-    std::vector<std::string> lines;
-    std::ifstream file(path);
-    if (!file.is_open()) {
+std::vector<std::string_view> readLines(const std::string& path, std::string& text) {
+    std::vector<std::string_view> lines;
+    const int fd = TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd < 0) {
         // The wording is the boot profile's for every file.
         ALOGE("parseBootProf open %s failed", path.c_str());
         return lines;
     }
-    std::string line;
-    while (std::getline(file, line)) lines.push_back(line);
+    struct stat info = {};
+    text.clear();
+    if (fstat(fd, &info) == 0) text.reserve(static_cast<size_t>(info.st_size));
+    char block[kReadSize];
+    ssize_t count = 0;
+    while ((count = TEMP_FAILURE_RETRY(read(fd, block, sizeof(block)))) > 0) {
+        text.append(block, static_cast<size_t>(count));
+    }
+    close(fd);
+
+    const std::string_view all = text;
+    size_t start = 0;
+    for (size_t end = 0; (end = all.find('\n', start)) != std::string_view::npos; start = end + 1) {
+        lines.push_back(all.substr(start, end - start));
+    }
+    // What a failed read cut short is no line.
+    if (start < all.size() && count == 0) lines.push_back(all.substr(start));
     return lines;
+}
+
+std::vector<std::string> getFileLines(std::string path) {
+    std::string text;
+    const std::vector<std::string_view> lines = readLines(path, text);
+    return {lines.begin(), lines.end()};
 }
 
 std::string getFirstLine(std::string path) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Whether there is a file or folder of this name.
@@ -14,6 +15,17 @@ bool exists(const std::string& path);
 // A piece of blanks only ends the process: its std::out_of_range is caught by nobody.
 std::vector<std::string> split(std::string str, std::string pattern);
 
+// split() for many texts in a row, without a copy of each piece: the pieces are good until the next
+// call.
+class Splitter {
+public:
+    const std::vector<std::string_view>& split(std::string_view str, std::string_view pattern);
+
+private:
+    std::string mText;
+    std::vector<std::string_view> mFields;
+};
+
 // True when every byte of `s` is an ASCII digit; so also for the empty text.
 bool isallnum(std::string s);
 
@@ -22,6 +34,9 @@ bool getAvailableSize(const char* path);
 
 // All lines of a text file without their line feeds, empty ones included; none if it can't be read.
 std::vector<std::string> getFileLines(std::string path);
+
+// The same without a copy of each line: they lie in `text`, which it fills.
+std::vector<std::string_view> readLines(const std::string& path, std::string& text);
 
 // The first line of a text file: "0" when the file is missing or unreadable, "" when it is empty.
 std::string getFirstLine(std::string path);
