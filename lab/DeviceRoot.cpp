@@ -38,6 +38,7 @@ constexpr const char* kTools[] = {"rm", "tar", "printf", "head", "yes", "sleep"}
 constexpr const char* kLogcat =
         "#!/system/bin/sh\n"
         "while [ $# -gt 0 ]; do [ \"$1\" = -b ] && buffer=$2; shift; done\n"
+        "[ -e /dev/log/$buffer.endless ] && while cat /dev/log/$buffer; do :; done\n"
         "exec cat /dev/log/$buffer\n";
 constexpr const char* kDmesg =
         "#!/system/bin/sh\n"
@@ -97,7 +98,15 @@ void requireDeviceRoot(char** argv) {
     exit(1);
 }
 
-DeviceRoot::DeviceRoot(std::string path) : mPath(std::move(path)) {
+void copyDeviceTools(const std::string& folder) {
+    for (const std::string& path :
+         {std::string(kBusybox), std::string(kShell), std::string(kCat), shellLibrary()}) {
+        makeFolders(std::filesystem::path(folder + path).parent_path());
+        linkOrCopy(path, folder + path);
+    }
+}
+
+DeviceRoot::DeviceRoot(std::string path, const std::string& tools) : mPath(std::move(path)) {
     if (fileExists(mPath) && !std::filesystem::is_empty(mPath)) {
         throw std::runtime_error("cannot make a device root of " + mPath + ": it is not empty");
     }
@@ -108,11 +117,11 @@ DeviceRoot::DeviceRoot(std::string path) : mPath(std::move(path)) {
         makeFolders(at(folder), 0777);
     }
     std::filesystem::create_directory_symlink("system/bin", at("/bin"));
-    linkOrCopy(kShell, at("/system/bin/sh"));
-    linkOrCopy(kCat, at("/system/bin/cat"));
     const std::string library = shellLibrary();
-    linkOrCopy(library, at(library));
-    linkOrCopy(kBusybox, at("/system/bin/busybox"));
+    linkOrCopy(tools + kShell, at("/system/bin/sh"));
+    linkOrCopy(tools + kCat, at("/system/bin/cat"));
+    linkOrCopy(tools + library, at(library));
+    linkOrCopy(tools + kBusybox, at("/system/bin/busybox"));
     for (const char* tool : kTools) {
         std::filesystem::create_symlink("busybox", at("/system/bin/") + tool);
     }
@@ -137,12 +146,19 @@ void DeviceRoot::mountPartition(size_t bytes) const {
     }
 }
 
+void DeviceRoot::makePartitionWritable() const {
+    if (mount(nullptr, at("/velafs").c_str(), nullptr, MS_REMOUNT, nullptr) != 0) {
+        failWithErrno("cannot make writable", at("/velafs"));
+    }
+}
+
 void DeviceRoot::unmountPartition() const {
     namespace fs = std::filesystem;
     const fs::path partition = at("/velafs");
     const fs::path copy = at("/velafs.copy");
     fs::copy(partition, copy, fs::copy_options::recursive);
-    if (umount(partition.c_str()) != 0) failWithErrno("cannot unmount", partition);
+    // A command that was killed a moment ago may still hold a file.
+    if (umount2(partition.c_str(), MNT_DETACH) != 0) failWithErrno("cannot unmount", partition);
     fs::remove_all(partition);
     fs::rename(copy, partition);
 }

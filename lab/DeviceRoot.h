@@ -12,12 +12,17 @@ namespace lab {
 // with one line and status 1 where neither works. To be called first in main.
 void requireDeviceRoot(char** argv);
 
+// Copies what the device roots' shell and tools are made of to `folder`, under the paths that they
+// have on the workstation; throws std::runtime_error.
+void copyDeviceTools(const std::string& folder);
+
 // Builds and describes a device root below `path`. It survives the object.
 class DeviceRoot {
 public:
     // Makes the folder (which must be missing or empty) with shell, log commands and an empty
-    // persistent partition; throws std::runtime_error.
-    explicit DeviceRoot(std::string path);
+    // persistent partition; throws std::runtime_error. `tools` is a folder where
+    // copyDeviceTools() was; on the same file system nothing needs to be copied any more.
+    explicit DeviceRoot(std::string path, const std::string& tools = "");
 
     // The host's path of a device path ("/velafs/SDD").
     std::string at(const std::string& devicePath) const;
@@ -28,6 +33,9 @@ public:
 
     // Makes /velafs a file system of its own of `bytes`, empty.
     void mountPartition(size_t bytes) const;
+
+    // After it was made read-only.
+    void makePartitionWritable() const;
 
     // Takes that file system away again and leaves what it held in an ordinary folder.
     void unmountPartition() const;

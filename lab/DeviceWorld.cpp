@@ -5,10 +5,13 @@
 #include "DeviceWorld.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +20,7 @@
 #include <utility>
 
 #include "Archive.h"
+#include "Calls.h"
 #include "Files.h"
 
 namespace lab {
@@ -91,17 +95,38 @@ void fillPartition(const std::string& path) {
     close(fd);
 }
 
+// The platform's other programs can't write to a partition that is absent or read-only either.
+bool canChange(const std::string& path) {
+    const bool partition = path.rfind("/velafs", 0) == 0;
+    return !partition || access("/velafs", W_OK) == 0;
+}
+
+Held heldResources() {
+    Held held;
+    constexpr int kFds = 128;
+    for (int fd = 0; fd < kFds; ++fd) {
+        struct stat info = {};
+        if (fstat(fd, &info) == 0) ++(S_ISDIR(info.st_mode) ? held.folders : held.files);
+    }
+    siginfo_t child = {};
+    const int result = waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT);
+    held.zombies = result == 0 && child.si_pid != 0 ? 1 : 0;
+    return held;
+}
+
 constexpr unsigned long kFreeBytes = 1UL << 30;  // of a partition that is no file system of its own
 
 }  // namespace
 
-DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog& log)
+DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, Trace& trace)
     : mBoot(boot),
       mRebootAfter(device.rebootAfter),
       mOwnPartition(device.partitionSize.has_value()),
       mLog(log),
+      mTrace(trace),
       mChanges(boot.changes),
       mWatched(watchedFiles()) {
+    if (log == nullptr) mWatched.clear();
     for (WatchedFile& file : mWatched) report(file, /* silent= */ true);
     showProfile(0);
 }
@@ -124,39 +149,57 @@ void DeviceWorld::advanceTo(int64_t target) {
 }
 
 void DeviceWorld::apply(const Change& change) {
-    const int64_t now = vtime::now();
+    const bool file = change.kind == Change::Kind::WRITE || change.kind == Change::Kind::REMOVE;
+    if (file && !canChange(change.name)) return;
+    const std::string number = std::to_string(change.number);
     switch (change.kind) {
         case Change::Kind::SET:
             writeFile(kPropertyDir + change.name, change.value);
-            mLog.add(now, "set", {{"name", change.name}, {"value", change.value}});
+            tell("set", change.name + " " + change.value,
+                 {{"name", change.name}, {"value", change.value}});
             break;
         case Change::Kind::WRITE:
             writeFile(change.name, change.value);
-            mLog.add(now, "write", {{"path", change.name}});
+            tell("write", change.name, {{"path", change.name}});
             break;
         case Change::Kind::REMOVE:
             std::filesystem::remove_all(change.name);
-            mLog.add(now, "remove", {{"path", change.name}});
+            tell("remove", change.name, {{"path", change.name}});
             break;
         case Change::Kind::FILL:
             fillPartition(change.name);
-            mLog.add(now, "fill", {{"path", change.name}});
+            tell("fill", change.name, {{"path", change.name}});
             break;
         case Change::Kind::READ_ONLY:
             if (mount(nullptr, change.name.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) !=
                 0) {
                 failWithErrno("cannot make read-only", change.name);
             }
-            mLog.add(now, "read-only", {{"path", change.name}});
+            tell("read-only", change.name, {{"path", change.name}});
+            break;
+        case Change::Kind::CLOCK:
+            vtime::shiftTimeOfDay(change.number);
+            tell("clock", number, {{"seconds", change.number}});
+            break;
+        case Change::Kind::SIGNAL:
+            tell("signal", number, {{"signal", change.number}});
+            raise(static_cast<int>(change.number));  // to this thread, so that it is at once
             break;
         case Change::Kind::POWER_CYCLE:
         case Change::Kind::PLATFORM_REBOOT:
-        case Change::Kind::END:
-            // The power goes while the daemon is still running.
-            mLog.add(now, "end",
-                     {{"why", change.kind == Change::Kind::END ? "still running" : "cut off"}});
+            // The daemon is still running.
+            tell("end", "cut off", {{"why", "cut off"}});
+            if (change.kind == Change::Kind::POWER_CYCLE) calls::cutPower();
             _exit(kCutOff);
+        case Change::Kind::END:
+            tell("end", "still running", {{"why", "still running"}});
+            _exit(kStillRunning);
     }
+}
+
+void DeviceWorld::tell(const char* kind, const std::string& text, const Record& fields) {
+    mTrace.add(vtime::now(), TraceEvent::CHANGE, std::string(kind) + " " + text);
+    if (mLog != nullptr) mLog->add(vtime::now(), kind, fields);
 }
 
 void DeviceWorld::add(Change change) {
@@ -192,7 +235,7 @@ void DeviceWorld::showProfile(int64_t now) {
     if (events == mEventsShown && now != 0) return;
     for (; mEventsShown < events; ++mEventsShown) {
         const ProfileScript::Event& event = mBoot.profile.events()[mEventsShown];
-        mLog.add(event.us / 1000, "event", {{"name", event.name}});
+        if (mLog != nullptr) mLog->add(event.us / 1000, "event", {{"name", event.name}});
     }
     writeFile(mBoot.profilePath, mBoot.profile.at(now));
 }
@@ -216,7 +259,7 @@ void DeviceWorld::report(WatchedFile& file, bool silent) {
     if (!file.name.empty()) fields["name"] = file.name;
     if (content.empty()) {
         fields["removed"] = true;
-        mLog.add(vtime::now(), file.kind, fields);
+        mLog->add(vtime::now(), file.kind, fields);
         return;
     }
     if (archive) {
@@ -224,13 +267,13 @@ void DeviceWorld::report(WatchedFile& file, bool silent) {
         fields["bytes"] = info.content;
         fields["compressed"] = info.size;
         if (!info.error.empty()) fields["error"] = info.error;
-        mLog.add(vtime::now(), file.kind, fields);
+        mLog->add(vtime::now(), file.kind, fields);
         return;
     }
     content.pop_back();
     if (file.how == How::TEXT) {
         fields["text"] = content;
-        mLog.add(vtime::now(), file.kind, fields);
+        mLog->add(vtime::now(), file.kind, fields);
         return;
     }
     const std::string old = before.empty() ? before : before.substr(0, before.size() - 1);
@@ -240,23 +283,46 @@ void DeviceWorld::report(WatchedFile& file, bool silent) {
     if (extended && lines.empty()) return;  // created, and nothing written yet
     do {
         fields["text"] = takeLine(lines);
-        mLog.add(vtime::now(), file.kind, fields);
+        mLog->add(vtime::now(), file.kind, fields);
     } while (!lines.empty());
+}
+
+void DeviceWorld::onIdle() {
+    const Held now = heldResources();
+    const Held first = mHeldFirst.value_or(now);
+    mHeldFirst = first;
+    std::string held = "files=" + std::to_string(now.files - first.files) +
+                       " folders=" + std::to_string(now.folders - first.folders) +
+                       " zombies=" + std::to_string(now.zombies);
+    if (held == mHeld) return;
+    if (!mHeld.empty()) mTrace.add(vtime::now(), TraceEvent::IDLE, held);
+    mHeld = std::move(held);
+}
+
+void DeviceWorld::onWake() {
+    mTrace.add(vtime::now(), TraceEvent::WAKE, "");
 }
 
 void DeviceWorld::onSignal(pid_t pid, int signal) {
     observe();  // the daemon may not come to sleep again
-    mLog.add(vtime::now(), "signal", {{"signal", signal}, {"pid", pid}});
+    mTrace.add(vtime::now(), TraceEvent::SIGNAL,
+               std::to_string(signal) + " " + std::to_string(pid));
+    if (mLog != nullptr) mLog->add(vtime::now(), "signal", {{"signal", signal}, {"pid", pid}});
 }
 
-void DeviceWorld::onFreeSpace(const char* /* path */, struct statfs& info) {
-    if (mOwnPartition) return;
-    info.f_bsize = 4096;
-    info.f_bavail = kFreeBytes / 4096;
+void DeviceWorld::onFreeSpace(const char* path, struct statfs& info) {
+    const bool partition = strncmp(path, "/velafs", 7) == 0;
+    if (partition && calls::spaceLeft() >= 0) {
+        info.f_bsize = 1;
+        info.f_bavail = static_cast<fsblkcnt_t>(calls::spaceLeft());
+    } else if (!mOwnPartition) {
+        info.f_bsize = 4096;
+        info.f_bavail = kFreeBytes / 4096;
+    }
 }
 
 int DeviceWorld::onCancelMonitor() {
-    mLog.add(vtime::now(), "monitor", {{"text", "cancelled"}});
+    if (mLog != nullptr) mLog->add(vtime::now(), "monitor", {{"text", "cancelled"}});
     return 0;
 }
 

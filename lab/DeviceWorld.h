@@ -6,11 +6,13 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "RunLog.h"
 #include "Scenario.h"
+#include "Trace.h"
 #include "VirtualTime.h"
 
 namespace lab {
@@ -20,7 +22,8 @@ constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 // Exit statuses of the daemon's process that are none of its own.
-constexpr int kCutOff = 125;     // the boot ended before the daemon did
+constexpr int kStillRunning = 124;  // the scenario ended before the daemon did
+constexpr int kCutOff = 125;        // the power did
 constexpr int kBrokenLab = 126;  // the lab could not do its part, and has said so on standard error
 
 // A file that the daemon writes: every change of it becomes a record.
@@ -33,13 +36,22 @@ struct WatchedFile {
     std::string seen;  // content or identity at the last look
 };
 
+// What a process holds: open files and folders, and ended children that nobody has waited for.
+struct Held {
+    int files = 0;
+    int folders = 0;
+    int zombies = 0;
+};
+
 class DeviceWorld : public World {
 public:
-    // `boot` and `log` must outlive the world. Looks at the files once, so that only later changes
-    // are records.
-    DeviceWorld(const Scenario& device, const Boot& boot, RunLog& log);
+    // All must outlive the world. Looks at the files once, so that only later changes are records;
+    // without a log nobody looks at them.
+    DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, Trace& trace);
 
     void advanceTo(int64_t target) override;
+    void onIdle() override;
+    void onWake() override;
     void onSignal(pid_t pid, int signal) override;
     int onCancelMonitor() override;
     void onFreeSpace(const char* path, struct statfs& info) override;
@@ -53,14 +65,18 @@ private:
     void answerRequests();
     void showProfile(int64_t now);
     void report(WatchedFile& file, bool silent);
+    void tell(const char* kind, const std::string& text, const Record& fields);
 
     const Boot& mBoot;
     const int64_t mRebootAfter;
     const bool mOwnPartition;
-    RunLog& mLog;
+    RunLog* const mLog;
+    Trace& mTrace;
     std::vector<Change> mChanges;  // to come, in order of time
     std::vector<WatchedFile> mWatched;
     size_t mEventsShown = 0;
+    std::optional<Held> mHeldFirst;  // when the daemon first went to sleep
+    std::string mHeld;               // and more than that, when it last did
     bool mRequestSeen = false;
     std::string mKelRequests;
 };

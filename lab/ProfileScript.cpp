@@ -26,6 +26,12 @@ std::string formatTime(int64_t us) {
 
 }  // namespace
 
+std::string ProfileScript::Event::by() const {
+    const size_t first = rest.find_first_not_of(": ");
+    const size_t last = rest.find_last_not_of(": ", rest.size() - name.size() - 1);
+    return rest.substr(first, last + 1 - first);
+}
+
 ProfileScript ProfileScript::parse(const std::string& text, const std::string& source) {
     ProfileScript script;
     std::istringstream lines(text);

@@ -16,6 +16,9 @@ public:
         int64_t us;        // since the kernel's start
         std::string rest;  // ":  408-vold            : vold:fbeEnable:START"
         std::string name;
+
+        // Who logged it: "408-vold".
+        std::string by() const;
     };
 
     // A profile with no event.
@@ -44,9 +47,13 @@ public:
     // How many events have come by then.
     size_t eventsBy(int64_t now) const;
 
+    // In order of time.
     const std::vector<Event>& events() const {
         return mEvents;
-    }  // in order of time
+    }
+    std::vector<Event>& events() {
+        return mEvents;
+    }
 
 private:
     std::vector<std::string> mHeader;

@@ -21,8 +21,10 @@
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <random>
 #include <stdexcept>
 
+#include "Calls.h"
 #include "DeviceWorld.h"
 #include "Files.h"
 
@@ -42,7 +44,7 @@ constexpr int kHandlerTid = 402;
 RunLog* gLog = nullptr;
 DeviceWorld* gWorld = nullptr;
 int gMainLog = -1;
-time_t gWallClock = 0;
+Trace* gTrace = nullptr;
 
 const char* priorityLetter(int priority) {
     switch (priority) {
@@ -57,13 +59,15 @@ const char* priorityLetter(int priority) {
     }
 }
 
-// Every line goes to the run's log and, as on a device, to the main buffer.
+// Every line goes to the run's records and, as on a device, to the main buffer.
 void logLine(const __android_logger_data* data, const char* message) {
+    const calls::Unwatched ownWork;
     const int64_t now = vtime::now();
     const char* priority = priorityLetter(data->priority);
-    gLog->add(now, "log", {{"priority", priority}, {"text", message}});
+    gTrace->add(now, TraceEvent::LOG, std::string(priority) + " " + message);
+    if (gLog != nullptr) gLog->add(now, "log", {{"priority", priority}, {"text", message}});
 
-    const time_t seconds = gWallClock + now / 1000;
+    const time_t seconds = vtime::timeOfDay();
     tm date = {};
     gmtime_r(&seconds, &date);
     char head[96];
@@ -87,6 +91,17 @@ std::string sampleLog(const std::string& sample, size_t from, int64_t size) {
     return text;
 }
 
+// Text that can't be compressed much.
+const std::string& noise() {
+    static const std::string text = [] {
+        std::mt19937 random(1);
+        std::string letters(300000, ' ');
+        for (char& letter : letters) letter = static_cast<char>('!' + random() % 90);
+        return letters;
+    }();
+    return text;
+}
+
 void redirect(const std::string& path, int target) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (fd < 0 || dup2(fd, target) < 0) failWithErrno("cannot write", path);
@@ -107,25 +122,63 @@ bool waitForExit(pid_t child) {
 
 }  // namespace
 
-Saga::Saga(const Scenario& scenario, std::string folder)
+Saga::Saga(const Scenario& scenario, std::string folder, Keep keep, const std::string& tools)
     : mScenario(scenario),
+      mKeep(keep),
       mFolder(std::filesystem::absolute(folder)),
-      mRoot(mFolder + "/root"),
-      mLog(mFolder + "/run.jsonl"),
-      mClock(scenario.clock) {}
+      mRoot(mFolder + "/root", tools),
+      mClock(scenario.clock) {
+    if (keep == Keep::LOG) mLog.emplace(mFolder + "/run.jsonl");
+}
 
 void Saga::run() {
     prepareDevice();
     int number = 0;
     for (const Boot& boot : mScenario.boots) {
-        mLog.setBoot(++number);
+        ++number;
+        if (mLog) mLog->setBoot(number);
         prepareBoot(boot);
-        mLog.add(0, "boot",
-                 {{"about", boot.about}, {"reason", mBootReason}, {"clock", int64_t{mClock}}});
-        mOutcomes.push_back(runBoot(boot, number));
-        finishBoot(mOutcomes.back());
+        if (mLog) {
+            mLog->add(0, "boot",
+                      {{"about", boot.about}, {"reason", mBootReason}, {"clock", int64_t{mClock}}});
+        }
+        const TextMap propertiesBefore = properties();
+        const TextMap filesBefore = filesKept();
+        const time_t clock = mClock;
+        BootOutcome outcome = runBoot(boot, number);
+        finishBoot(boot, outcome);
+        const std::vector<TraceEvent> events = mTrace.events();
+        outcome.violations =
+                mRules.check({mScenario, boot, propertiesBefore, filesBefore, filesKept(), events,
+                              outcome.end, outcome.status, outcome.endedAt, clock});
+        if (mTrace.full()) throw std::runtime_error("a boot's trace is longer than expected");
+        mOutcomes.push_back(std::move(outcome));
     }
     if (mScenario.partitionSize) mRoot.unmountPartition();
+}
+
+// The files that the daemon keeps its state in.
+TextMap Saga::filesKept() const {
+    constexpr uintmax_t kLargest = 256 * 1024;  // a file that fills the partition is none
+    TextMap files;
+    for (const char* folder : {"/velafs", "/data"}) {
+        std::error_code absent;
+        for (const auto& entry :
+             std::filesystem::recursive_directory_iterator(mRoot.at(folder), absent)) {
+            if (!entry.is_regular_file() || entry.path().extension() == ".zs") continue;
+            if (entry.file_size() > kLargest) continue;
+            files[entry.path().string().substr(mRoot.path().size())] = readFile(entry.path());
+        }
+    }
+    return files;
+}
+
+TextMap Saga::properties() const {
+    TextMap properties;
+    for (const auto& entry : std::filesystem::directory_iterator(mRoot.at(kPropertyDir))) {
+        properties[entry.path().filename()] = readFile(entry.path());
+    }
+    return properties;
 }
 
 void Saga::prepareDevice() {
@@ -147,6 +200,10 @@ void Saga::prepareBoot(const Boot& boot) {
         std::filesystem::remove_all(mRoot.at(folder));
         makeFolders(mRoot.at(folder));
     }
+    if (boot.partitionAbsent) {
+        std::filesystem::rename(mRoot.at("/velafs"), mRoot.at("/velafs.away"));
+    }
+    if (mScenario.partitionSize) mRoot.makePartitionWritable();
     writeFile(mRoot.at("/proc/cmdline"), mScenario.commandLine);
     writeFile(mRoot.at("/dev/bootvigilk"), "");
     makeFolders(mRoot.at("/dev/kel"));
@@ -171,84 +228,125 @@ void Saga::fillLogs() {
     static const std::string sample = readFile(LAB_DATA_DIR "/logs/logcat_sample.txt");
     size_t from = 0;
     for (const auto& [buffer, size] : mScenario.logSizes) {
-        writeFile(mRoot.at("/dev/log/" + buffer), sampleLog(sample, from, size));
+        const bool endless = mScenario.endlessLogs.count(buffer) != 0;
+        // What repeats itself would take no room.
+        std::string text = endless ? noise() : sampleLog(sample, from, size);
+        if (mScenario.nulLogs.count(buffer) != 0) std::fill(text.begin(), text.end(), '\0');
+        writeFile(mRoot.at("/dev/log/" + buffer), text);
         from += 20000;  // so that the buffers differ
+        if (endless) writeFile(mRoot.at("/dev/log/" + buffer + ".endless"), "");
     }
 }
 
+// In the boot's own process.
+void Saga::becomeDaemon(const Boot& boot, const std::string& errors, std::atomic<int64_t>* clock) {
+    try {
+        setpgid(0, 0);  // a signal to the daemon's own group stays within the boot
+        redirect("/dev/null", STDOUT_FILENO);
+        redirect(errors, STDERR_FILENO);
+        gLog = mLog ? &*mLog : nullptr;
+        gTrace = &mTrace;
+        // As init starts a service; a shell's background job would hand ignored signals on.
+        for (const int number : {SIGINT, SIGQUIT, SIGPIPE}) signal(number, SIG_DFL);
+        clearenv();
+        setenv("PATH", "/system/bin", 1);
+        umask(077);
+        const rlimit noCore = {0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        mRoot.enter();
+        gMainLog = open("/dev/log/main", O_WRONLY | O_APPEND | O_CLOEXEC);
+        gWorld = new DeviceWorld(mScenario, boot, gLog, mTrace);
+        atexit([] {
+            const calls::Unwatched ownWork;
+            gWorld->observe();
+        });
+        __android_log_set_logger(logLine);
+        vtime::start(gWorld, clock, mClock);
+        calls::start(boot, mTrace);
+        bootvigilMain();
+    } catch (const std::exception& error) {
+        fprintf(stderr, "lab: %s\n", error.what());
+    }
+    _exit(kBrokenLab);
+}
+
 BootOutcome Saga::runBoot(const Boot& boot, int number) {
-    const std::string errors = mFolder + "/boot-" + std::to_string(number) + ".stderr";
+    using End = BootObservation::End;
+    const std::string errors =
+            mFolder + (mLog ? "/boot-" + std::to_string(number) + ".stderr" : "/boot.stderr");
     // The clock is shared, so that it can be read when the daemon was killed.
     void* shared = mmap(nullptr, sizeof(std::atomic<int64_t>), PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED) failWithErrno("cannot map", "a clock");
     auto* clock = new (shared) std::atomic<int64_t>(0);
+    mTrace.clear();
     const auto started = std::chrono::steady_clock::now();
     fflush(nullptr);
 
     const pid_t child = fork();
     if (child < 0) failWithErrno("cannot fork", "a boot");
-    if (child == 0) {
-        try {
-            setpgid(0, 0);  // a signal to the daemon's own group stays within the boot
-            redirect("/dev/null", STDOUT_FILENO);
-            redirect(errors, STDERR_FILENO);
-            gLog = &mLog;
-            gWallClock = mClock;
-            // As init starts a service; a shell's background job would hand ignored signals on.
-            for (const int number : {SIGINT, SIGQUIT, SIGPIPE}) signal(number, SIG_DFL);
-            clearenv();
-            setenv("PATH", "/system/bin", 1);
-            umask(077);
-            const rlimit noCore = {0, 0};
-            setrlimit(RLIMIT_CORE, &noCore);
-            mRoot.enter();
-            gMainLog = open("/dev/log/main", O_WRONLY | O_APPEND | O_CLOEXEC);
-            gWorld = new DeviceWorld(mScenario, boot, mLog);
-            atexit([] { gWorld->observe(); });
-            __android_log_set_logger(logLine);
-            vtime::start(gWorld, clock, mClock);
-            bootvigilMain();
-        } catch (const std::exception& error) {
-            fprintf(stderr, "lab: %s\n", error.what());
-        }
-        _exit(kBrokenLab);
-    }
+    if (child == 0) becomeDaemon(boot, errors, clock);
 
     const bool inTime = waitForExit(child);
     if (!inTime) kill(-child, SIGKILL);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
+    kill(-child, SIGKILL);  // the commands that it was reading from
     const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
-    BootOutcome outcome = {*clock, real.count(), readFileOr(errors, "")};
+    BootOutcome outcome;
+    outcome.endedAt = *clock;
+    outcome.realSeconds = real.count();
+    outcome.errors = readFileOr(errors, "");
     munmap(shared, sizeof(std::atomic<int64_t>));
     if (!inTime) throw std::runtime_error("a boot took too much real time; see " + mFolder);
     if (WIFEXITED(status) && WEXITSTATUS(status) == kBrokenLab) {
         throw std::runtime_error(outcome.errors);
     }
     if (WIFSIGNALED(status)) {
-        mLog.add(outcome.endedAt, "killed", {{"signal", WTERMSIG(status)}});
-    } else if (WEXITSTATUS(status) != kCutOff) {
-        mLog.add(outcome.endedAt, "exit", {{"status", WEXITSTATUS(status)}});
+        outcome.end = End::KILLED;
+        outcome.status = WTERMSIG(status);
+        if (mLog) mLog->add(outcome.endedAt, "killed", {{"signal", outcome.status}});
+    } else if (WEXITSTATUS(status) == kCutOff) {
+        outcome.end = End::CUT_OFF;
+    } else if (WEXITSTATUS(status) == kStillRunning) {
+        outcome.end = End::STILL_RUNNING;
+    } else {
+        outcome.status = WEXITSTATUS(status);
+        if (mLog) mLog->add(outcome.endedAt, "exit", {{"status", outcome.status}});
     }
     return outcome;
 }
 
 // What the platform makes of the boot before the next one.
-void Saga::finishBoot(const BootOutcome& outcome) {
-    mPersistent.clear();
-    const std::string properties = mRoot.at(kPropertyDir);
-    for (const auto& entry : std::filesystem::directory_iterator(properties)) {
-        const std::string name = entry.path().filename();
-        if (name.rfind("persist.", 0) == 0) mPersistent[name] = readFile(entry.path());
+void Saga::finishBoot(const Boot& boot, const BootOutcome& outcome) {
+    if (boot.partitionAbsent) {
+        std::filesystem::remove_all(mRoot.at("/velafs"));
+        std::filesystem::rename(mRoot.at("/velafs.away"), mRoot.at("/velafs"));
     }
-    if (fileExists(properties + kResetRequest)) {
+    if (mKeep == Keep::FINGERPRINT) {
+        addToFingerprint(mTrace.bytes());
+        std::map<std::string, std::string> files;  // in an order of their own
+        for (const auto& entry :
+             std::filesystem::recursive_directory_iterator(mRoot.at("/velafs"))) {
+            if (entry.is_regular_file()) files[entry.path()] = readFile(entry.path());
+        }
+        for (const auto& [path, content] : files) {
+            addToFingerprint(path.substr(mRoot.path().size()));
+            addToFingerprint(content);
+        }
+    }
+    mPersistent.clear();
+    const TextMap set = properties();
+    for (const auto& [name, value] : set) {
+        if (name.rfind("persist.", 0) == 0) mPersistent[name] = value;
+    }
+    if (set.count(kResetRequest) != 0) {
         mBootReason = "reboot,factory_reset";
         mPersistent.clear();
         std::filesystem::remove_all(mRoot.at("/data"));
         makeFolders(mRoot.at("/data/vela_dfr"));
-    } else if (fileExists(properties + kRebootRequest)) {
+    } else if (set.count(kRebootRequest) != 0) {
         mBootReason = "reboot,velarecovery";
     } else {
         mBootReason = "cold,powerkey";
@@ -256,6 +354,12 @@ void Saga::finishBoot(const BootOutcome& outcome) {
     mLastConsole =
             readFileOr(mRoot.at("/dev/log/kernel"), "") + readFileOr(mRoot.at("/dev/kmsg"), "");
     mClock += outcome.endedAt / 1000 + kBetweenBoots;
+}
+
+void Saga::addToFingerprint(std::string_view bytes) {
+    for (const char c : bytes) {
+        mFingerprint = (mFingerprint ^ static_cast<uint8_t>(c)) * 0x100000001b3;
+    }
 }
 
 }  // namespace lab

@@ -5,27 +5,43 @@
 
 #include <stdint.h>
 
+#include <atomic>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "DeviceRoot.h"
+#include "Rules.h"
 #include "RunLog.h"
 #include "Scenario.h"
+#include "Trace.h"
 
 namespace lab {
 
 struct BootOutcome {
-    int64_t endedAt = 0;     // device time, ms
-    double realSeconds = 0;  // of the workstation
-    std::string errors;      // what the daemon wrote to standard error
+    BootObservation::End end = BootObservation::End::EXITED;
+    int status = 0;                     // exit status or signal
+    int64_t endedAt = 0;                // device time, ms
+    double realSeconds = 0;             // of the workstation
+    std::string errors;                 // what the daemon wrote to standard error
+    std::vector<Violation> violations;  // of the rules that every boot must keep
 };
 
-// Runs a scenario. Everything is kept in `folder`, which must be missing or empty: the device
-// root ("root"), the log of the run ("run.jsonl") and each boot's standard error.
+// How much is kept of a run.
+enum class Keep {
+    LOG,          // the log of the run ("run.jsonl") and each boot's errors ("boot-1.stderr")
+    TRACE,        // nothing but what the rules need; several hundred boots a second
+    FINGERPRINT,  // the same, and a sum of everything that the daemon did and left
+};
+
+// Runs a scenario. Everything is kept in `folder`, which must be missing or empty, and in whose
+// folder "root" lies the device.
 class Saga {
 public:
-    // Throws std::runtime_error when the folder can't be made.
-    Saga(const Scenario& scenario, std::string folder);
+    // Throws std::runtime_error when the folder can't be made. `tools` as for DeviceRoot.
+    Saga(const Scenario& scenario, std::string folder, Keep keep = Keep::LOG,
+         const std::string& tools = "");
 
     // Throws std::runtime_error when a boot can't be run at all; how the daemon fares is no error.
     void run();
@@ -33,11 +49,16 @@ public:
     const std::vector<BootOutcome>& outcomes() const {
         return mOutcomes;
     }
+    // Only of a run with Keep::LOG.
     std::vector<Record> records() const {
-        return mLog.read();
+        return mLog->read();
     }
     const DeviceRoot& root() const {
         return mRoot;
+    }
+    // Equal for runs that did the same, call by call and byte by byte.
+    uint64_t fingerprint() const {
+        return mFingerprint;
     }
 
 private:
@@ -45,12 +66,21 @@ private:
     void prepareBoot(const Boot& boot);
     void fillLogs();
     BootOutcome runBoot(const Boot& boot, int number);
-    void finishBoot(const BootOutcome& outcome);
+    [[noreturn]] void becomeDaemon(const Boot& boot, const std::string& errors,
+                                   std::atomic<int64_t>* clock);
+    void finishBoot(const Boot& boot, const BootOutcome& outcome);
+    TextMap properties() const;
+    TextMap filesKept() const;
+    void addToFingerprint(std::string_view bytes);
 
     const Scenario& mScenario;
+    const Keep mKeep;
     std::string mFolder;
     DeviceRoot mRoot;
-    RunLog mLog;
+    std::optional<RunLog> mLog;
+    Trace mTrace;
+    Rules mRules;
+    uint64_t mFingerprint = 0xcbf29ce484222325;
     std::vector<BootOutcome> mOutcomes;
     time_t mClock;                     // time of day at the start of the next boot
     std::string mBootReason = "cold";  // of the next boot

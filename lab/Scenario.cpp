@@ -31,6 +31,26 @@ constexpr const char* kCommandLine =
         "console=ttyMSM0 androidboot.mode=normal FlashID=90014a483942 mem_index=3 poffsts=0x09 "
         "quiet\n";
 
+}  // namespace
+
+const std::map<std::string, Fault::Call> kCalls = {{"open", Fault::Call::OPEN},
+                                                   {"write", Fault::Call::WRITE},
+                                                   {"close", Fault::Call::CLOSE},
+                                                   {"rename", Fault::Call::RENAME},
+                                                   {"remove", Fault::Call::REMOVE},
+                                                   {"mkdir", Fault::Call::MKDIR},
+                                                   {"chmod", Fault::Call::CHMOD},
+                                                   {"popen", Fault::Call::POPEN},
+                                                   {"malloc", Fault::Call::MALLOC}};
+
+const std::map<std::string, Unsynced> kUnsynced = {{"kept", Unsynced::KEPT},
+                                                   {"lost", Unsynced::LOST},
+                                                   {"emptied", Unsynced::EMPTIED},
+                                                   {"cut", Unsynced::CUT},
+                                                   {"mixed", Unsynced::MIXED}};
+
+namespace {
+
 // Walks a YAML document; every error names file, line and column.
 class Reader {
 public:
@@ -65,6 +85,14 @@ public:
             fail(node, "expected " + what + " (a whole number from " + std::to_string(least) + ")");
         }
         return value;
+    }
+
+    template <typename Value>
+    Value oneOf(const YAML::Node& node, const std::string& what,
+                const std::map<std::string, Value>& known) const {
+        const auto found = known.find(text(node, what));
+        if (found == known.end()) fail(node, "expected " + what + namesOf(known));
+        return found->second;
     }
 
     // Seconds with up to three places, as milliseconds.
@@ -112,7 +140,8 @@ public:
     }
 
 private:
-    static std::string namesOf(const std::map<std::string, Field>& known) {
+    template <typename Value>
+    static std::string namesOf(const std::map<std::string, Value>& known) {
         std::string names;
         for (const auto& other : known)
             names.append(names.empty() ? "; known: " : ", ").append(other.first);
@@ -153,11 +182,29 @@ public:
                          [&](const auto& n) {
                              mBoot.kelAnswersAfter = mReader.seconds(n, "a delay");
                          }},
+                        {"partition",
+                         [&](const auto& n) {
+                             mBoot.partitionAbsent = mReader.text(n, "'absent'") == "absent";
+                             if (!mBoot.partitionAbsent) mReader.fail(n, "expected 'absent'");
+                         }},
+                        {"space",
+                         [&](const auto& n) { mBoot.space = mReader.whole(n, "bytes", 0); }},
+                        {"fail", [&](const auto& n) { readFaults(n); }},
+                        {"power_cut_after",
+                         [&](const auto& n) {
+                             mBoot.cutAfter = mReader.whole(n, "the number of an operation", 1);
+                         }},
+                        {"unsynced",
+                         [&](const auto& n) {
+                             mBoot.unsynced = mReader.oneOf(n, "what becomes of files", kUnsynced);
+                         }},
+                        {"damage_seed",
+                         [&](const auto& n) { mBoot.damageSeed = mReader.whole(n, "a seed", 0); }},
                         {"power_cycle",
                          [&](const auto& n) { addEnd(n, Change::Kind::POWER_CYCLE); }},
                         {"until", [&](const auto& n) { addEnd(n, Change::Kind::END); }},
                         {"expect", [&](const auto& n) { readExpectations(n); }}});
-        if (!mEnds) mBoot.changes.push_back({kDefaultEnd, Change::Kind::END, "", ""});
+        if (!mEnds) mBoot.changes.push_back({kDefaultEnd, Change::Kind::END, "", "", 0});
         std::stable_sort(mBoot.changes.begin(), mBoot.changes.end(),
                          [](const Change& a, const Change& b) { return a.at < b.at; });
     }
@@ -172,7 +219,7 @@ private:
     }
 
     void addEnd(const YAML::Node& node, Change::Kind kind) {
-        mBoot.changes.push_back({mReader.seconds(node, "when the boot ends"), kind, "", ""});
+        mBoot.changes.push_back({mReader.seconds(node, "when the boot ends"), kind, "", "", 0});
         mEnds = true;
     }
 
@@ -181,7 +228,7 @@ private:
         const int64_t at = mReader.seconds(node, "when the boot completes");
         for (const char* name :
              {"sys.boot_completed", "service.bootanim.exit", "sys.vela.BOOT_COMPLETED"}) {
-            mBoot.changes.push_back({at, Change::Kind::SET, name, "1"});
+            mBoot.changes.push_back({at, Change::Kind::SET, name, "1", 0});
         }
     }
 
@@ -269,14 +316,19 @@ private:
             std::vector<Change> changes;
             const auto path = [&](Change::Kind kind) {
                 return [&changes, kind, this](const YAML::Node& n) {
-                    changes.push_back({0, kind, mReader.text(n, "a device path"), ""});
+                    changes.push_back({0, kind, mReader.text(n, "a device path"), "", 0});
                 };
             };
             const auto pairs = [&](Change::Kind kind) {
                 return [&changes, kind, this](const YAML::Node& n) {
                     for (const auto& [name, value] : mReader.texts(n, "names and values")) {
-                        changes.push_back({0, kind, name, value});
+                        changes.push_back({0, kind, name, value, 0});
                     }
+                };
+            };
+            const auto number = [&](Change::Kind kind, const char* what, int64_t least) {
+                return [&changes, kind, what, least, this](const YAML::Node& n) {
+                    changes.push_back({0, kind, "", "", mReader.whole(n, what, least)});
                 };
             };
             mReader.fields(entry, "a change",
@@ -285,12 +337,32 @@ private:
                             {"write", pairs(Change::Kind::WRITE)},
                             {"remove", path(Change::Kind::REMOVE)},
                             {"fill", path(Change::Kind::FILL)},
-                            {"read_only", path(Change::Kind::READ_ONLY)}});
+                            {"read_only", path(Change::Kind::READ_ONLY)},
+                            {"clock", number(Change::Kind::CLOCK, "seconds", -kMaxSeconds)},
+                            {"signal", number(Change::Kind::SIGNAL, "a signal's number", 1)}});
             if (at < 0) mReader.fail(entry, "expected 'at', the time of the change in seconds");
             for (Change& change : changes) {
                 change.at = at;
                 mBoot.changes.push_back(std::move(change));
             }
+        }
+    }
+
+    void readFaults(const YAML::Node& node) {
+        if (!node.IsSequence()) mReader.fail(node, "expected a list of failing calls");
+        for (const auto& entry : node) {
+            Fault fault;
+            mReader.fields(entry, "a failing call",
+                           {{"call",
+                             [&](const auto& n) {
+                                 fault.call = mReader.oneOf(n, "a call", kCalls);
+                             }},
+                            {"nth",
+                             [&](const auto& n) { fault.nth = mReader.whole(n, "which one", 1); }},
+                            {"times", [&](const auto& n) {
+                                 fault.times = mReader.whole(n, "a count", 1);
+                             }}});
+            mBoot.faults.push_back(fault);
         }
     }
 
@@ -312,6 +384,25 @@ private:
     Boot& mBoot;
     bool mEnds = false;
 };
+
+// A number of bytes, or a map with more to say.
+void readLog(const Reader& reader, const YAML::Node& node, const std::string& name,
+             Scenario& scenario) {
+    const auto size = [&](const YAML::Node& n) {
+        scenario.logSizes[name] = reader.whole(n, "bytes", 0);
+    };
+    if (node.IsScalar()) return size(node);
+    reader.fields(node, "a log buffer",
+                  {{"bytes", size},
+                   {"endless",
+                    [&](const auto& n) {
+                        if (reader.flag(n, "whether it never ends"))
+                            scenario.endlessLogs.insert(name);
+                    }},
+                   {"nuls", [&](const auto& n) {
+                        if (reader.flag(n, "whether it holds NULs")) scenario.nulLogs.insert(name);
+                    }}});
+}
 
 void readDevice(const Reader& reader, const YAML::Node& node, Scenario& scenario) {
     reader.fields(node, "a device",
@@ -340,8 +431,8 @@ void readDevice(const Reader& reader, const YAML::Node& node, Scenario& scenario
                     [&](const auto& n) {
                         std::map<std::string, Reader::Field> buffers;
                         for (const auto& [name, size] : kLogSizes) {
-                            buffers[name] = [&, name = name](const YAML::Node& bytes) {
-                                scenario.logSizes[name] = reader.whole(bytes, "bytes", 0);
+                            buffers[name] = [&, name = name](const YAML::Node& log) {
+                                readLog(reader, log, name, scenario);
                             };
                         }
                         reader.fields(n, "log buffers", buffers);
@@ -405,6 +496,15 @@ Scenario readScenario(const std::string& path) {
                     }},
                    {"files_after",
                     [&](const auto& n) { readExpectedFiles(reader, n, scenario); }}});
+    for (const Boot& boot : scenario.boots) {
+        // A mounted file system can't be moved away.
+        if (boot.partitionAbsent && (scenario.partitionSize || scenario.partitionAbsent)) {
+            reader.fail(document,
+                        "expected no 'partition' of a boot where the device's is " +
+                                std::string(scenario.partitionAbsent ? "absent"
+                                                                     : "a file system of its own"));
+        }
+    }
     if (scenario.boots.empty()) reader.fail(document, "expected 'boots', a list of at least one");
     return scenario;
 }

@@ -17,6 +17,8 @@
 
 #include <mutex>
 
+#include "Calls.h"
+
 namespace lab::vtime {
 
 namespace {
@@ -28,7 +30,7 @@ std::mutex gWorldLock;
 World* gWorld = nullptr;
 std::atomic<int64_t> gOwnClock{0};
 std::atomic<int64_t>* gClock = &gOwnClock;
-time_t gWallClock = 0;
+std::atomic<time_t> gWallClock{0};
 int gFlowing = -1;  // eventfd, readable once time flows
 
 // Waits until a thread may let time pass, or until `epollFd` has something; true for the former.
@@ -42,6 +44,7 @@ bool waitForFlow(int epollFd) {
 // Calls `tell` with the world, if there is one.
 template <typename Tell>
 void withWorld(Tell tell) {
+    const calls::Unwatched ownWork;
     const std::lock_guard<std::mutex> lock(gWorldLock);
     if (gWorld != nullptr) tell(*gWorld);
 }
@@ -86,6 +89,14 @@ void setNow(int64_t ms) {
     *gClock = ms;
 }
 
+time_t timeOfDay() {
+    return gWallClock + now() / 1000;
+}
+
+void shiftTimeOfDay(time_t seconds) {
+    gWallClock += seconds;
+}
+
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
@@ -95,7 +106,7 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     }
     const int64_t ms = now();
-    time->tv_sec = ms / 1000 + (realTime ? gWallClock : 0);
+    time->tv_sec = realTime ? timeOfDay() : ms / 1000;
     time->tv_nsec = ms % 1000 * 1000000;
     return 0;
 }
@@ -118,11 +129,14 @@ int epoll_wait(int fd, epoll_event* events, int maxEvents, int timeout) {
     const int ready = realWait(fd, events, maxEvents, 0);
     if (ready != 0 || timeout == 0) return ready;
     if (!waitForFlow(fd)) return realWait(fd, events, maxEvents, 0);
+    calls::thisIsTheWorker();
+    withWorld([](World& world) { world.onIdle(); });
     if (timeout < 0) {
         passTime(kNever);
         return realWait(fd, events, maxEvents, -1);
     }
     passTime(now() + timeout);
+    withWorld([](World& world) { world.onWake(); });
     return 0;
 }
 

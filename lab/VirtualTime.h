@@ -32,6 +32,12 @@ public:
     // The request to the kernel-side boot monitor; gives the ioctl's result.
     virtual int onCancelMonitor() = 0;
 
+    // The worker is about to sleep, with nothing left to do.
+    virtual void onIdle() {}
+
+    // It sleeps no more, because its timer is due.
+    virtual void onWake() {}
+
     // The free space of the file system that holds `path` was asked for; may change the answer.
     virtual void onFreeSpace(const char* path, struct statfs& info) = 0;
 };
@@ -52,6 +58,10 @@ void stop();
 
 int64_t now();
 void setNow(int64_t ms);
+
+// The time of day now; somebody sets it forward or back.
+time_t timeOfDay();
+void shiftTimeOfDay(time_t seconds);
 
 }  // namespace vtime
 

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// What must hold of every boot of a device, whatever befell it: written from the daemon's rules and
+// not from its code, and checked against what a boot was seen to do.
+
+#pragma once
+
+#include <stdint.h>
+#include <time.h>
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Scenario.h"
+#include "Trace.h"
+
+namespace lab {
+
+// One boot from outside.
+struct BootObservation {
+    enum class End { EXITED, KILLED, CUT_OFF, STILL_RUNNING };
+
+    const Scenario& device;
+    const Boot& boot;
+    TextMap properties;   // at its start
+    TextMap filesBefore;  // the files below /velafs and /data but for archives (.zs)
+    TextMap filesAfter;   // and for those that only the world fills; by device path
+    const std::vector<TraceEvent>& events;
+    End end = End::EXITED;
+    int status = 0;       // exit status or signal
+    int64_t endedAt = 0;  // device time, ms
+    time_t clock = 0;     // time of day at its start, UTC
+};
+
+// A rule that was broken.
+struct Violation {
+    enum class Kind {
+        CRASH,     // the process ended as nothing allows
+        LIVENESS,  // it did not end, or did not do what was due
+        RULE,      // it did what it must not
+    };
+    Kind kind = Kind::RULE;
+    std::string text;  // one line: the device time in seconds, what happened, the rule
+};
+
+class Rules {
+public:
+    // Checks the device's next boot. What the boots before it left in the rules' own books (the
+    // recovery walk, submitted failures) counts.
+    std::vector<Violation> check(const BootObservation& boot);
+
+    // What one boot leaves for the next, beside the files.
+    struct Books {
+        std::set<std::string> folders = {"/velafs", "/velafs/boot_vigil", "/velafs/boot_vigil/log",
+                                         "/velafs/SDD", "/data/vela_dfr"};
+        std::set<std::string> submitted;     // record lines
+        int steps = 0;                       // recovery actions since the walk last started
+        std::optional<std::string> history;  // as the last boot left it
+        bool firstBoot = true;
+    };
+
+private:
+    Books mBooks;
+};
+
+}  // namespace lab

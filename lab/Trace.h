@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a boot did, event by event, in memory that outlives the boot's process however it ended.
+
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lab {
+
+struct TraceEvent {
+    enum Kind : char {
+        LOG = 'L',        // "D text": a line of the daemon's log after its priority's letter
+        WAKE = 'W',       // the daemon's worker woke up because its timer was due
+        OPERATION = 'O',  // "17 write /velafs/SDD/bfflag.txt", with " failed" after one that failed
+        PROPERTY = 'P',   // "sys.bootvigil.version": a property that the daemon set
+        SIGNAL = 'S',     // "3 567": signal and pid that the daemon meant
+        CHANGE = 'C',     // "set NAME VALUE", "write PATH", "remove PATH", "fill PATH",
+                          // "read-only PATH", "clock SECONDS", "signal NUMBER": by the world
+        FAULT = 'F',      // "popen": an injected failure of this call; "space": no room any more;
+                          // "power-cut": the power went in the middle of the daemon's work
+        IDLE = 'I',       // "files=0 folders=2 zombies=0": what the sleeping daemon holds open more
+                          // than at its first sleep, when that has changed
+    };
+    int64_t ms;  // device time
+    Kind kind;
+    std::string text;
+};
+
+class Trace {
+public:
+    // Throws std::runtime_error without memory.
+    Trace();
+    ~Trace();
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
+
+    void clear();
+
+    // By any thread of a process that was forked after the trace was made. What no longer fits is
+    // dropped, and full() says so.
+    void add(int64_t ms, TraceEvent::Kind kind, std::string_view text);
+
+    bool full() const;
+    std::vector<TraceEvent> events() const;
+
+    // The events as they lie in memory: equal for runs that did the same.
+    std::string_view bytes() const;
+
+private:
+    struct Memory;
+    Memory* mMemory;
+};
+
+}  // namespace lab
