@@ -17,6 +17,7 @@
 #include "Files.h"
 #include "Replay.h"
 #include "Saga.h"
+#include "SagaRunner.h"
 #include "Scenario.h"
 #include "Timeline.h"
 
@@ -69,8 +70,13 @@ int run(const std::string& file, std::string folder, bool quiet, bool effects) {
 
     std::vector<std::string> errors;
     for (const BootOutcome& outcome : saga.outcomes()) errors.push_back(outcome.errors);
-    const std::vector<std::string> differences =
+    std::vector<std::string> differences =
             compareWithScenario(scenario, records, errors, saga.root().path());
+    for (size_t i = 0; i < saga.outcomes().size(); ++i) {
+        for (const Violation& violation : saga.outcomes()[i].violations) {
+            differences.push_back("boot " + std::to_string(i + 1) + ": " + violation.text);
+        }
+    }
     if (!differences.empty()) {
         fprintf(stderr, "%s does not hold:\n", file.c_str());
         for (const std::string& line : differences) fprintf(stderr, "%s\n", line.c_str());
@@ -119,6 +125,22 @@ int runCommandLine(int argc, char** argv) {
     runCommand->add_flag("--effects", effects,
                          "print the lines that a scenario's timeline expects");
     CLI::App* listCommand = app.add_subcommand("list", "list the shipped scenarios");
+    CLI::App* sagaCommand =
+            app.add_subcommand("saga",
+                               "run random scenarios under faults and check what must always hold");
+    SagaOrder order;
+    order.folder = ".";
+    std::string boots = "all";
+    sagaCommand->add_option("--seed", order.seed, "of the first scenario")->capture_default_str();
+    sagaCommand->add_option("--count", order.count, "how many scenarios")->required();
+    sagaCommand->add_option("--jobs", order.jobs, "processes")
+            ->check(CLI::Range(1, 256))
+            ->capture_default_str();
+    sagaCommand->add_option("--boots", boots, "all kinds, or only 'healthy' or 'stalled' ones")
+            ->check(CLI::IsMember({"all", "healthy", "stalled"}))
+            ->capture_default_str();
+    sagaCommand->add_option("--out", order.folder, "where a scenario that breaks a rule is written")
+            ->capture_default_str();
     CLI::App* replayCommand =
             app.add_subcommand("replay", "boot today's daemon on what a device recorded");
     std::string left;
@@ -132,6 +154,11 @@ int runCommandLine(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kWrongUsage;
     }
     if (listCommand->parsed()) return listScenarios();
+    if (sagaCommand->parsed()) {
+        if (boots == "healthy") order.boots = Boots::HEALTHY;
+        if (boots == "stalled") order.boots = Boots::STALLED;
+        return runSagas(order);
+    }
     if (replayCommand->parsed()) return replayRecord(left, profile);
     return run(file, folder, quiet || effects, effects);
 }

@@ -1,0 +1,398 @@
+// SPDX-License-Identifier: Apache-2.0
+// Devices and boots made up from a seed: healthy, slow, stalled, looping and damaged ones, with
+// people who cut the power, properties that hold garbage, and calls that fail.
+
+#include "RandomScenario.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <random>
+
+#include "Files.h"
+
+namespace lab {
+
+namespace {
+
+// A stream of its own for each subject, so that one more draw here leaves the others as they were.
+class Draw {
+public:
+    Draw(uint64_t seed, uint64_t stream) {
+        std::seed_seq sequence{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
+                               static_cast<uint32_t>(stream)};
+        mEngine.seed(sequence);
+    }
+
+    // From 0 to below `limit`.
+    int64_t below(int64_t limit) {
+        return static_cast<int64_t>(mEngine() % static_cast<uint64_t>(limit));
+    }
+    int64_t between(int64_t least, int64_t most) {
+        return least + below(most - least + 1);
+    }
+    bool percent(int64_t chance) {
+        return below(100) < chance;
+    }
+    template <typename List>
+    const auto& of(const List& list) {
+        return list[static_cast<size_t>(below(static_cast<int64_t>(std::size(list))))];
+    }
+
+private:
+    std::mt19937_64 mEngine;
+};
+
+constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
+constexpr const char* kUploads[] = {"/velafs/SDD/bf_upload/boot_vigil",
+                                    "/velafs/SDD/bf_upload/recovery_record"};
+constexpr const char* kMilestones[] = {"vold:fbeEnable:START",
+                                       "Zygote:Preload Start",
+                                       "Zygote:Preload End",
+                                       "Android:SysServerInit_START",
+                                       "Android:PackageManagerService_Start",
+                                       "Android:PMS_scan_START",
+                                       "Android:PMS_scan_END",
+                                       "Android:PMS_READY",
+                                       "AMS:systemReady",
+                                       "AMS:AMS_READY",
+                                       "Android:SysServerInit_END"};
+constexpr const char* kGarbage[] = {"", " ", "yes", "-1", "2", "0x1", "1 ", "999999999999", "\x01"};
+constexpr int64_t kLongestBoot = 1500;  // seconds
+
+// The real profile, with times in whole milliseconds as a scenario's file has them.
+const ProfileScript& healthyProfile() {
+    static const ProfileScript profile = [] {
+        const std::string path = LAB_DATA_DIR "/profiles/healthy.txt";
+        const ProfileScript real = ProfileScript::parse(readFile(path), path);
+        ProfileScript rounded;
+        for (const ProfileScript::Event& event : real.events()) {
+            rounded.add(event.us / 1000, event.by(), event.name);
+        }
+        return rounded;
+    }();
+    return profile;
+}
+
+// How likely what is, in percent.
+struct Odds {
+    int64_t stall = 0;
+    int64_t loop = 0;
+    int64_t slow = 0;
+    int64_t damagedProfile = 0;
+    int64_t systemError = 0;
+    int64_t keptLogs = 0;
+    int64_t person = 0;
+    int64_t powerCut = 0;
+    int64_t failing = 0;
+    int64_t noSpace = 0;
+    int64_t absent = 0;
+    int64_t clock = 0;
+    int64_t signal = 0;
+    int64_t garbage = 0;
+    int64_t settings = 0;
+    int64_t service = 0;
+    int64_t collector = 0;
+    int64_t leftovers = 0;
+
+    // Drawn once for a scenario, with whole kinds of events left out.
+    void draw(Draw& draw) {
+        for (int64_t* chance : {&stall, &loop, &slow, &damagedProfile, &systemError, &keptLogs,
+                                &person, &powerCut, &failing, &noSpace, &absent, &clock, &signal,
+                                &garbage, &settings, &service, &collector, &leftovers}) {
+            *chance = draw.percent(40) ? 0 : draw.between(1, 40);
+        }
+    }
+};
+
+class BootMaker {
+public:
+    BootMaker(const Odds& odds, uint64_t seed, uint64_t number)
+        : mOdds(odds),
+          mCourse(seed, 100 * number),
+          mPlatform(seed, 100 * number + 1),
+          mPeople(seed, 100 * number + 2),
+          mFaults(seed, 100 * number + 3) {}
+
+    Boot make() {
+        mBoot.profile = healthyProfile();
+        if (mCourse.percent(mOdds.stall)) {
+            stall();
+        } else if (mCourse.percent(mOdds.loop)) {
+            loop();
+        } else if (mCourse.percent(mOdds.damagedProfile)) {
+            damagedProfile();
+        } else {
+            complete();
+        }
+        platform();
+        people();
+        faults();
+        return finish();
+    }
+
+    Boot makeHealthy() {
+        mBoot.profile = healthyProfile();
+        completeAt(20 + mCourse.below(40));
+        return finish();
+    }
+
+    Boot makeStalled() {
+        stall();
+        mBoot.changes.push_back({600000, Change::Kind::POWER_CYCLE, "", "", 0});
+        return finish();
+    }
+
+private:
+    void set(int64_t second, const std::string& name, const std::string& value) {
+        mBoot.changes.push_back({second * 1000, Change::Kind::SET, name, value, 0});
+    }
+
+    void completeAt(int64_t second) {
+        mBoot.about += " completes at " + std::to_string(second);
+        for (const char* name :
+             {"sys.boot_completed", "service.bootanim.exit", "sys.vela.BOOT_COMPLETED"}) {
+            // Early, late, never, or not to be read as a number.
+            if (mCourse.percent(mOdds.garbage)) {
+                if (mCourse.percent(50)) set(second, name, mCourse.of(kGarbage));
+            } else {
+                set(second + (mCourse.percent(mOdds.slow) ? mCourse.below(300) : 0), name, "1");
+            }
+        }
+    }
+
+    void complete() {
+        const bool slow = mCourse.percent(mOdds.slow);
+        if (slow) mBoot.profile.stretch(static_cast<double>(mCourse.between(2, 60)));
+        completeAt(slow ? mCourse.between(60, kLongestBoot) : mCourse.between(20, 60));
+    }
+
+    void stall() {
+        const auto& events = healthyProfile().events();
+        const auto& last =
+                events[static_cast<size_t>(mCourse.below(static_cast<int64_t>(events.size())))];
+        mBoot.profile = healthyProfile();
+        mBoot.profile.cutAfter(last.name);
+        mBoot.about += " stalls after " + last.name;
+        // Others may go on logging for a while.
+        for (int64_t i = mCourse.percent(30) ? mCourse.below(20) : 0; i > 0; --i) {
+            mBoot.profile.add(mCourse.below(400000), "551-surfaceflinger",
+                              "still here " + std::to_string(i));
+        }
+    }
+
+    void loop() {
+        const char* milestone = mCourse.of(kMilestones);
+        mBoot.profile.cutAfter(mCourse.of(kMilestones));
+        mBoot.about += std::string(" loops on ") + milestone;
+        mBoot.profile.loop(milestone, static_cast<int>(mCourse.between(1, 12)),
+                           mCourse.between(1, 120) * 1000);
+    }
+
+    void damagedProfile() {
+        std::string text = healthyProfile().at(mCourse.below(30000));
+        for (int64_t i = mCourse.between(1, 20); i > 0 && !text.empty(); --i) {
+            const auto at = static_cast<size_t>(mCourse.below(static_cast<int64_t>(text.size())));
+            switch (mCourse.below(4)) {
+                case 0:
+                    text.erase(at, static_cast<size_t>(mCourse.below(200)));
+                    break;
+                case 1:
+                    text.insert(at, mCourse.percent(50) ? " :" : "\n\n");
+                    break;
+                case 2:
+                    text.insert(at, text.substr(text.size() / 2, 300));
+                    break;
+                default:
+                    text[at] = static_cast<char>(mCourse.between(1, 126));
+            }
+        }
+        mBoot.profileText = text;
+        mBoot.about += " damaged profile";
+        if (mCourse.percent(50)) completeAt(mCourse.between(20, 400));
+    }
+
+    void platform() {
+        if (mPlatform.percent(mOdds.systemError)) {
+            static constexpr const char* kReasons[] = {"20", "22", "120", "21", "300", "276", "x"};
+            set(mPlatform.below(400), "sys.vela.boot_fail_reason", mPlatform.of(kReasons));
+        }
+        for (const char* kept : {"/dev/velarawlog/init", "/dev/velarawlog/kernel"}) {
+            if (mPlatform.percent(mOdds.keptLogs)) mBoot.files[kept] = "kept\n";
+        }
+        if (mPlatform.percent(mOdds.service)) {
+            for (const char* name : {"init.svc.kel", "init.svc.kelvservice"}) {
+                mBoot.properties[name] = mPlatform.percent(85) ? "running" : "stopped";
+            }
+            if (mPlatform.percent(70)) mBoot.kelAnswersAfter = mPlatform.below(90) * 1000;
+        }
+        if (mPlatform.percent(mOdds.settings)) {
+            static constexpr const char* kOobe[] = {"1", "2", "0", "x"};
+            mBoot.properties["persist.sys.oobe"] = mPlatform.of(kOobe);
+        }
+        if (mPlatform.percent(mOdds.garbage) && mPlatform.percent(20)) {
+            mBoot.properties["ro.boot.mode"] = mPlatform.percent(50) ? "charger" : "normal ";
+        }
+        if (mPlatform.percent(mOdds.absent) && mPlatform.percent(30)) mBoot.partitionAbsent = true;
+        if (mPlatform.percent(5)) mBoot.profilePath = "/proc/velabootprof";
+    }
+
+    void people() {
+        for (const char* upload : kUploads) {
+            if (mPeople.percent(mOdds.collector)) {
+                mBoot.changes.push_back(
+                        {mPeople.below(600000), Change::Kind::REMOVE, upload, "", 0});
+            }
+        }
+        if (mPeople.percent(mOdds.person)) {
+            mBoot.changes.push_back(
+                    {mPeople.between(1, 900) * 1000, Change::Kind::POWER_CYCLE, "", "", 0});
+        }
+        if (mPeople.percent(mOdds.settings)) {
+            mBoot.changes.push_back(
+                    {mPeople.below(300000), Change::Kind::WRITE, "/velafs/boot_vigil/bfEnable",
+                     mPeople.percent(50) ? "BfRecover=NO\n" : "BfRecover=YES\n", 0});
+        }
+        if (mPeople.percent(mOdds.clock)) {
+            mBoot.changes.push_back({mPeople.below(500000), Change::Kind::CLOCK, "", "",
+                                     mPeople.between(-400000, 400000)});
+        }
+    }
+
+    void faults() {
+        if (mFaults.percent(mOdds.signal)) {
+            static constexpr int kSignals[] = {SIGTERM,  SIGKILL, SIGCHLD,
+                                               SIGWINCH, SIGCONT, SIGQUIT};
+            mBoot.changes.push_back(
+                    {mFaults.below(600000), Change::Kind::SIGNAL, "", "", mFaults.of(kSignals)});
+        }
+        if (mFaults.percent(mOdds.failing)) {
+            for (int64_t i = mFaults.between(1, 3); i > 0; --i) {
+                Fault fault;
+                fault.call = static_cast<Fault::Call>(mFaults.below(9));
+                // There are many more allocations than other calls.
+                const bool memory = fault.call == Fault::Call::MALLOC;
+                fault.nth = mFaults.between(1, memory ? 3000 : 30);
+                fault.times = mFaults.percent(70) ? 1 : mFaults.between(2, 100);
+                mBoot.faults.push_back(fault);
+            }
+        }
+        if (mFaults.percent(mOdds.noSpace)) {
+            mBoot.space = mFaults.percent(50) ? mFaults.below(600) : mFaults.below(60000);
+        }
+        if (mFaults.percent(mOdds.powerCut)) mBoot.cutAfter = mFaults.between(1, 120);
+        mBoot.unsynced = static_cast<Unsynced>(mFaults.below(5));
+        mBoot.damageSeed = mFaults.below(1000000);
+    }
+
+    Boot finish() {
+        mBoot.changes.push_back({kLongestBoot * 1000, Change::Kind::END, "", "", 0});
+        std::stable_sort(mBoot.changes.begin(), mBoot.changes.end(),
+                         [](const Change& a, const Change& b) { return a.at < b.at; });
+        // Nothing comes after the boot's end.
+        const auto end =
+                std::find_if(mBoot.changes.begin(), mBoot.changes.end(), [](const Change& change) {
+                    return change.kind >= Change::Kind::POWER_CYCLE;
+                });
+        mBoot.changes.erase(end + 1, mBoot.changes.end());
+        return mBoot;
+    }
+
+    const Odds& mOdds;
+    Boot mBoot;
+    Draw mCourse;
+    Draw mPlatform;
+    Draw mPeople;
+    Draw mFaults;
+};
+
+// What earlier boots, or somebody else, may have left on the partition.
+void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
+    static constexpr const char* kHistories[] = {"11d", "22d", "35d", "11\x16", "11x", "53d",
+                                                 "",    "1",   "x",   "13d",    "45d"};
+    static constexpr const char* kLists[] = {"100|12500\n20|15000\n", "100|11111\n",
+                                             "100|51000\n",           "100|125\n",
+                                             "100|13500\n",           "120|22222\n",
+                                             "no list\n|\n",          "100|00000\n"};
+    const std::string record =
+            "TIME:Sun Nov 15 10:05:18 2026;    ERR_NUM:0x401564;    ERR_INFO:567-main  | x;    "
+            "ERR_EXPINFO:Country(NG)  ;\n";
+    const auto maybe = [&](const char* path, const std::string& content) {
+        if (draw.percent(odds.leftovers)) files[path] = content;
+    };
+    maybe(kHistory, draw.of(kHistories));
+    maybe("/velafs/boot_vigil/recoveryList", draw.of(kLists));
+    maybe("/velafs/boot_vigil/bfEnable", draw.percent(50) ? "x\nBfRecover=NO\n" : "BfRecover=no\n");
+    maybe("/velafs/boot_vigil/reason.txt", "2");
+    maybe("/velafs/boot_vigil/pmic_info", "x");
+    maybe("/velafs/boot_vigil/mem_hwinfo", "FlashID=1 ");
+    for (const char* upload : kUploads) maybe(upload, "not collected yet");
+    std::string records;
+    for (int64_t i = draw.below(60); i > 0; --i) records += record;
+    if (draw.percent(20)) records.resize(records.size() / 2);
+    maybe("/velafs/SDD/bfRecord.txt", records);
+    maybe("/velafs/SDD/bfflag.txt", draw.percent(80) ? "4" : "");
+}
+
+}  // namespace
+
+Scenario randomScenario(uint64_t seed, Boots boots) {
+    Draw device(seed, 0);
+    Odds odds;
+    Scenario scenario;
+    scenario.about = "seed " + std::to_string(seed);
+    scenario.clock = 1794740400 + device.below(10000000);
+    scenario.commandLine = "quiet FlashID=90014a483942 mem_index=3 poffsts=0x09\n";
+    scenario.properties["ro.boot.mode"] = "normal";
+    scenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
+                         {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
+    if (boots != Boots::ALL) {
+        scenario.files["/data/vela_dfr/firstboot"] = "";
+        for (uint64_t i = 1; i <= 5; ++i) {
+            BootMaker maker(odds, seed, i);
+            scenario.boots.push_back(boots == Boots::HEALTHY ? maker.makeHealthy()
+                                                             : maker.makeStalled());
+        }
+        return scenario;
+    }
+
+    odds.draw(device);
+    if (!device.percent(30)) scenario.files["/data/vela_dfr/firstboot"] = "";
+    if (device.percent(odds.settings)) {
+        static constexpr const char* kSupport[] = {"0", "1", "x"};
+        scenario.properties["ro.vela.bfRecovery.support"] = device.of(kSupport);
+    }
+    if (device.percent(odds.settings)) scenario.properties["persist.sys.enable_rescue"] = "true";
+    if (device.percent(odds.settings)) scenario.properties["persist.sys.bootvigil.debug"] = "1";
+    if (device.percent(odds.settings)) scenario.properties["persist.sys.oobe_country"] = "NG";
+    if (device.percent(odds.garbage)) scenario.logSizes["main"] = device.below(300000);
+    if (device.percent(odds.garbage)) scenario.nulLogs.insert("system");
+    if (device.percent(odds.garbage)) scenario.logSizes["kernel"] = 0;
+    if (device.percent(odds.absent) && device.percent(20)) scenario.logFolder = false;
+    scenario.rebootAfter = device.between(5, 20) * 1000;
+    addLeftovers(device, odds, scenario.files);
+    for (auto number = static_cast<uint64_t>(device.between(1, 7)); number > 0; --number) {
+        scenario.boots.push_back(BootMaker(odds, seed, number).make());
+    }
+
+    const bool absentAtTimes = std::any_of(scenario.boots.begin(), scenario.boots.end(),
+                                           [](const Boot& boot) { return boot.partitionAbsent; });
+    if (!absentAtTimes && device.percent(odds.absent)) {
+        // A file system of its own, which can become read-only.
+        scenario.partitionSize = 8 << 20;
+        for (Boot& boot : scenario.boots) {
+            if (!device.percent(30)) continue;
+            const Change change = {device.below(300000), Change::Kind::READ_ONLY, "/velafs", "", 0};
+            const auto later = std::find_if(boot.changes.begin(), boot.changes.end(),
+                                            [&](const Change& c) { return c.at > change.at; });
+            if (later != boot.changes.end()) boot.changes.insert(later, change);
+        }
+    }
+    // What a command prints without end must come to an end where there is no room for it.
+    const bool limited = std::all_of(scenario.boots.begin(), scenario.boots.end(),
+                                     [](const Boot& boot) { return boot.space.has_value(); });
+    if (limited) scenario.endlessLogs.insert("events");
+    return scenario;
+}
+
+}  // namespace lab
