@@ -30,8 +30,8 @@ void keepLine(const __android_logger_data* data, const char* message) {
 
 }  // namespace
 
-DeviceTest::DeviceTest() {
-    std::string folder = testing::TempDir() + "bootvigil-test-XXXXXX";
+DeviceTest::DeviceTest(const std::string& base) {
+    std::string folder = base + "bootvigil-test-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) lab::failWithErrno("cannot make", folder);
     mFolder = folder;
     mRoot = std::make_unique<lab::DeviceRoot>(folder + "/root");

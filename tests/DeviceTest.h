@@ -20,7 +20,8 @@
 // the life of a process.
 class DeviceTest : public testing::Test, public lab::World {
 protected:
-    DeviceTest();
+    // The device root is made in `base` and removed afterwards.
+    explicit DeviceTest(const std::string& base = testing::TempDir());
     ~DeviceTest() override;
     void TearDown() override {
         lab::vtime::stop();
