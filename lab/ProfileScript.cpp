@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace lab {
 
@@ -87,6 +88,12 @@ void ProfileScript::add(int64_t ms, const std::string& by, const std::string& ev
     mEvents.insert(std::upper_bound(mEvents.begin(), mEvents.end(), added,
                                     [](const Event& a, const Event& b) { return a.us < b.us; }),
                    added);
+}
+
+void ProfileScript::setEvents(std::vector<Event> events) {
+    mEvents = std::move(events);
+    std::stable_sort(mEvents.begin(), mEvents.end(),
+                     [](const Event& a, const Event& b) { return a.us < b.us; });
 }
 
 std::string ProfileScript::at(int64_t now) const {

@@ -41,6 +41,9 @@ public:
     // Adds an event at its place in time; `by` is "pid-process".
     void add(int64_t ms, const std::string& by, const std::string& event);
 
+    // These events instead, in any order.
+    void setEvents(std::vector<Event> events);
+
     // What the kernel shows at device time `now` (ms): header, the events so far, "OFF", ruler.
     std::string at(int64_t now) const;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // bootvigil-lab: runs scenarios of simulated devices, and replays what a real one recorded.
 
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -9,10 +10,12 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "Attribution.h"
 #include "DeviceRoot.h"
 #include "Files.h"
 #include "Replay.h"
@@ -148,6 +151,20 @@ int runCommandLine(int argc, char** argv) {
     replayCommand->add_option("folder", left, "a copy of the device's persistent partition")
             ->required();
     replayCommand->add_option("--profile", profile, "the device's boot profile, if it was pulled");
+    CLI::App* attributionCommand = app.add_subcommand("attribution",
+                                                      "count how often the daemon names what "
+                                                      "hangs, and acts on a slow boot");
+    uint64_t seed = 1;
+    int count = 2000;
+    int jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    bool markdown = false;
+    attributionCommand->add_option("--seed", seed, "of the boots; 1 if not said");
+    attributionCommand
+            ->add_option("--count", count, "of stalls, and of slow boots; 2000 if not said")
+            ->check(CLI::Range(1, 1000000));
+    attributionCommand->add_option("--jobs", jobs, "processes at a time; one a core if not said")
+            ->check(CLI::Range(1, 1000000));
+    attributionCommand->add_flag("--markdown", markdown, "print the tables as Markdown");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -160,6 +177,12 @@ int runCommandLine(int argc, char** argv) {
         return runSagas(order);
     }
     if (replayCommand->parsed()) return replayRecord(left, profile);
+    if (attributionCommand->parsed()) {
+        for (const std::string& line : measureAttribution(seed, count, jobs, markdown)) {
+            printf("%s\n", line.c_str());
+        }
+        return 0;
+    }
     return run(file, folder, quiet || effects, effects);
 }
 
