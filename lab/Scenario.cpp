@@ -13,12 +13,15 @@
 #include <yaml-cpp/yaml.h>
 
 #include "Files.h"
+#include "Formats.h"
 
 namespace lab {
 
 namespace {
 
 constexpr int64_t kMaxSeconds = 1000000;
+constexpr int64_t kMaxTimes = 1000;  // of an event or a loop
+constexpr double kMaxStretch = 1000;
 
 // The device's own log buffers, bytes in each by default.
 const std::map<std::string, int64_t> kLogSizes = {{"main", 40000},  {"system", 12000},
@@ -58,7 +61,8 @@ public:
 
     [[noreturn]] void fail(const YAML::Mark& mark, const std::string& expected) const {
         std::ostringstream text;
-        text << mPath << ":" << mark.line + 1 << ":" << mark.column + 1 << ": " << expected;
+        text << mPath << ":" << mark.line + 1 << ":" << mark.column + 1 << ": "
+             << report::printable(expected);
         throw std::runtime_error(text.str());
     }
 
@@ -79,10 +83,14 @@ public:
         return value;
     }
 
-    int64_t whole(const YAML::Node& node, const std::string& what, int64_t least) const {
+    int64_t whole(const YAML::Node& node, const std::string& what, int64_t least,
+                  int64_t most = INT64_MAX) const {
         int64_t value = 0;
-        if (!node.IsScalar() || !YAML::convert<int64_t>::decode(node, value) || value < least) {
-            fail(node, "expected " + what + " (a whole number from " + std::to_string(least) + ")");
+        if (!node.IsScalar() || !YAML::convert<int64_t>::decode(node, value) || value < least ||
+            value > most) {
+            const std::string upTo = most < INT64_MAX ? " to " + std::to_string(most) : "";
+            fail(node, "expected " + what + " (a whole number from " + std::to_string(least) +
+                               upTo + ")");
         }
         return value;
     }
@@ -251,8 +259,8 @@ private:
                         {"stretch",
                          [&](const auto& n) {
                              if (!n.IsScalar() || !YAML::convert<double>::decode(n, stretch) ||
-                                 !(stretch > 0)) {
-                                 mReader.fail(n, "expected a factor above 0");
+                                 !(stretch > 0 && stretch <= kMaxStretch)) {
+                                 mReader.fail(n, "expected a factor above 0, up to 1000");
                              }
                          }},
                         {"until", [&](const auto& n) { until = n; }},
@@ -272,7 +280,8 @@ private:
         int64_t every = 0;
         mReader.fields(node, "a loop",
                        {{"from", [&](const auto& n) { from = mReader.text(n, "an event"); }},
-                        {"times", [&](const auto& n) { times = mReader.whole(n, "a count", 1); }},
+                        {"times",
+                         [&](const auto& n) { times = mReader.whole(n, "a count", 1, kMaxTimes); }},
                         {"every", [&](const auto& n) { every = mReader.seconds(n, "a period"); }}});
         if (every == 0) mReader.fail(node, "expected 'every', a period above 0");
         if (!mBoot.profile.loop(from, static_cast<int>(times), every)) {
@@ -297,7 +306,9 @@ private:
                             {"every",
                              [&](const auto& n) { every = mReader.seconds(n, "a period"); }},
                             {"times",
-                             [&](const auto& n) { times = mReader.whole(n, "a count", 1); }},
+                             [&](const auto& n) {
+                                 times = mReader.whole(n, "a count", 1, kMaxTimes);
+                             }},
                             {"numbered", [&](const auto& n) {
                                  numbered = mReader.flag(n, "whether it counts");
                              }}});

@@ -49,6 +49,9 @@ TEST_F(ScenarioTest, WrongFilesAreRefusedWithTheirPlace) {
             {"boots:\n  - changes: [{set: {a: b}}]\n", "2:15: expected 'at', the time of the"},
             {"device: {partition: 12}\n", "1:21: expected 'absent', or bytes (a whole number from"},
             {"device: {clock: now}\n", "1:17: expected a time of day like 2026-11-15 11:05:18"},
+            {"boots: [{profile: {stretch: 1e300}}]\n", "1:29: expected a factor above 0, up to"},
+            {"boots: [{profile: {events: [{times: 1001}]}}]\n", "1:37: expected a count (a whole"},
+            {"\"a\\nb\": c\n", "1:1: unknown key 'a\\x0ab' in a scenario"},
             {"boots: [\n", "2:1: expected YAML: "},
             {"[]", "1:1: expected a scenario (a map)"},
     };
