@@ -3,13 +3,16 @@
 
 #include "Boots.h"
 
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <sstream>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
@@ -142,16 +145,28 @@ std::string clockAfter(time_t start, double seconds) {
     return text;
 }
 
-// Adds one record of a run log; throws Json's exceptions where it is none.
+// A number of a record; no run has larger ones, which could not be told in whole seconds.
+double number(const Json& value) {
+    constexpr double kMost = 1e12;
+    const double number = value;
+    if (!(std::abs(number) <= kMost)) throw std::out_of_range("a number of a record");
+    return number;
+}
+
+std::string whole(const Json& value) {
+    return std::to_string(static_cast<int64_t>(number(value)));
+}
+
+// Adds one record of a run log; throws an exception where it is none.
 void addRecord(std::vector<Boot>& boots, time_t& start, const Json& record) {
-    const double t = record.at("t");
+    const double t = number(record.at("t"));
     const std::string kind = record.at("kind");
     if (kind == "boot") {
         Boot boot;
-        boot.title = "boot " + std::to_string(record.at("boot").get<int>());
+        boot.title = "boot " + whole(record.at("boot"));
         const std::string about = record.value("about", "");
         if (!about.empty()) boot.title += ": " + about;
-        start = record.value("clock", time_t{0});
+        start = static_cast<time_t>(number(record.value("clock", Json(0))));
         boot.begin = clockAfter(start, 0);
         boots.push_back(std::move(boot));
         return;
@@ -167,12 +182,9 @@ void addRecord(std::vector<Boot>& boots, time_t& start, const Json& record) {
         const std::string name = record.at("name");
         if (milestoneIndex(name) >= 0) addMilestone(boot.milestones, {t, name});
     } else if (kind == "killed") {
-        boot.events.push_back(
-                {t, clock, "exit",
-                 "killed by signal " + std::to_string(record.at("signal").get<int>())});
+        boot.events.push_back({t, clock, "exit", "killed by signal " + whole(record.at("signal"))});
     } else if (kind == "exit" && record.at("status") != 0) {
-        boot.events.push_back({t, clock, "exit",
-                               "exit status " + std::to_string(record.at("status").get<int>())});
+        boot.events.push_back({t, clock, "exit", "exit status " + whole(record.at("status"))});
     } else if (kind == "end") {
         boot.events.push_back({t, clock, "exit", record.at("why")});
     }
@@ -204,7 +216,7 @@ std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken) {
     while (std::getline(in, line)) {
         try {
             addRecord(boots, start, Json::parse(line));
-        } catch (const Json::exception&) {
+        } catch (const std::exception&) {
             ++broken;
         }
     }

@@ -3,6 +3,7 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "BootMilestones.h"
 #include "Formats.h"
@@ -16,8 +17,10 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
     char line[2048];
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof(line), format, arguments);
+    const int size = vsnprintf(line, sizeof(line), format, arguments);
     va_end(arguments);
+    const bool cut = size >= static_cast<int>(sizeof(line));
+    if (cut && format[strlen(format) - 1] == '\n') line[sizeof(line) - 2] = '\n';
     out += line;
 }
 
@@ -89,12 +92,17 @@ void printBoots(const Report& report, std::string& out) {
 
 std::string printable(const std::string& text) {
     std::string out;
-    for (const unsigned char c : text) {
-        if (c >= 0x20 && c != 0x7f) {
+    bool control = false;  // the second byte of U+0080 to U+009F, which steer a terminal as well
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+        const bool first = c == 0xc2 && next >= 0x80 && next < 0xa0;
+        if (c >= 0x20 && c != 0x7f && !first && !control) {
             out += static_cast<char>(c);
         } else {
             print(out, "\\x%02x", c);
         }
+        control = first;
     }
     return out;
 }

@@ -279,6 +279,26 @@ TEST_F(DamageTest, PageHoldsHostileLogsAsText) {
               std::string::npos);
 }
 
+TEST(Text, LongAndHostileLinesStayLines) {
+    report::Report read;
+    read.readable = true;
+    read.notes = {{"pmic_info", std::string(5000, 'x')}, {"reason.txt", "\xc2\x9b\xc2\xa0\x1b"}};
+    const std::string text = toText(read);
+    EXPECT_NE(text.find("x\n  reason.txt: \\xc2\\x9b\xc2\xa0\\x1b\n"), std::string::npos) << text;
+}
+
+TEST(Boots, NumbersBeyondAnyRunAreBroken) {
+    size_t broken = 0;
+    const std::vector<report::Boot> boots = report::bootsOfRunLog(
+            "{\"t\":0,\"kind\":\"boot\",\"boot\":1,\"clock\":1e67}\n"
+            "{\"t\":0,\"kind\":\"boot\",\"boot\":2,\"clock\":1794740400}\n"
+            "{\"t\":-1e300,\"kind\":\"end\",\"why\":\"x\"}\n",
+            broken);
+    EXPECT_EQ(broken, 2U);
+    ASSERT_EQ(boots.size(), 1U);
+    EXPECT_EQ(boots[0].begin, "11-15 11:00:00.000");
+}
+
 TEST(Boots, CompareTakesTheFirstOfEachMilestone) {
     const report::Comparison good = report::readComparison(LAB_DATA_DIR "/profiles/healthy.txt");
     ASSERT_EQ(good.milestones.size(), 11U);
