@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every file of the persistent partition through the report, in each of its forms.
+
+#include <algorithm>
+
+#include <zstd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "FuzzDevice.h"
+#include "Formats.h"
+#include "Report.h"
+#include "SplitModel.h"
+
+using namespace fuzz;
+
+namespace {
+
+constexpr const char* kFiles[] = {
+        "/SDD/bfRecord.txt",
+        "/SDD/bfRecord_backup.txt",
+        "/SDD/bfflag.txt",
+        "/SDD/bf_upload/boot_vigil",
+        "/SDD/bf_upload/recovery_record",
+        "/boot_vigil/reason.txt",
+        "/boot_vigil/pmic_info",
+        "/boot_vigil/mem_hwinfo",
+        "/boot_vigil/log/info",
+        "/boot_vigil/recovery_flag.txt",
+        "/boot_vigil/recoveryList",
+        "/boot_vigil/bfEnable",
+};
+constexpr size_t kLongestLine = 2047;
+
+std::string compressed(const std::string& text) {
+    std::string archive(ZSTD_compressBound(text.size()), '\0');
+    archive.resize(ZSTD_compress(archive.data(), archive.size(), text.data(), text.size(), 1));
+    return archive;
+}
+
+size_t countOf(const std::string& part, const std::string& text) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+std::string pageOf(const report::Report& report) {
+    report::writePage(report, "/data/page.html");
+    return read("/data/page.html");
+}
+
+}  // namespace
+
+// Texts: the files above, then the main log (compressed here). What is missing is no file.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const size_t elements = countOf("</script", pageOf({}));
+    const std::vector<std::string> input = texts(data, size);
+    size_t i = 0;
+    for (const char* file : kFiles) {
+        write(std::string("/velafs") + file,
+              i < input.size() ? std::optional<std::string>(input[i]) : std::nullopt);
+        ++i;
+    }
+    write("/velafs/boot_vigil/log/android_main_log.zs",
+          i < input.size() ? std::optional<std::string>(compressed(input[i])) : std::nullopt);
+
+    const report::Report report = report::readReport("/velafs");
+    std::string text = report::toText(report);
+    for (const std::string& line : linesOf(text)) {
+        if (line.size() > kLongestLine) fault("two lines of the text have become one");
+    }
+    const bool steers = std::any_of(text.begin(), text.end(), [](unsigned char c) {
+        return (c < 0x20 && c != '\n') || c == 0x7f;
+    });
+    if (steers || text.find("\xc2\x9b") != std::string::npos) {
+        fault("the text would steer a terminal");
+    }
+    if (!nlohmann::json::accept(report::dump(report::toJson(report)))) fault("the JSON is none");
+    if (!nlohmann::json::accept(report::toPerfetto(report))) fault("the trace events are no JSON");
+    // The page is large and takes its time: one input in eight.
+    if (size % 8 == 0 && countOf("</script", pageOf(report)) != elements + report.captures.size()) {
+        fault("something in a file ends an element of the page");
+    }
+    return 0;
+}

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+// History, override list and disable file through runRecovery, against a model of it.
+
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <stdexcept>
+
+#include "BfRecovery.h"
+#include "BootState.h"
+#include "FuzzDevice.h"
+#include "SplitModel.h"
+
+using namespace fuzz;
+
+namespace {
+
+constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
+constexpr const char* kList = "/velafs/boot_vigil/recoveryList";
+constexpr const char* kDisable = "/velafs/boot_vigil/bfEnable";
+constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
+constexpr const char* kResetRequest = "sys.velas_recovery_reset";
+
+using Text = std::optional<std::string>;
+using Modes = std::array<int, 5>;
+
+const std::pair<int, Modes> kDefaults[] = {
+        {100, {1, 2, 5, 0, 0}}, {20, {1, 2, 5, 0, 0}}, {21, {1, 5, 0, 0, 0}},
+        {23, {1, 5, 0, 0, 0}},  {22, {1, 5, 0, 0, 0}}, {99, {5, 1, 0, 0, 0}},
+        {120, {1, 2, 5, 0, 0}},
+};
+
+struct Model {
+    Text history;
+    Text list;
+    bool disabled = false;
+    char reason = 0;
+    bool firstBoot = false;
+
+    const Modes* modes = nullptr;
+    Modes table = {};
+    bool reboots = false;
+    bool resets = false;
+
+    std::string firstLine() const {
+        return history ? history->substr(0, history->find('\n')) : "0";
+    }
+
+    // False where a line of the list ends the process.
+    bool choose(int error) {
+        if (!list) {
+            for (const auto& entry : kDefaults) {
+                if (entry.first == error) modes = &entry.second;
+            }
+            return true;
+        }
+        const std::vector<std::string> lines = linesOf(*list);
+        for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+            const Fields fields = splitModel(*line, "|");
+            if (!fields) return false;
+            if (fields->size() < 2 || atoi((*fields)[0].c_str()) != error) continue;
+            const std::string& digits = (*fields)[1];
+            for (size_t i = 0; i < table.size() && digits.size() > 4; ++i) {
+                table[i] = static_cast<unsigned char>(digits[i]) - '0';
+            }
+            break;
+        }
+        modes = &table;
+        return true;
+    }
+
+    // 1 and 0 are the results, -1 stands for the end of the process.
+    int run(int error) {
+        if (error == 0 || disabled) return 0;
+        if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
+        if (!choose(error)) return -1;
+        const std::string line = firstLine();
+        if (modes == nullptr || line.empty() || line[0] < '0' || line[0] > '4') return 0;
+        const size_t step = static_cast<size_t>(line[0] - '0');
+        const int mode = (*modes)[step];
+        if (mode <= 0) return 0;
+        history = std::to_string(step + 1) + std::to_string(mode);
+        if (reason != '\0') *history += reason;
+        reboots |= mode == 1;
+        resets |= mode == 5 && !firstBoot;
+        if (mode == 5 && firstBoot) history.reset();
+        return mode == 1 || mode == 2 || mode == 5 ? 1 : 0;
+    }
+};
+
+// The daemon's table of modes lives as long as the process: this clears it.
+void clearTable() {
+    setBFReason(1);
+    setProperty("ro.vela.bfRecovery.support", "1");
+    write(kDisable, std::nullopt);
+    write(kHistory, std::nullopt);
+    write(kList, "1|00000\n");
+    BfRecovery().runRecovery(1, true);
+}
+
+}  // namespace
+
+// Texts: reasons of two failures of one run, "1" for a first boot, ro.vela.bfRecovery.support,
+// persist.sys.enable_rescue, the cached reason; then history, list, disable file; "<none>" is none.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::vector<std::string> input = texts(data, size);
+    if (input.size() < 6) return -1;
+    const auto text = [&](size_t i) {
+        return i < input.size() && input[i] != "<none>" ? Text(input[i]) : std::nullopt;
+    };
+    Watch watch;
+    clearTable();
+    Model model;
+    model.firstBoot = input[2] == "1";
+    model.reason = static_cast<char>(atoi(input[5].c_str()) | 1);  // 0 would ask a property
+    model.history = text(6);
+    model.list = text(7);
+    const Text disable = text(8);
+    const std::vector<std::string> lines = linesOf(disable.value_or(""));
+    const bool rescue = propertyValue(input[4], "false") == "true" &&
+                        (model.reason == 120 || model.reason == 20);
+    model.disabled = rescue || atoi(propertyValue(input[3], "1").c_str()) != 1 ||
+                     std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end();
+
+    setProperty("ro.vela.bfRecovery.support", input[3]);
+    setProperty("persist.sys.enable_rescue", input[4]);
+    setProperty(kRebootRequest, std::nullopt);
+    setProperty(kResetRequest, std::nullopt);
+    setBFReason(static_cast<uint8_t>(model.reason));
+    write(kHistory, model.history);
+    write(kList, model.list);
+    write(kDisable, disable);
+
+    BfRecovery recovery;
+    for (size_t failure = 0; failure < 2; ++failure) {
+        const int error = atoi(input[failure].c_str());
+        const int expected = model.run(error);
+        int result = -1;
+        try {
+            result = recovery.runRecovery(error, model.firstBoot) ? 1 : 0;
+        } catch (const std::out_of_range&) {
+        }
+        expectEqual("the result", result, expected);
+        expectEqual("the history", read(kHistory), model.history.value_or("<missing>"));
+        expectEqual("the reboot request",
+                    read("/dev/__properties__/" + std::string(kRebootRequest)),
+                    model.reboots ? "1" : "<missing>");
+        expectEqual("the reset request", read("/dev/__properties__/" + std::string(kResetRequest)),
+                    model.resets ? "1" : "<missing>");
+        if (result < 0) return 0;
+    }
+    return 0;
+}
