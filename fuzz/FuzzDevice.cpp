@@ -87,6 +87,14 @@ void enterDevice() {
     }
 }
 
+// libFuzzer's timer must not interrupt what the daemon, or this, waits for.
+bool restartCalls() {
+    struct sigaction action = {};
+    sigaction(SIGALRM, nullptr, &action);
+    action.sa_flags |= SA_RESTART;
+    return sigaction(SIGALRM, &action, nullptr) == 0;
+}
+
 void keepLine(const __android_logger_data*, const char* message) {
     if (gWatch != nullptr && gWatch->keepLog) gWatch->log.emplace_back(message);
 }
@@ -141,7 +149,8 @@ std::string propertyValue(const std::optional<std::string>& value, const std::st
 }
 
 Watch::Watch() {
-    gWatch = this;
+    static const bool ready = restartCalls();
+    gWatch = ready ? this : nullptr;
 }
 
 Watch::~Watch() {
@@ -162,7 +171,7 @@ int Watch::statusOf(const std::function<void()>& call) {
         _exit(0);
     }
     int status = 0;
-    waitpid(child, &status, 0);
+    if (waitpid(child, &status, 0) != child) lab::failWithErrno("cannot wait for", "a child");
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
