@@ -36,11 +36,10 @@ struct WatchedFile {
     std::string seen;  // content or identity at the last look
 };
 
-// What a process holds: open files and folders, and ended children that nobody has waited for.
+// What a process holds open.
 struct Held {
     int files = 0;
     int folders = 0;
-    int zombies = 0;
 };
 
 class DeviceWorld : public World {
@@ -75,6 +74,7 @@ private:
     std::vector<Change> mChanges;  // to come, in order of time
     std::vector<WatchedFile> mWatched;
     size_t mEventsShown = 0;
+    int mLowestFree = -1;            // descriptor, when the daemon last went to sleep
     std::optional<Held> mHeldFirst;  // when the daemon first went to sleep
     std::string mHeld;               // and more than that, when it last did
     bool mRequestSeen = false;

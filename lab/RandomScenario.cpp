@@ -43,6 +43,7 @@ private:
     std::mt19937_64 mEngine;
 };
 
+constexpr const char* kFirstBoot = "/data/vela_dfr/firstboot";
 constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
 constexpr const char* kUploads[] = {"/velafs/SDD/bf_upload/boot_vigil",
                                     "/velafs/SDD/bf_upload/recovery_record"};
@@ -308,8 +309,9 @@ private:
 
 // What earlier boots, or somebody else, may have left on the partition.
 void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
-    static constexpr const char* kHistories[] = {"11d", "22d", "35d", "11\x16", "11x", "53d",
-                                                 "",    "1",   "x",   "13d",    "45d"};
+    // Most often the next step is a reset.
+    static constexpr const char* kHistories[] = {"22d", "22d", "22d", "22d", "11d", "35d", "11\x16",
+                                                 "11x", "53d", "",    "1",   "x",   "13d", "45d"};
     static constexpr const char* kLists[] = {"100|12500\n20|15000\n", "100|11111\n",
                                              "100|51000\n",           "100|125\n",
                                              "100|13500\n",           "120|22222\n",
@@ -347,7 +349,7 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     scenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
                          {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
     if (boots != Boots::ALL) {
-        scenario.files["/data/vela_dfr/firstboot"] = "";
+        scenario.files[kFirstBoot] = "";
         for (uint64_t i = 1; i <= 5; ++i) {
             BootMaker maker(odds, seed, i);
             scenario.boots.push_back(boots == Boots::HEALTHY ? maker.makeHealthy()
@@ -357,7 +359,7 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     }
 
     odds.draw(device);
-    if (!device.percent(30)) scenario.files["/data/vela_dfr/firstboot"] = "";
+    if (!device.percent(30)) scenario.files[kFirstBoot] = "";
     if (device.percent(odds.settings)) {
         static constexpr const char* kSupport[] = {"0", "1", "x"};
         scenario.properties["ro.vela.bfRecovery.support"] = device.of(kSupport);
@@ -371,6 +373,10 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     if (device.percent(odds.absent) && device.percent(20)) scenario.logFolder = false;
     scenario.rebootAfter = device.between(5, 20) * 1000;
     addLeftovers(device, odds, scenario.files);
+    // A recovery under way on a first boot is the one that must not reset again.
+    if (scenario.files.count(kHistory) != 0 && device.percent(40)) {
+        scenario.files.erase(kFirstBoot);
+    }
     for (auto number = static_cast<uint64_t>(device.between(1, 7)); number > 0; --number) {
         scenario.boots.push_back(BootMaker(odds, seed, number).make());
     }

@@ -1208,8 +1208,9 @@ bool BootCheck::runRecovery(int error) {
             text = saved->substr(saving.size(), saved->size() - saving.size() - 1);
         const bool kept = writeOrLog(kHistory, text, false);
         if (mode != 0 && kept) ++mBooks.steps;
-        const auto steps =
-                std::count_if(mList->begin(), mList->end(), [](int m) { return m != 0; });
+        const auto steps = mList == nullptr ? 0
+                                            : std::count_if(mList->begin(), mList->end(),
+                                                            [](int m) { return m != 0; });
         if (mBooks.steps > steps && kept) {
             broken(Kind::RULE, format("recovery action %d of a list of %d", mBooks.steps,
                                       static_cast<int>(steps)));

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <filesystem>
@@ -143,13 +144,20 @@ void Saga::run() {
                       {{"about", boot.about}, {"reason", mBootReason}, {"clock", int64_t{mClock}}});
         }
         const TextMap propertiesBefore = properties();
-        const TextMap filesBefore = filesKept();
+        // Most boots find what the one before left.
+        const bool found = mFilesLeft && boot.files.empty() && !boot.partitionAbsent;
+        const TextMap filesBefore = found ? std::move(*mFilesLeft) : filesKept();
         const time_t clock = mClock;
         BootOutcome outcome = runBoot(boot, number);
         finishBoot(boot, outcome);
         const std::vector<TraceEvent> events = mTrace.events();
+        outcome.operations =
+                std::count_if(events.begin(), events.end(), [](const TraceEvent& event) {
+                    return event.kind == TraceEvent::OPERATION;
+                });
+        mFilesLeft = filesKept();
         outcome.violations =
-                mRules.check({mScenario, boot, propertiesBefore, filesBefore, filesKept(), events,
+                mRules.check({mScenario, boot, propertiesBefore, filesBefore, *mFilesLeft, events,
                               outcome.end, outcome.status, outcome.endedAt, clock});
         if (mTrace.full()) throw std::runtime_error("a boot's trace is longer than expected");
         mOutcomes.push_back(std::move(outcome));

@@ -23,6 +23,7 @@ struct BootOutcome {
     BootObservation::End end = BootObservation::End::EXITED;
     int status = 0;                     // exit status or signal
     int64_t endedAt = 0;                // device time, ms
+    int64_t operations = 0;             // of the daemon on files
     double realSeconds = 0;             // of the workstation
     std::string errors;                 // what the daemon wrote to standard error
     std::vector<Violation> violations;  // of the rules that every boot must keep
@@ -80,6 +81,7 @@ private:
     std::optional<RunLog> mLog;
     Trace mTrace;
     Rules mRules;
+    std::optional<TextMap> mFilesLeft;  // by the boot before
     uint64_t mFingerprint = 0xcbf29ce484222325;
     std::vector<BootOutcome> mOutcomes;
     time_t mClock;                     // time of day at the start of the next boot

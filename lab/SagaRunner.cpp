@@ -148,6 +148,7 @@ void runShare(const SagaOrder& order, uint64_t job, Report& report) {
             fflush(stdout);
         }
         if (report.broken++ == 0) report.first = *finding;
+        if (order.untilBroken) return;
     }
 }
 

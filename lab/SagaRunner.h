@@ -16,7 +16,8 @@ struct SagaOrder {
     uint64_t count = 1;  // scenarios
     int jobs = 1;        // processes
     Boots boots = Boots::ALL;
-    std::string folder;  // where a scenario that breaks a rule is written
+    bool untilBroken = false;  // each process ends at its first broken rule
+    std::string folder;        // where a scenario that breaks a rule is written
 };
 
 // Exit statuses; a crash comes before a boot that does not end as it must, and that before another

@@ -139,6 +139,8 @@ int runCommandLine(int argc, char** argv) {
     sagaCommand->add_option("--jobs", order.jobs, "processes")
             ->check(CLI::Range(1, 256))
             ->capture_default_str();
+    sagaCommand->add_flag("--until-broken", order.untilBroken,
+                          "end each process at its first broken rule");
     sagaCommand->add_option("--boots", boots, "all kinds, or only 'healthy' or 'stalled' ones")
             ->check(CLI::IsMember({"all", "healthy", "stalled"}))
             ->capture_default_str();

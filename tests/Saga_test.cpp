@@ -4,8 +4,10 @@
 #include "Saga.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 
 #include "Files.h"
 #include "RandomScenario.h"
@@ -18,7 +20,9 @@ using namespace lab;
 class SagaTest : public testing::Test {
 protected:
     SagaTest() {
-        std::string folder = testing::TempDir() + "bootvigil-saga-XXXXXX";
+        // In memory where there is one: thousands of files are made and removed.
+        const std::string base = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir();
+        std::string folder = base + "bootvigil-saga-XXXXXX";
         if (mkdtemp(folder.data()) == nullptr) failWithErrno("cannot make", folder);
         mFolder = folder;
     }
@@ -26,12 +30,12 @@ protected:
         std::filesystem::remove_all(mFolder);
     }
 
-    uint64_t fingerprint(const Scenario& scenario) {
+    std::unique_ptr<Saga> run(const Scenario& scenario) {
         std::filesystem::remove_all(mFolder + "/run");
         makeFolders(mFolder + "/run");
-        Saga saga(scenario, mFolder + "/run", Keep::FINGERPRINT);
-        saga.run();
-        return saga.fingerprint();
+        auto saga = std::make_unique<Saga>(scenario, mFolder + "/run", Keep::FINGERPRINT);
+        saga->run();
+        return saga;
     }
 
     std::string mFolder;
@@ -42,8 +46,38 @@ TEST_F(SagaTest, WrittenScenarioRunsTheSame) {
         const Scenario made = randomScenario(seed);
         const std::string path = mFolder + "/scenario.yaml";
         writeScenario(made, path);
-        ASSERT_EQ(fingerprint(readScenario(path)), fingerprint(made)) << "seed " << seed;
+        ASSERT_EQ(run(readScenario(path))->fingerprint(), run(made)->fingerprint())
+                << "seed " << seed;
     }
+}
+
+// A walk of three stalls down to a good boot, cut off at every place that there is.
+TEST_F(SagaTest, PowerCutAfterEveryFileOperation) {
+    const Scenario whole = readScenario(LAB_DATA_DIR "/scenarios/recovery-walk.yaml");
+    std::vector<int64_t> operations;
+    for (const BootOutcome& boot : run(whole)->outcomes()) operations.push_back(boot.operations);
+    constexpr Unsynced kKinds[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED, Unsynced::CUT,
+                                   Unsynced::MIXED};
+    size_t cuts = 0;
+    for (size_t boot = 0; boot < operations.size(); ++boot) {
+        for (int64_t after = 1; after <= operations[boot]; ++after) {
+            Scenario cut = whole;
+            cut.boots[boot].cutAfter = after;
+            cut.boots[boot].unsynced = kKinds[cuts++ % std::size(kKinds)];
+            cut.boots[boot].damageSeed = after;
+            const auto saga = run(cut);
+            ASSERT_EQ(saga->outcomes()[boot].end, BootObservation::End::CUT_OFF);
+            for (const BootOutcome& outcome : saga->outcomes()) {
+                for (const Violation& violation : outcome.violations) {
+                    ADD_FAILURE() << "boot " << boot + 1 << " cut after operation " << after << ": "
+                                  << violation.text;
+                }
+            }
+        }
+    }
+    EXPECT_GE(cuts, 100U);
+    RecordProperty("cuts", static_cast<int>(cuts));
+    printf("%zu cuts\n", cuts);
 }
 
 }  // namespace
