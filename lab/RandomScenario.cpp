@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <random>
 
+#include "BootMilestones.h"
 #include "Files.h"
 
 namespace lab {
@@ -47,17 +48,6 @@ constexpr const char* kFirstBoot = "/data/vela_dfr/firstboot";
 constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
 constexpr const char* kUploads[] = {"/velafs/SDD/bf_upload/boot_vigil",
                                     "/velafs/SDD/bf_upload/recovery_record"};
-constexpr const char* kMilestones[] = {"vold:fbeEnable:START",
-                                       "Zygote:Preload Start",
-                                       "Zygote:Preload End",
-                                       "Android:SysServerInit_START",
-                                       "Android:PackageManagerService_Start",
-                                       "Android:PMS_scan_START",
-                                       "Android:PMS_scan_END",
-                                       "Android:PMS_READY",
-                                       "AMS:systemReady",
-                                       "AMS:AMS_READY",
-                                       "Android:SysServerInit_END"};
 constexpr const char* kGarbage[] = {"", " ", "yes", "-1", "2", "0x1", "1 ", "999999999999", "\x01"};
 constexpr int64_t kLongestBoot = 1500;  // seconds
 
@@ -183,9 +173,9 @@ private:
     }
 
     void loop() {
-        const char* milestone = mCourse.of(kMilestones);
-        mBoot.profile.cutAfter(mCourse.of(kMilestones));
-        mBoot.about += std::string(" loops on ") + milestone;
+        const std::string& milestone = mCourse.of(kBootMilestones);
+        mBoot.profile.cutAfter(mCourse.of(kBootMilestones));
+        mBoot.about += " loops on " + milestone;
         mBoot.profile.loop(milestone, static_cast<int>(mCourse.between(1, 12)),
                            mCourse.between(1, 120) * 1000);
     }
