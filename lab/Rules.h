@@ -47,17 +47,14 @@ struct Violation {
 
 class Rules {
 public:
-    // Checks the device's next boot. What the boots before it left in the rules' own books (the
-    // recovery walk, submitted failures) counts.
+    // Checks the device's next boot, in the light of those before it.
     std::vector<Violation> check(const BootObservation& boot);
 
     // What one boot leaves for the next, beside the files.
     struct Books {
         std::set<std::string> folders = {"/velafs", "/velafs/boot_vigil", "/velafs/boot_vigil/log",
                                          "/velafs/SDD", "/data/vela_dfr"};
-        std::set<std::string> submitted;     // record lines
-        int steps = 0;                       // recovery actions since the walk last started
-        std::optional<std::string> history;  // as the last boot left it
+        std::set<std::string> submitted;  // record lines
         bool firstBoot = true;
     };
 
