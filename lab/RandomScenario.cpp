@@ -19,11 +19,7 @@ namespace {
 // A stream of its own for each subject, so that one more draw here leaves the others as they were.
 class Draw {
 public:
-    Draw(uint64_t seed, uint64_t stream) {
-        std::seed_seq sequence{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
-                               static_cast<uint32_t>(stream)};
-        mEngine.seed(sequence);
-    }
+    Draw(uint64_t seed, uint64_t stream) : mEngine(engineOf(seed, stream)) {}
 
     // From 0 to below `limit`.
     int64_t below(int64_t limit) {
@@ -41,6 +37,12 @@ public:
     }
 
 private:
+    static std::mt19937_64 engineOf(uint64_t seed, uint64_t stream) {
+        std::seed_seq sequence{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
+                               static_cast<uint32_t>(stream)};
+        return std::mt19937_64(sequence);
+    }
+
     std::mt19937_64 mEngine;
 };
 
