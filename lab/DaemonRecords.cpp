@@ -82,7 +82,7 @@ void DaemonModel::submit() {
 
 std::string DaemonModel::lastRecordLine() {
     const std::vector<std::string> lines = linesOf(content(kRecord));
-    const std::string line = lines.empty() ? "" : lines.back();
+    std::string line = lines.empty() ? "" : lines.back();
     const std::string start = "submitInfo:info = ";
     const auto shown = expect(start);
     if (shown && *shown != start + line && !excused(kRecord) && !mReadFault && line.size() < 900) {

@@ -169,8 +169,9 @@ void BootCheck::checkSignal() {
 
 void BootCheck::checkFiles() {
     if (mReset) applyChange({mNow, TraceEvent::CHANGE, "remove /data"});  // the platform's answer
+    const bool lost = mFaults.count("power-cut") > 0 && mSeen.boot.unsynced != Unsynced::KEPT;
     for (const auto& [path, when] : mWritten) {
-        if (mSeen.end == End::CUT_OFF && when + 30000 >= mSeen.endedAt) mUnsure.insert(path);
+        if (lost && when + 30000 >= mSeen.endedAt) mUnsure.insert(path);
     }
     TextMap paths = mFiles;
     paths.insert(mSeen.filesAfter.begin(), mSeen.filesAfter.end());

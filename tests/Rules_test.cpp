@@ -90,6 +90,10 @@ TEST(Rules, ObjectToEachMisdeed) {
                                 "reason=20");
              },
              "says \"errNotifyWithReason"},
+            {[](BootByHand& boot) {
+                 boot.addToPoll(Kind::LOG, "E BOOTVIGIL velafs AvailableSize not enough ");
+             },
+             "says \"BOOTVIGIL velafs AvailableSize not"},
             {[](BootByHand& boot) { boot.addToPoll(Kind::IDLE, "files=0 folders=0 zombies=1"); },
              "zombies=1"},
             {[](BootByHand& boot) { boot.events[3].ms = boot.events[4].ms = 41000; },
@@ -113,6 +117,12 @@ TEST(Rules, ObjectToEachMisdeed) {
             {[](BootByHand& boot) { boot.properties.erase("sys.vela.BOOT_COMPLETED"); },
              "the end of the boot for good, which must not be"},
             {[](BootByHand& boot) { boot.after["/velafs/SDD/bfflag.txt"] = "4"; },
+             "/velafs/SDD/bfflag.txt must not be there"},
+            {[](BootByHand& boot) {  // a power cut takes nothing back that is said to be kept
+                 boot.after["/velafs/SDD/bfflag.txt"] = "4";
+                 boot.add(170, Kind::FAULT, "power-cut");
+                 boot.end = End::CUT_OFF;
+             },
              "/velafs/SDD/bfflag.txt must not be there"},
             {[](BootByHand& boot) {
                  boot.before["/velafs/SDD/bf_upload/boot_vigil"] = "not collected";
