@@ -121,15 +121,15 @@ void DaemonModel::timeout() {
     if (mBooted) {
         int phase = 0;
         if (bootFinished(phase)) return;
-        if (phase == 0 || phase != mOobePhase) {
-            mOobePhase = phase;
-            mOobeChecks = 0;
-        } else if (mOobeChecks < 2) {
-            ++mOobeChecks;
-        } else {
-            expect(format("errNotify type = 5, phase=%d, detailPhase=0", phase));
+        const bool same = phase != 0 && phase == mOobePhase;
+        // A profile that could not be read has started the count anew.
+        const auto declared = take(format("errNotify type = 5, phase=%d, detailPhase=0", phase));
+        if (decide(same && mOobeChecks >= 2, declared.has_value(), mReadFault,
+                   "a set-up wizard that hangs")) {
             return notify(5, phase, 0, reason());
         }
+        mOobeChecks = same ? mOobeChecks + 1 : 0;
+        mOobePhase = phase;
         return post(kTimeout, 240);
     }
     if (!contains(mLastKey, "performDexOpt")) ++mTimeouts;
