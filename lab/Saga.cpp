@@ -22,7 +22,6 @@
 #include <exception>
 #include <filesystem>
 #include <new>
-#include <random>
 #include <stdexcept>
 
 #include "Calls.h"
@@ -95,9 +94,12 @@ std::string sampleLog(const std::string& sample, size_t from, int64_t size) {
 // Text that can't be compressed much.
 const std::string& noise() {
     static const std::string text = [] {
-        std::mt19937 random(1);
         std::string letters(300000, ' ');
-        for (char& letter : letters) letter = static_cast<char>('!' + random() % 90);
+        uint32_t state = 1;
+        for (char& letter : letters) {
+            state = state * 1664525 + 1013904223;
+            letter = static_cast<char>('!' + (state >> 16) % 90);
+        }
         return letters;
     }();
     return text;
@@ -167,7 +169,7 @@ void Saga::run() {
 
 // The files that the daemon keeps its state in.
 TextMap Saga::filesKept() const {
-    constexpr uintmax_t kLargest = 256 * 1024;  // a file that fills the partition is none
+    constexpr uintmax_t kLargest = 256UL * 1024;  // a file that fills the partition is none
     TextMap files;
     for (const char* folder : {"/velafs", "/data"}) {
         std::error_code absent;
