@@ -44,13 +44,15 @@ constexpr const char* kDmesg =
         "#!/system/bin/sh\n"
         "exec cat /dev/log/kernel\n";
 
-// The library that is the interpreter of both; the name holds its version.
+// The library that is the interpreter of both: its name holds a version, and the shell names it. An
+// emulator of programs may show another /lib to one that looks around there.
 std::string shellLibrary() {
-    for (const auto& entry : std::filesystem::directory_iterator("/lib")) {
-        const std::string name = entry.path().filename();
-        if (name.rfind("klibc-", 0) == 0 && entry.path().extension() == ".so") return entry.path();
+    const std::string shell = readFile(kShell);
+    const size_t name = shell.find("/lib/klibc-");
+    if (name == std::string::npos) {
+        throw std::runtime_error(std::string(kShell) + " is not klibc's (package klibc-utils)");
     }
-    throw std::runtime_error("cannot find /lib/klibc-*.so (package klibc-utils)");
+    return shell.c_str() + name;
 }
 
 void linkOrCopy(const std::string& from, const std::string& to) {
