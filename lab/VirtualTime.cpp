@@ -26,6 +26,8 @@ namespace {
 constexpr unsigned long kCancelInitMonitor = 0xC0046202;
 
 std::atomic<bool> gActive{false};
+std::atomic<bool> gStopped{false};
+thread_local bool tWorker = false;  // a thread that waits for its timers here
 std::mutex gWorldLock;
 World* gWorld = nullptr;
 std::atomic<int64_t> gOwnClock{0};
@@ -39,6 +41,11 @@ bool waitForFlow(int epollFd) {
     while (poll(fds, 2, -1) < 0 && errno == EINTR) {
     }
     return (fds[1].revents & POLLIN) == 0;
+}
+
+// In real time every timer of the past would be due at once.
+[[noreturn]] void waitForEver() {
+    for (;;) ppoll(nullptr, 0, nullptr, nullptr);
 }
 
 // Calls `tell` with the world, if there is one.
@@ -78,6 +85,7 @@ void letTimeFlow() {
 void stop() {
     const std::lock_guard<std::mutex> lock(gWorldLock);
     gWorld = nullptr;
+    gStopped = true;
     gActive = false;  // a thread may still wait for gFlowing, which therefore stays open
 }
 
@@ -102,7 +110,8 @@ extern "C" {
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const bool realTime = clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
     const bool monotonic = clock == CLOCK_MONOTONIC || clock == CLOCK_BOOTTIME;
-    if (!gActive || !(realTime || monotonic)) {
+    const bool inVirtualTime = gActive || (gStopped && tWorker);
+    if (!inVirtualTime || !(realTime || monotonic)) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     }
     const int64_t ms = now();
@@ -125,10 +134,14 @@ time_t time(time_t* result) noexcept {
 // so the clock goes to that timer at once; timers end on whole milliseconds.
 int epoll_wait(int fd, epoll_event* events, int maxEvents, int timeout) {
     static auto* const realWait = real<int(int, epoll_event*, int, int)>("epoll_wait");
+    tWorker = true;
+    if (gStopped) waitForEver();
     if (!gActive) return realWait(fd, events, maxEvents, timeout);
     const int ready = realWait(fd, events, maxEvents, 0);
     if (ready != 0 || timeout == 0) return ready;
-    if (!waitForFlow(fd)) return realWait(fd, events, maxEvents, 0);
+    const bool flows = waitForFlow(fd);
+    if (gStopped) waitForEver();
+    if (!flows) return realWait(fd, events, maxEvents, 0);
     calls::thisIsTheWorker();
     withWorld([](World& world) { world.onIdle(); });
     if (timeout < 0) {

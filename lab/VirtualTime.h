@@ -52,8 +52,8 @@ void start(World* world, std::atomic<int64_t>* clock, time_t wallClock);
 // Time flows once the main thread has nothing more to do: called by pause(), or by a test.
 void letTimeFlow();
 
-// Back to real time; the world is not called any more. A thread that waits for time to flow waits
-// on.
+// Back to real time; the world is not called any more. A thread that waits for its timers waits for
+// ever.
 void stop();
 
 int64_t now();
