@@ -182,19 +182,18 @@ bool DaemonModel::systemError() {
     return true;
 }
 
-// Its lines; none where it can't be opened, which the daemon says.
-std::vector<std::string> DaemonModel::read(const std::string& path) {
-    const auto file = mFiles.find(path);
-    const auto text = file != mFiles.end() ? std::optional(file->second) : worldFile(path);
-    const bool failed = take("parseBootProf open " + path + " failed").has_value();
-    if (decide(!text, failed, mReadFault, "the failure to open " + path)) return {};
+// Its lines.
+std::vector<std::string> DaemonModel::profile() {
+    const std::optional<std::string> text = worldFile(mProfilePath);
+    const bool failed = take("parseBootProf open " + mProfilePath + " failed").has_value();
+    if (decide(!text, failed, mReadFault, "the failure to open " + mProfilePath)) return {};
     return linesOf(text.value_or(""));
 }
 
 // Looks for a restart loop, or else for how long the last event has stayed.
 void DaemonModel::parseProfile() {
     mStuckPid = -1;
-    const std::vector<std::string> lines = read(mProfilePath);
+    const std::vector<std::string> lines = profile();
     if (lines.size() <= 2) {
         expect("parseBootProf Lines < 3");
         return;
@@ -220,7 +219,7 @@ void DaemonModel::parseProfile() {
 
 // `phase`: of the set-up wizard, where it may be stuck.
 bool DaemonModel::bootFinished(int& phase) {
-    const std::vector<std::string> lines = read(mProfilePath);
+    const std::vector<std::string> lines = profile();
     if (lines.size() <= 2) {
         expect("parseBootProf Lines < 3");
         return false;

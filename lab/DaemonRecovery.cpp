@@ -32,8 +32,7 @@ bool DaemonModel::disabled() {
     if (mDisabled >= 0) return mDisabled == 1;
     mDisabled = 1;
     if (number("ro.vela.bfRecovery.support", "1") != 1) return true;
-    std::vector<std::string> lines;
-    if (exists(kSwitch)) lines = read(kSwitch);
+    const std::vector<std::string> lines = linesOf(content(kSwitch));
     mDisabled = std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end() ? 1 : 0;
     return mDisabled == 1;
 }
@@ -54,7 +53,7 @@ void DaemonModel::chooseList(int error) {
         return;
     }
     mList = &mTable;
-    const std::vector<std::string> lines = read(kOverride);
+    const std::vector<std::string> lines = linesOf(content(kOverride));
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const std::vector<std::string> fields = split(*line, "|");
         if (fields.size() < 2 || atoi(fields[0].c_str()) != error) continue;
@@ -94,9 +93,7 @@ bool DaemonModel::runRecovery(int error) {
     }
     const std::string saving = "saveRecoveryFlag info = ";
     const auto saved = take(saving);
-    // Where the history could not be read, what was seen tells.
-    const bool steps = known || mCutShort ? predicted > 0 : saved || mode > 0;
-    if (steps) {
+    if (predicted > 0 || mode > 0) {
         const std::string line = firstLine(content(kHistory, "0"));
         const int next = line.empty() ? 0 : line[0] - '0' + 1;
         std::string text = format("%d%d%c", next, predicted, reason() & 255);
