@@ -131,6 +131,7 @@ DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, 
 }
 
 void DeviceWorld::advanceTo(int64_t target) {
+    const calls::Unwatched ownWork;
     observe();
     answerRequests();
     while (!mChanges.empty() && mChanges.front().at <= target) {
@@ -240,6 +241,7 @@ void DeviceWorld::showProfile(int64_t now) {
 }
 
 void DeviceWorld::observe() {
+    const calls::Unwatched ownWork;
     for (WatchedFile& file : mWatched) report(file, /* silent= */ false);
 }
 
@@ -287,6 +289,8 @@ void DeviceWorld::report(WatchedFile& file, bool silent) {
 }
 
 void DeviceWorld::onIdle() {
+    calls::thisIsTheWorker();
+    const calls::Unwatched ownWork;
     // Descriptors are given out from the lowest: as long as that is the same, none has been kept.
     const int lowest = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     close(lowest);
@@ -308,10 +312,12 @@ void DeviceWorld::onIdle() {
 }
 
 void DeviceWorld::onWake() {
+    const calls::Unwatched ownWork;
     mTrace.add(vtime::now(), TraceEvent::WAKE, "");
 }
 
 void DeviceWorld::onSignal(pid_t pid, int signal) {
+    const calls::Unwatched ownWork;
     observe();  // the daemon may not come to sleep again
     mTrace.add(vtime::now(), TraceEvent::SIGNAL,
                std::to_string(signal) + " " + std::to_string(pid));
@@ -330,6 +336,7 @@ void DeviceWorld::onFreeSpace(const char* path, struct statfs& info) {
 }
 
 int DeviceWorld::onCancelMonitor() {
+    const calls::Unwatched ownWork;
     if (mLog != nullptr) mLog->add(vtime::now(), "monitor", {{"text", "cancelled"}});
     return 0;
 }

@@ -266,10 +266,7 @@ void Saga::becomeDaemon(const Boot& boot, const std::string& errors, std::atomic
         mRoot.enter();
         gMainLog = open("/dev/log/main", O_WRONLY | O_APPEND | O_CLOEXEC);
         gWorld = new DeviceWorld(mScenario, boot, gLog, mTrace);
-        atexit([] {
-            const calls::Unwatched ownWork;
-            gWorld->observe();
-        });
+        atexit([] { gWorld->observe(); });
         __android_log_set_logger(logLine);
         vtime::start(gWorld, clock, mClock);
         calls::start(boot, mTrace);

@@ -17,8 +17,6 @@
 
 #include <mutex>
 
-#include "Calls.h"
-
 namespace lab::vtime {
 
 namespace {
@@ -51,7 +49,6 @@ bool waitForFlow(int epollFd) {
 // Calls `tell` with the world, if there is one.
 template <typename Tell>
 void withWorld(Tell tell) {
-    const calls::Unwatched ownWork;
     const std::lock_guard<std::mutex> lock(gWorldLock);
     if (gWorld != nullptr) tell(*gWorld);
 }
@@ -142,7 +139,6 @@ int epoll_wait(int fd, epoll_event* events, int maxEvents, int timeout) {
     const bool flows = waitForFlow(fd);
     if (gStopped) waitForEver();
     if (!flows) return realWait(fd, events, maxEvents, 0);
-    calls::thisIsTheWorker();
     withWorld([](World& world) { world.onIdle(); });
     if (timeout < 0) {
         passTime(kNever);
