@@ -29,16 +29,15 @@ const std::vector<std::string> kMilestones = {"vold:fbeEnable:START",
 
 }  // namespace
 
-std::vector<std::string> split(std::string text, const std::string& by) {
+std::vector<std::string> split(const std::string& text, const std::string& by) {
     std::vector<std::string> fields;
-    text += by;
-    for (size_t from = 0, end; (end = text.find(by, from)) != std::string::npos;
-         from = end + by.size()) {
+    for (size_t from = 0, end = 0; from < text.size(); from = end + by.size()) {
+        end = std::min(text.find(by, from), text.size());
         if (end == from) continue;
-        const std::string field = text.substr(from, end - from);
-        const size_t first = field.find_first_not_of(' ');
-        if (first == std::string::npos) throw Aborted();
-        fields.push_back(field.substr(first, field.find_last_not_of(' ') + 1));
+        const size_t first = text.find_first_not_of(' ', from);
+        if (first >= end) throw Aborted();
+        const size_t size = text.find_last_not_of(' ', end - 1) + 1 - from;
+        fields.push_back(text.substr(first, std::min(size, end - first)));
     }
     return fields;
 }

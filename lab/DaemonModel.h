@@ -29,7 +29,7 @@ constexpr int kAfterBoot = 0x20060;
 
 // Fields without the blanks around them, but for as many at the end as there were in front.
 // Throws Aborted for a field of blanks.
-std::vector<std::string> split(std::string text, const std::string& by);
+std::vector<std::string> split(const std::string& text, const std::string& by);
 
 class DaemonModel : protected DeviceModel {
 protected:

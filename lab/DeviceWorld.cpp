@@ -124,8 +124,7 @@ DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, 
       mLog(log),
       mTrace(trace),
       mChanges(boot.changes),
-      mWatched(watchedFiles()) {
-    if (log == nullptr) mWatched.clear();
+      mWatched(log != nullptr ? watchedFiles() : std::vector<WatchedFile>()) {
     for (WatchedFile& file : mWatched) report(file, /* silent= */ true);
     showProfile(0);
 }

@@ -76,9 +76,13 @@ void appendFile(const std::string& path, const std::string& content) {
 }
 
 void makeFolders(const std::string& path, unsigned int mode) {
-    if (path.empty() || fileExists(path)) return;
-    makeFolders(std::filesystem::path(path).parent_path(), mode);
-    if (mkdir(path.c_str(), mode) != 0 && errno != EEXIST) failWithErrno("cannot make", path);
+    if (path.empty()) return;
+    if (mkdir(path.c_str(), mode) != 0) {
+        if (errno == EEXIST) return;
+        if (errno != ENOENT) failWithErrno("cannot make", path);
+        makeFolders(std::filesystem::path(path).parent_path(), mode);
+        if (mkdir(path.c_str(), mode) != 0 && errno != EEXIST) failWithErrno("cannot make", path);
+    }
     chmod(path.c_str(), mode);
 }
 

@@ -98,11 +98,13 @@ void ProfileScript::setEvents(std::vector<Event> events) {
 
 std::string ProfileScript::at(int64_t now) const {
     std::string text;
-    for (const std::string& line : mHeader) text += line + "\n";
-    for (size_t i = 0; i < eventsBy(now); ++i) {
-        text += formatTime(mEvents[i].us) + " " + mEvents[i].rest + "\n";
+    const size_t events = eventsBy(now);
+    text.reserve(events * 80 + 1024);
+    for (const std::string& line : mHeader) text.append(line).append("\n");
+    for (size_t i = 0; i < events; ++i) {
+        text.append(formatTime(mEvents[i].us)).append(" ").append(mEvents[i].rest).append("\n");
     }
-    return text + formatTime(now * 1000) + " : OFF\n" + kRuler + "\n";
+    return text.append(formatTime(now * 1000)).append(" : OFF\n").append(kRuler).append("\n");
 }
 
 size_t ProfileScript::eventsBy(int64_t now) const {

@@ -6,6 +6,7 @@
 #include <android/log.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
@@ -39,6 +40,8 @@ constexpr int kRealLimit = 300 * 1000;  // ms of real time for one boot
 constexpr time_t kBetweenBoots = 60;    // seconds of the clock
 constexpr int kDaemonPid = 398;         // in the simulated Android log
 constexpr int kHandlerTid = 402;
+constexpr char kLogBuffers[] = "/dev/log";
+constexpr char kOwnBuffer[] = "main";
 
 // Alive in the child that is a boot; the looper's and the logger's callbacks need them.
 RunLog* gLog = nullptr;
@@ -206,9 +209,16 @@ void Saga::prepareDevice() {
 
 // What a boot starts with: /dev, /proc and the properties are new, /velafs and /data stay.
 void Saga::prepareBoot(const Boot& boot) {
+    const std::string logs = mRoot.at(kLogBuffers);
     for (const char* folder : {"/dev", "/proc", "/sys/fs/pstore"}) {
-        std::filesystem::remove_all(mRoot.at(folder));
-        makeFolders(mRoot.at(folder));
+        for (const auto& entry : std::filesystem::directory_iterator(mRoot.at(folder))) {
+            if (mOwnBufferSize && entry.path() == logs) continue;
+            if (entry.is_directory()) {
+                std::filesystem::remove_all(entry.path());
+            } else {
+                std::filesystem::remove(entry.path());
+            }
+        }
     }
     if (boot.partitionAbsent) {
         std::filesystem::rename(mRoot.at("/velafs"), mRoot.at("/velafs.away"));
@@ -232,20 +242,33 @@ void Saga::prepareBoot(const Boot& boot) {
         writeFile(mRoot.at(kPropertyDir + name), value);
     }
     for (const auto& [path, content] : boot.files) writeFile(mRoot.at(path), content);
+    const auto spoils = [](const std::string& path) {
+        return path == "/dev" || path.rfind(kLogBuffers, 0) == 0;
+    };
+    if (std::any_of(boot.files.begin(), boot.files.end(),
+                    [&](const auto& file) { return spoils(file.first); }) ||
+        std::any_of(boot.changes.begin(), boot.changes.end(),
+                    [&](const Change& change) { return spoils(change.name); })) {
+        mOwnBufferSize.reset();
+    }
 }
 
+// The buffers stay from boot to boot, but for the daemon's own lines at the end of one.
 void Saga::fillLogs() {
     static const std::string sample = readFile(LAB_DATA_DIR "/logs/logcat_sample.txt");
+    const std::string folder = mRoot.at(kLogBuffers) + "/";
+    if (mOwnBufferSize) return std::filesystem::resize_file(folder + kOwnBuffer, *mOwnBufferSize);
     size_t from = 0;
     for (const auto& [buffer, size] : mScenario.logSizes) {
         const bool endless = mScenario.endlessLogs.count(buffer) != 0;
         // What repeats itself would take no room.
         std::string text = endless ? noise() : sampleLog(sample, from, size);
         if (mScenario.nulLogs.count(buffer) != 0) std::fill(text.begin(), text.end(), '\0');
-        writeFile(mRoot.at("/dev/log/" + buffer), text);
+        writeFile(folder + buffer, text);
         from += 20000;  // so that the buffers differ
-        if (endless) writeFile(mRoot.at("/dev/log/" + buffer + ".endless"), "");
+        if (endless) writeFile(folder + buffer + ".endless", "");
     }
+    mOwnBufferSize = std::filesystem::file_size(folder + kOwnBuffer);
 }
 
 // In the boot's own process.
@@ -263,8 +286,10 @@ void Saga::becomeDaemon(const Boot& boot, const std::string& errors, std::atomic
         umask(077);
         const rlimit noCore = {0, 0};
         setrlimit(RLIMIT_CORE, &noCore);
+        mallopt(M_ARENA_MAX, 1);  // a second arena costs more than it gains in so short a life
         mRoot.enter();
-        gMainLog = open("/dev/log/main", O_WRONLY | O_APPEND | O_CLOEXEC);
+        gMainLog = open((std::string(kLogBuffers) + "/" + kOwnBuffer).c_str(),
+                        O_WRONLY | O_APPEND | O_CLOEXEC);
         gWorld = new DeviceWorld(mScenario, boot, gLog, mTrace);
         atexit([] { gWorld->observe(); });
         __android_log_set_logger(logLine);

@@ -84,10 +84,12 @@ private:
     std::optional<TextMap> mFilesLeft;  // by the boot before
     uint64_t mFingerprint = 0xcbf29ce484222325;
     std::vector<BootOutcome> mOutcomes;
-    time_t mClock;                     // time of day at the start of the next boot
-    std::string mBootReason = "cold";  // of the next boot
-    TextMap mPersistent;               // properties that survive a boot
-    std::string mLastConsole;          // kernel log of the boot before; empty at first
+    time_t mClock;                            // time of day at the start of the next boot
+    std::string mBootReason = "cold";         // of the next boot
+    TextMap mPersistent;                      // properties that survive a boot
+    std::optional<uintmax_t> mOwnBufferSize;  // of the main log buffer at first; unset when the
+                                              // log buffers are to be filled anew
+    std::string mLastConsole;                 // kernel log of the boot before; empty at first
 };
 
 }  // namespace lab
