@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Boots a scenario's first boot again and again in one device root, and prints how fast.
+// Boots a scenario's first boot again and again in one device root, checked against the rules as
+// in a saga, and prints how fast.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -24,7 +25,7 @@ int main(int argc, char** argv) {
         const lab::Boot boot = scenario.boots.front();
         scenario.boots.assign(static_cast<size_t>(atol(argv[2])), boot);
         lab::makeFolders(argv[3]);
-        lab::Saga saga(scenario, argv[3]);
+        lab::Saga saga(scenario, argv[3], lab::Keep::TRACE);
         const auto started = std::chrono::steady_clock::now();
         saga.run();
         const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
