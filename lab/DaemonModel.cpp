@@ -181,18 +181,19 @@ bool DaemonModel::systemError() {
     return true;
 }
 
-// Its lines.
-std::vector<std::string> DaemonModel::profile() {
-    const std::optional<std::string> text = worldFile(mProfilePath);
-    const bool failed = take("parseBootProf open " + mProfilePath + " failed").has_value();
-    if (decide(!text, failed, mReadFault, "the failure to open " + mProfilePath)) return {};
+// Its lines; none where it can't be opened, which the daemon says. A folder can be.
+std::vector<std::string> DaemonModel::read(const std::string& path) {
+    const bool kept = exists(path);
+    const std::optional<std::string> text = kept ? content(path) : worldFile(path);
+    const bool failed = take("parseBootProf open " + path + " failed").has_value();
+    if (decide(!text, failed, mReadFault, "the failure to open " + path)) return {};
     return linesOf(text.value_or(""));
 }
 
 // Looks for a restart loop, or else for how long the last event has stayed.
 void DaemonModel::parseProfile() {
     mStuckPid = -1;
-    const std::vector<std::string> lines = profile();
+    const std::vector<std::string> lines = read(mProfilePath);
     if (lines.size() <= 2) {
         expect("parseBootProf Lines < 3");
         return;
@@ -218,7 +219,7 @@ void DaemonModel::parseProfile() {
 
 // `phase`: of the set-up wizard, where it may be stuck.
 bool DaemonModel::bootFinished(int& phase) {
-    const std::vector<std::string> lines = profile();
+    const std::vector<std::string> lines = read(mProfilePath);
     if (lines.size() <= 2) {
         expect("parseBootProf Lines < 3");
         return false;

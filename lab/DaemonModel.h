@@ -61,7 +61,7 @@ private:
     bool booted() const;
     int reason();
     bool systemError();
-    std::vector<std::string> profile();
+    std::vector<std::string> read(const std::string& path);
     void parseProfile();
     bool bootFinished(int& phase);
     bool allComplete(std::optional<bool> observed);

@@ -47,8 +47,13 @@ void DaemonModel::saveRecord(int detail) {
     const bool restart = content(kRecord).size() >= 5120;
     if (restart) write(kBackup, content(kRecord));
     mRecordLines += line;
-    if (!writeOrLog(kRecord, line, !restart)) return;
-    if (!expect(format("saveBfFlag mMainPhase = %d.", mMainPhase))) return;
+    const std::string flagging = format("saveBfFlag mMainPhase = %d.", mMainPhase);
+    if (take(flagging)) {  // so the record was written; a failure that is logged is the stamp's
+        write(kRecord, line, !restart);
+    } else {
+        if (writeOrLog(kRecord, line, !restart)) expect(flagging);
+        return;
+    }
     writeOrLog(kFlag, std::to_string(mMainPhase), false);
 }
 

@@ -32,7 +32,8 @@ bool DaemonModel::disabled() {
     if (mDisabled >= 0) return mDisabled == 1;
     mDisabled = 1;
     if (number("ro.vela.bfRecovery.support", "1") != 1) return true;
-    const std::vector<std::string> lines = linesOf(content(kSwitch));
+    std::vector<std::string> lines;
+    if (exists(kSwitch)) lines = read(kSwitch);
     mDisabled = std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end() ? 1 : 0;
     return mDisabled == 1;
 }
@@ -53,7 +54,7 @@ void DaemonModel::chooseList(int error) {
         return;
     }
     mList = &mTable;
-    const std::vector<std::string> lines = linesOf(content(kOverride));
+    const std::vector<std::string> lines = read(kOverride);
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const std::vector<std::string> fields = split(*line, "|");
         if (fields.size() < 2 || atoi(fields[0].c_str()) != error) continue;
@@ -93,7 +94,9 @@ bool DaemonModel::runRecovery(int error) {
     }
     const std::string saving = "saveRecoveryFlag info = ";
     const auto saved = take(saving);
-    if (predicted > 0 || mode > 0) {
+    // Where the history could not be read, what was seen tells.
+    const bool steps = known || mCutShort ? predicted > 0 : saved || mode > 0;
+    if (steps) {
         const std::string line = firstLine(content(kHistory, "0"));
         const int next = line.empty() ? 0 : line[0] - '0' + 1;
         std::string text = format("%d%d%c", next, predicted, reason() & 255);

@@ -241,7 +241,8 @@ void BootCheck::closeBooks() {
     mBooks.firstBoot = false;
     if (mReset) mBooks.folders.insert("/data/vela_dfr");
     mBooks.folders.insert(mAway.begin(), mAway.end());
-    if (!mFaults.empty() || mSeen.end == End::CUT_OFF) mBooks.submitted.clear();
+    // Whatever ended the process in the middle of a submission left the failure flagged.
+    if (!mFaults.empty() || mSeen.end == End::CUT_OFF || mAborts) mBooks.submitted.clear();
 }
 
 }  // namespace
