@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <random>
@@ -60,6 +61,7 @@ std::mutex gLock;  // guards what follows
 int64_t gOperations = 0;
 int64_t gCalls[kCallKinds] = {};
 int64_t gSpace = -1;
+bool gReadOnly = false;      // the partition
 std::string gPaths[kMaxFd];  // of watched descriptors
 std::map<std::string, Unwritten> gUnwritten;
 
@@ -131,7 +133,7 @@ bool failsNow(Call call, int error) {
 
 // Keeps what the file holds before it changes.
 void keepOld(const std::string& path) {
-    if (gBoot->unsynced == Unsynced::KEPT) return;
+    if (gBoot->unsynced == Unsynced::KEPT || (gReadOnly && onPartition(path))) return;
     const auto known = gUnwritten.find(path);
     if (known != gUnwritten.end() && vtime::now() - known->second.at <= kWriteBack) {
         known->second.at = vtime::now();
@@ -276,6 +278,14 @@ Unwatched::~Unwatched() {
 
 int64_t spaceLeft() {
     return gSpace;
+}
+
+void partitionReadOnly() {
+    const std::lock_guard<std::mutex> lock(gLock);
+    gReadOnly = true;
+    for (auto file = gUnwritten.begin(); file != gUnwritten.end();) {
+        file = onPartition(file->first) ? gUnwritten.erase(file) : std::next(file);
+    }
 }
 
 void thisIsTheWorker() {

@@ -25,6 +25,9 @@ public:
 // Room left on /velafs in bytes; negative when the scenario sets no limit.
 int64_t spaceLeft();
 
+// The partition has become read-only, for which the kernel wrote out what was written to it.
+void partitionReadOnly();
+
 // The calling thread is the one whose allocations are counted.
 void thisIsTheWorker();
 

@@ -174,6 +174,7 @@ void DeviceWorld::apply(const Change& change) {
                 0) {
                 failWithErrno("cannot make read-only", change.name);
             }
+            calls::partitionReadOnly();
             tell("read-only", change.name, {{"path", change.name}});
             break;
         case Change::Kind::CLOCK:
