@@ -189,9 +189,10 @@ int openWatched(const char* path, bool forWriting, Open open) {
     return fd;
 }
 
-const std::string* watchedPath(int fd) {
-    if (!watching() || fd < 0 || fd >= kMaxFd || gPaths[fd].empty()) return nullptr;
-    return &gPaths[fd];
+bool isWatched(int fd) {
+    if (!watching() || fd < 0 || fd >= kMaxFd) return false;
+    const std::lock_guard<std::mutex> lock(gLock);
+    return !gPaths[fd].empty();
 }
 
 // Writes as far as there is room.
@@ -329,7 +330,7 @@ FILE* fopen64(const char* path, const char* mode) {
 // has the buffer of a real one.
 FILE* fopen(const char* path, const char* mode) {
     FILE* file = fopen64(path, mode);
-    if (file == nullptr || watchedPath(fileno(file)) == nullptr) return file;
+    if (file == nullptr || !isWatched(fileno(file))) return file;
     const cookie_io_functions_t functions =
             {nullptr,
              [](void* stream, const char* data, size_t size) {
@@ -345,18 +346,18 @@ FILE* fopen(const char* path, const char* mode) {
 
 int fclose(FILE* file) {
     const int fd = fileno(file);
-    if (watchedPath(fd) == nullptr) return realFclose(file);
+    if (!isWatched(fd)) return realFclose(file);
     return closeWatched(fd, realFclose, file);
 }
 
 ssize_t write(int fd, const void* data, size_t size) {
-    if (watchedPath(fd) == nullptr) return realWrite(fd, data, size);
+    if (!isWatched(fd)) return realWrite(fd, data, size);
     return writeWatched(fd, data, size);
 }
 
 ssize_t writev(int fd, const iovec* parts, int count) {
     static auto* const realWritev = next<ssize_t(int, const iovec*, int)>("writev");
-    if (watchedPath(fd) == nullptr) return realWritev(fd, parts, count);
+    if (!isWatched(fd)) return realWritev(fd, parts, count);
     std::string data;
     for (int i = 0; i < count; ++i) {
         data.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
@@ -365,7 +366,7 @@ ssize_t writev(int fd, const iovec* parts, int count) {
 }
 
 int close(int fd) {
-    if (watchedPath(fd) == nullptr) return realClose(&fd);
+    if (!isWatched(fd)) return realClose(&fd);
     return closeWatched(fd, realClose, &fd);
 }
 

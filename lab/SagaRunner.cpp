@@ -42,6 +42,7 @@ struct Finding {
 
 // What a worker tells, whole, through its pipe.
 struct Report {
+    uint64_t seed = 0;  // the last one run
     uint64_t sagas = 0;
     uint64_t boots = 0;
     uint64_t twice = 0;
@@ -123,6 +124,7 @@ void runShare(const SagaOrder& order, uint64_t job, Report& report) {
     Workshop workshop;
     for (uint64_t i = job; i < order.count; i += static_cast<uint64_t>(order.jobs)) {
         const uint64_t seed = order.seed + i;
+        report.seed = seed;
         const Scenario scenario = randomScenario(seed, order.boots);
         const bool twice = i % kTwice == 0;
         const Keep keep = twice ? Keep::FINGERPRINT : Keep::TRACE;
@@ -286,8 +288,8 @@ std::vector<Report> runJobs(const SagaOrder& order) {
             try {
                 runShare(order, static_cast<uint64_t>(job), report);
             } catch (const std::exception& error) {
-                snprintf(report.error, sizeof(report.error), "after %" PRIu64 " scenarios: %s",
-                         report.sagas, error.what());
+                snprintf(report.error, sizeof(report.error), "seed %" PRIu64 ": %s", report.seed,
+                         error.what());
             }
             _exit(write(ends[1], &report, sizeof(report)) == sizeof(report) ? 0 : 1);
         }
