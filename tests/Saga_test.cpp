@@ -85,4 +85,16 @@ TEST_F(SagaTest, PowerCutAfterEveryFileOperation) {
     printf("%zu cuts\n", cuts);
 }
 
+// The kernel wrote it out when it made it read-only, half a minute ago or not.
+TEST_F(SagaTest, PowerCutSparesAReadOnlyPartition) {
+    Scenario scenario = readScenario(LAB_DATA_DIR "/scenarios/partition-read-only.yaml");
+    Boot& boot = scenario.boots[0];
+    boot.changes = {{251000, Change::Kind::READ_ONLY, "/velafs", "", 0},
+                    {252000, Change::Kind::POWER_CYCLE, "", "", 0}};
+    boot.unsynced = Unsynced::EMPTIED;
+    const auto saga = run(scenario);
+    EXPECT_EQ(saga->outcomes()[0].end, BootObservation::End::CUT_OFF);
+    EXPECT_EQ(readFile(saga->root().at("/velafs/SDD/bfflag.txt")), "5");
+}
+
 }  // namespace
