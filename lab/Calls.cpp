@@ -44,6 +44,7 @@ using Call = Fault::Call;
 
 constexpr int64_t kWriteBack = 30000;  // ms after which a kernel has written out what was written
 constexpr int kMaxFd = 1024;
+constexpr char kKeptLogs[] = "/dev/velarawlog/";
 constexpr size_t kCallKinds = static_cast<size_t>(Call::MALLOC) + 1;
 
 const char* const kCallNames[kCallKinds] = {"open",  "write", "close", "rename", "remove",
@@ -74,11 +75,21 @@ bool watching() {
 }
 
 bool onDevice(const char* path) {
-    return strncmp(path, "/velafs", 7) == 0 || strncmp(path, "/data", 5) == 0;
+    return strncmp(path, "/velafs", 7) == 0 || strncmp(path, "/data", 5) == 0 ||
+           strncmp(path, kKeptLogs, strlen(kKeptLogs)) == 0;
 }
 
 bool onPartition(const std::string& path) {
     return path.rfind("/velafs", 0) == 0;
+}
+
+bool isProperty(const std::string& path) {
+    return path.rfind(kPropertyDir, 0) == 0;
+}
+
+// What is written there is a message to the platform, and traced as such.
+bool isMessage(const std::string& path) {
+    return isProperty(path) || path == kKelRequestFile;
 }
 
 // The next definition of a libc function: libc's own, or a sanitizer's, which must see the call.
@@ -120,13 +131,18 @@ bool fails(Call call) {
     });
 }
 
-void traceFault(const char* what) {
+void traceFault(const std::string& what) {
     gTrace->add(vtime::now(), TraceEvent::FAULT, what);
 }
 
-bool failsNow(Call call, int error) {
+bool failsNow(Call call, int error, const char* path = nullptr) {
     if (!fails(call)) return false;
-    traceFault(kCallNames[static_cast<size_t>(call)]);
+    const char* name = kCallNames[static_cast<size_t>(call)];
+    if (path != nullptr) {
+        traceFault(std::string(name) + " " + path);
+    } else {
+        gTrace->add(vtime::now(), TraceEvent::FAULT, name);  // allocates nothing
+    }
     errno = error;
     return true;
 }
@@ -147,24 +163,29 @@ void keepOld(const std::string& path) {
 }
 
 // A file operation was carried out; the power may go now.
-void operationDone(Call call, const std::string& path, bool succeeded) {
+void operationDone(const std::string& name, const std::string& path, bool succeeded) {
     const int error = errno;
     gTrace->add(vtime::now(), TraceEvent::OPERATION,
-                std::to_string(++gOperations) + " " + kCallNames[static_cast<size_t>(call)] + " " +
-                        path + (succeeded ? "" : " failed"));
+                std::to_string(++gOperations) + " " + name + " " + path +
+                        (succeeded ? "" : " failed"));
     if (gBoot->cutAfter && gOperations == *gBoot->cutAfter) cutPower();
     errno = error;
 }
 
-// Any operation but one on a descriptor.
+void operationDone(Call call, const std::string& path, bool succeeded) {
+    operationDone(kCallNames[static_cast<size_t>(call)], path, succeeded);
+}
+
+// Any operation but one on a descriptor; `detail` is shown after its name.
 template <typename Operation>
-int onPath(Call call, const char* path, int error, Operation operation) {
+int onPath(Call call, const char* path, int error, Operation operation,
+           const std::string& detail = "") {
     if (!watching() || !onDevice(path)) return operation();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     keepOld(path);
     const int result = failsNow(call, error) ? -1 : operation();
-    operationDone(call, path, result == 0);
+    operationDone(kCallNames[static_cast<size_t>(call)] + detail, path, result == 0);
     return result;
 }
 
@@ -174,18 +195,16 @@ int openWatched(const char* path, bool forWriting, Open open) {
     if (!watching()) return open();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
-    const bool property = strncmp(path, kPropertyDir, strlen(kPropertyDir)) == 0;
-    if (property && forWriting) {
-        gTrace->add(vtime::now(), TraceEvent::PROPERTY, path + strlen(kPropertyDir));
+    if (isProperty(path)) {
+        const int fd = open();
+        if (forWriting && fd >= 0 && fd < kMaxFd) gPaths[fd] = path;
+        return fd;
     }
-    if (property) return open();
     const bool device = onDevice(path);
     if (device && forWriting) keepOld(path);
-    const int fd = failsNow(Call::OPEN, EMFILE) ? -1 : open();
-    if (device && forWriting) {
-        if (fd >= 0 && fd < kMaxFd) gPaths[fd] = path;
-        operationDone(Call::OPEN, path, fd >= 0);
-    }
+    const int fd = failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
+    if (forWriting && fd >= 0 && fd < kMaxFd && (device || isMessage(path))) gPaths[fd] = path;
+    if (device && forWriting) operationDone(Call::OPEN, path, fd >= 0);
     return fd;
 }
 
@@ -200,6 +219,16 @@ ssize_t writeWatched(int fd, const void* data, size_t size) {
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     const std::string& path = gPaths[fd];
+    if (isMessage(path)) {
+        const std::string text(static_cast<const char*>(data), size);
+        if (isProperty(path)) {
+            const std::string name = path.substr(strlen(kPropertyDir));
+            gTrace->add(vtime::now(), TraceEvent::PROPERTY, name + " " + text);
+        } else {
+            gTrace->add(vtime::now(), TraceEvent::REQUEST, text);
+        }
+        return realWrite(fd, data, size);
+    }
     keepOld(path);
     ssize_t result = -1;
     if (!failsNow(Call::WRITE, EIO)) {
@@ -221,6 +250,7 @@ int closeWatched(int fd, int (*close)(void*), void* argument) {
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     const std::string path = std::exchange(gPaths[fd], "");
+    if (isMessage(path)) return close(argument);
     const bool failing = failsNow(Call::CLOSE, EIO);
     int result = close(argument);
     if (failing) {
@@ -386,7 +416,10 @@ int mkdir(const char* path, mode_t mode) noexcept {
 
 int chmod(const char* path, mode_t mode) noexcept {
     static auto* const realChmod = next<int(const char*, mode_t)>("chmod");
-    return onPath(Call::CHMOD, path, EIO, [&] { return realChmod(path, mode); });
+    char detail[16];
+    snprintf(detail, sizeof(detail), " %04o", mode);
+    return onPath(
+            Call::CHMOD, path, EIO, [&] { return realChmod(path, mode); }, detail);
 }
 
 FILE* popen(const char* command, const char* mode) {

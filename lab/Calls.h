@@ -9,7 +9,8 @@
 
 namespace lab::calls {
 
-// From here on the daemon's calls on /velafs and /data are watched, in this process and only once.
+// From here on the daemon's calls on /velafs, /data and what the
+// platform keeps raw logs in are watched, in this process and only once.
 // Both must outlive it.
 void start(const Boot& boot, Trace& trace);
 

@@ -47,7 +47,12 @@ DaemonModel::DaemonModel(const BootObservation& boot, Rules::Books& books)
     post(kStart, 10);
 }
 
-// ---- The messages
+// ---- Before the messages, and the messages
+
+void DaemonModel::beforeMessages() {
+    if (number("persist.sys.bootvigil.debug.startbootvigil") != 0) return;
+    if (!cannotOpen("/dev/bootvigilk")) expectCall(mMonitor, "the boot is the daemon's");
+}
 
 void DaemonModel::post(int what, int64_t seconds) {
     mPending.push_back({mNow + seconds * 1000, what});
@@ -76,13 +81,14 @@ void DaemonModel::handle(int what) {
 void DaemonModel::start() {
     if (property("ro.boot.mode") != "normal") throw Exited{0};
     if (worldFile("/proc/velabootprof")) mProfilePath = "/proc/velabootprof";
-    expectCall(mSets, "sys.bootvigil.version");
+    expectCall(mSets, "sys.bootvigil.version 3.365");
     post(kPoll, 30);
     const bool known = exists(kMarker);
     const bool made = !known && write(kMarker, "");
-    mFirstBoot = decide(made, take("first timer 8m").has_value(), excused(kMarker) || mReadFault,
+    mFirstBoot = decide(made, take("first timer 8m").has_value(), excused(kMarker),
                         "the first boot's time-out");
     if (made && !mFirstBoot) mUnsure.insert(kMarker);
+    if (mFirstBoot) expectCall(mOperations, "chmod 0777 " + kMarker);
     post(kTimeout, mFirstBoot ? 480 : 240);
 }
 
@@ -90,7 +96,7 @@ void DaemonModel::poll() {
     if (!mBooted) mBooted = booted();
     followCapture();
     if (systemError()) return post(kRecovery, 10);
-    mBooted = decide(mBooted, take("handleMessage booted, Anim closed.").has_value(), mReadFault,
+    mBooted = decide(mBooted, take("handleMessage booted, Anim closed.").has_value(), false,
                      "the end of the boot");
     if (!mBooted) {
         if (mErrType == 0) {
@@ -123,7 +129,7 @@ void DaemonModel::timeout() {
         const bool same = phase != 0 && phase == mOobePhase;
         // A profile that could not be read has started the count anew.
         const auto declared = take(format("errNotify type = 5, phase=%d, detailPhase=0", phase));
-        if (decide(same && mOobeChecks >= 2, declared.has_value(), mReadFault,
+        if (decide(same && mOobeChecks >= 2, declared.has_value(), cannotOpen(mProfilePath),
                    "a set-up wizard that hangs")) {
             return notify(5, phase, 0, reason());
         }
@@ -186,7 +192,7 @@ std::vector<std::string> DaemonModel::read(const std::string& path) {
     const bool kept = exists(path);
     const std::optional<std::string> text = kept ? content(path) : worldFile(path);
     const bool failed = take("parseBootProf open " + path + " failed").has_value();
-    if (decide(!text, failed, mReadFault, "the failure to open " + path)) return {};
+    if (decide(!text, failed, cannotOpen(path), "the failure to open " + path)) return {};
     return linesOf(text.value_or(""));
 }
 
@@ -241,7 +247,8 @@ bool DaemonModel::allComplete(std::optional<bool> observed) {
     int phase = 0;
     bool finished = bootFinished(phase);
     if (observed) {
-        finished = decide(finished, *observed, mReadFault, "the end of the boot for good");
+        finished = decide(finished, *observed, cannotOpen(mProfilePath),
+                          "the end of the boot for good");
     }
     if (!finished) return false;
     if (mOobePhase >= 6 && mOobePhase == mMainPhase) {
@@ -255,7 +262,7 @@ bool DaemonModel::allComplete(std::optional<bool> observed) {
     }
     const std::string flag = content(kFlag, "0");
     const bool flagged = !flag.empty() && static_cast<unsigned char>(flag[0]) >= '1';
-    if (!decide(flagged, take("enter submitInfo").has_value(), excused(kFlag) || mReadFault,
+    if (!decide(flagged, take("enter submitInfo").has_value(), excused(kFlag) || cannotOpen(kFlag),
                 "the submission of a flagged failure")) {
         return true;
     }
@@ -303,12 +310,12 @@ bool DaemonModel::checkReason(int64_t& type, std::string& note) {
     const int predicted = stuckDetail();
     const auto line = take(start);
     int detail = line ? atoi(line->c_str() + start.size()) : 0;
-    if (detail != predicted && !mReadFault && !mNoMemory && !(mCutShort && !line)) {
+    if (detail != predicted && !cannotOpen(mProfilePath) && !(mCutShort && !line)) {
         broken(format("finds detail %d where the rules say %d", detail, predicted));
     }
     if (mCutShort && !line) detail = predicted;
     if (detail == 0) return false;
-    if (line && !mReadFault &&
+    if (line && !cannotOpen(kReason) &&
         *line != format("%s%d, file Reason = %s", start.c_str(), detail, mFileReason.c_str())) {
         broken("reads another reason file: " + *line);
     }

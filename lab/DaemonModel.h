@@ -35,6 +35,7 @@ class DaemonModel : protected DeviceModel {
 protected:
     DaemonModel(const BootObservation& boot, Rules::Books& books);
 
+    void beforeMessages();
     void post(int what, int64_t seconds);
     // Throws Aborted or Exited where the process must end.
     void handle(int what);
@@ -73,17 +74,20 @@ private:
     bool usable();
     void notify(int type, int phase, int detail, int reason);
     void saveRecord(int detail);
+    void backUp();
     void submit();
     std::string lastRecordLine();
     void stamp(int code);
     void upload(const std::string& path, const std::string& text);
     void capture(int64_t type, int pid, std::string note);
+    void expectRequest(int64_t type, int pid, const std::string& note);
     void leaveMarker();
     void saveDeviceInfo();
     void captureSelf();
     void followCapture();
     bool isMissing(const std::string& folder, const std::string& part, const std::string& line);
     void handleKeptLogs();
+    bool keeps(const std::string& log, const std::string& line);
     std::string healthNote() const;
 
     // Recovery.

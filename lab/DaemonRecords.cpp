@@ -45,7 +45,7 @@ void DaemonModel::saveRecord(int detail) {
                              ";    ERR_INFO:" + mCoreText + ";    ERR_EXPINFO:Country(" +
                              property("persist.sys.oobe_country") + ")  ;\n";
     const bool restart = content(kRecord).size() >= 5120;
-    if (restart) write(kBackup, content(kRecord));
+    if (restart) backUp();
     mRecordLines += line;
     const std::string flagging = format("saveBfFlag mMainPhase = %d.", mMainPhase);
     if (take(flagging)) {  // so the record was written; a failure that is logged is the stamp's
@@ -57,10 +57,24 @@ void DaemonModel::saveRecord(int detail) {
     writeOrLog(kFlag, std::to_string(mMainPhase), false);
 }
 
+// Its size, its content and the copy are opened one after the other.
+void DaemonModel::backUp() {
+    const bool failed =
+            take("ifile " + kRecord + " failed") || take("ofile " + kBackup + " failed");
+    if (decide(false, failed, cannotOpen(kRecord) || excused(kBackup), "the failure to back up")) {
+        return;
+    }
+    if (cannotOpen(kRecord)) {
+        mUnsure.insert(kRecord);
+        mUnsure.insert(kBackup);
+    }
+    write(kBackup, content(kRecord));
+}
+
 // The last record line goes to the uploader, short; a damaged one too, but not one of the wizard's.
 void DaemonModel::submit() {
     if (!exists(kRecord)) return;
-    if (decide(false, take("submitLogInfo: read open").has_value(), mReadFault,
+    if (decide(false, take("submitLogInfo: read open").has_value(), cannotOpen(kRecord),
                "the failure to read " + kRecord)) {
         return;
     }
@@ -81,7 +95,7 @@ void DaemonModel::submit() {
             if (code[1].size() >= 3 && (code[1][2] == '6' || code[1][2] == '7')) return;
         }
     }
-    if (excused(kRecord) || mReadFault) mUnsure.insert(kFailureUpload);
+    if (excused(kRecord)) mUnsure.insert(kFailureUpload);
     upload(kFailureUpload, "BOOTVIGIL|" + payload);
 }
 
@@ -90,7 +104,7 @@ std::string DaemonModel::lastRecordLine() {
     std::string line = lines.empty() ? "" : lines.back();
     const std::string start = "submitInfo:info = ";
     const auto shown = expect(start);
-    if (shown && *shown != start + line && !excused(kRecord) && !mReadFault && line.size() < 900) {
+    if (shown && *shown != start + line && !excused(kRecord) && line.size() < 900) {
         broken("submits another line than the last: " + *shown);
     }
     return line;
@@ -107,7 +121,8 @@ void DaemonModel::stamp(int code) {
 
 // What has not been collected stays.
 void DaemonModel::upload(const std::string& path, const std::string& text) {
-    if (makeFolder(kUploads) && !exists(path)) writeOrLog(path, text, false);
+    if (!makeFolder(kUploads) || exists(path)) return;
+    if (writeOrLog(path, text, false)) expectCall(mOperations, "chmod 0777 " + path);
 }
 
 // By the log-capture service, or else by the daemon itself.
@@ -121,12 +136,13 @@ void DaemonModel::capture(int64_t type, int pid, std::string note) {
                          property("init.svc.kel", " ") == "running" &&
                          property("init.svc.kelvservice", " ") == "running";
     const auto asked = take("type: ");
-    if (decide(service, asked.has_value(), mReadFault, "a request to the log-capture service")) {
+    if (decide(service, asked.has_value(), false, "a request to the log-capture service")) {
         const std::string line = format("type: %lld; pid:%d; ext:%s ", static_cast<long long>(type),
                                         pid, note.c_str());
         if (asked && *asked != line && mFaults.empty() && !mNoSpace) {
             broken("asks the log-capture service \"" + *asked + "\", not \"" + line);
         }
+        expectRequest(type, pid, note);
         writeOrLog(kJournal, localTime() + "  KEL capture log\n", true);
         mCaptureState = 1;
         return;
@@ -137,17 +153,33 @@ void DaemonModel::capture(int64_t type, int pid, std::string note) {
     mCaptureState = 2;
 }
 
+void DaemonModel::expectRequest(int64_t type, int pid, const std::string& note) {
+    const std::string request = format("0xffffff06|%lld|%d|", static_cast<long long>(type), pid);
+    if (mFaults.empty() && !mNoSpace) return expectCall(mRequests, request + note);
+    // Which files it names may depend on what failed.
+    const auto made = std::find_if(mRequests.begin(), mRequests.end(), [&](const std::string& one) {
+        return startsWith(one, request);
+    });
+    if (made != mRequests.end()) {
+        mRequests.erase(made);
+    } else if (!cannotOpen("/dev/kel/requests")) {
+        expectCall(mRequests, request + note);
+    }
+}
+
 // In the kernel log, unless the boot before has left one there.
 void DaemonModel::leaveMarker() {
     if (take("BOOTVIGIL findMonitorKey return")) return;
-    if (mReadFault && take("BOOTVIGIL Failed to open /dev/kmsg")) return;
+    if (cannotOpen("/dev/kmsg") && take("BOOTVIGIL Failed to open /dev/kmsg")) return;
     expect("BOOTVIGIL writeMonitorKey key bootvigil init_monitor_thread_main create KE");
 }
 
 void DaemonModel::saveDeviceInfo() {
     const std::optional<std::string> text = worldFile("/proc/cmdline");
     const bool failed = take("parseCmdline open /proc/cmdline failed").has_value();
-    if (decide(!text, failed, mReadFault, "the failure to open /proc/cmdline")) return;
+    if (decide(!text, failed, cannotOpen("/proc/cmdline"), "the failure to open /proc/cmdline")) {
+        return;
+    }
     const std::vector<std::string> lines = linesOf(text.value_or(""));
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const size_t at = line->find("poffsts=");
@@ -171,7 +203,9 @@ void DaemonModel::captureSelf() {
     for (const char* name :
          {"android_crash_log", "android_main_log", "android_events_log", "android_system_log",
           "android_radio_log", "sys_kernel_log", "console-ramoops-0"}) {
-        if (!write(kLogs + "/" + name + ".zs", "")) throw Exited{2};
+        const std::string path = kLogs + "/" + name + ".zs";
+        if (!write(path, "")) throw Exited{2};
+        expectCall(mOperations, "open " + path);
     }
 }
 
@@ -179,7 +213,7 @@ void DaemonModel::captureSelf() {
 bool DaemonModel::isMissing(const std::string& folder, const std::string& part,
                             const std::string& line) {
     const bool missing = !hasEntry(folder, part);
-    if (!decide(missing, take(line).has_value(), mReadFault || mNoSpace, "\"" + line + "\"")) {
+    if (!decide(missing, take(line).has_value(), mNoSpace, "\"" + line + "\"")) {
         ++mFoldersOpen;  // the daemon's own leak
         return false;
     }
@@ -207,20 +241,25 @@ std::string DaemonModel::healthNote() const {
 void DaemonModel::handleKeptLogs() {
     if (mRawDone) return;
     mRawDone = true;
-    if (decide(worldFile("/dev/velarawlog/init").has_value(), !take("Init:Not found log."),
-               mReadFault || mCutShort, "a kept init log")) {
+    if (keeps("init", "Init:Not found log.")) {
         notify(5, 8, 1, 100);
         if (take("init:get log.")) capture(0x60036, 0, kInitLog + ";" + healthNote());
+        expectCall(mOperations, "remove " + kKeptLogs + "init");
     }
-    if (decide(worldFile("/dev/velarawlog/kernel").has_value(), !take("kernel:Not found log."),
-               mReadFault || mCutShort, "a kept kernel log")) {
+    if (keeps("kernel", "kernel:Not found log.")) {
         notify(1, 3, 1, 100);
         const std::string got = "kernel:get log: ";
         if (const auto line = take(got)) {
             const std::string path = line->substr(got.size(), line->size() - got.size() - 1);
             capture(0x60036, 0, path + ";" + healthNote());
         }
+        expectCall(mOperations, "remove " + kKeptLogs + "kernel");
     }
+}
+
+bool DaemonModel::keeps(const std::string& log, const std::string& line) {
+    return decide(worldFile(kKeptLogs + log).has_value(), !take(line), mCutShort,
+                  "a kept " + log + " log");
 }
 
 }  // namespace lab

@@ -73,9 +73,10 @@ int DaemonModel::nextMode() const {
 // The next step of the ladder, and only that.
 bool DaemonModel::runRecovery(int error) {
     const bool allowed = !disabled() && error != 0;
-    const bool known = !excused(kHistory) && !mReadFault;  // how far the walk is
+    const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
+    const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
     if (allowed && !mFirstBoot &&
-        decide(recoveryMode() == 5, take("clean Recovery History.").has_value(), !known,
+        decide(recoveryMode() == 5, take("clean Recovery History.").has_value(), !known || unread,
                "a new walk after a reset")) {
         removeHistory();
     }
@@ -88,20 +89,26 @@ bool DaemonModel::runRecovery(int error) {
     const bool acts = predicted == 1 || predicted == 2 || predicted == 5;
     const bool listed = allowed && mList != nullptr &&
                         std::find(mList->begin(), mList->end(), mode) != mList->end();
-    if ((mode != 0 && !listed) ||
-        (mode != (acts ? predicted : 0) && known && !mCutShort && !mNoMemory)) {
+    // Where the history can't be read, it counts as none: the walk is at its top.
+    const bool right = mode == (acts ? predicted : 0) ||
+                       (unread && (mode == 0 || (mList != nullptr && mode == mList->front())));
+    if ((mode != 0 && !listed) || (!right && known && !mCutShort)) {
         broken(format("recovery mode %d where the list says %d", mode, predicted));
     }
     const std::string saving = "saveRecoveryFlag info = ";
     const auto saved = take(saving);
-    // Where the history could not be read, what was seen tells.
-    const bool steps = known || mCutShort ? predicted > 0 : saved || mode > 0;
+    const bool sure = known && !unread;  // else what was seen tells
+    const bool steps = sure || mCutShort ? predicted > 0 : saved || mode > 0;
     if (steps) {
         const std::string line = firstLine(content(kHistory, "0"));
         const int next = line.empty() ? 0 : line[0] - '0' + 1;
         std::string text = format("%d%d%c", next, predicted, reason() & 255);
-        if (!known && saved) {
+        if (!sure && saved) {
+            const std::string should = text;
             text = saved->substr(saving.size(), saved->size() - saving.size() - 1);
+            const bool counts = startsWith(text, "1") || startsWith(text, std::to_string(next));
+            const bool same = text.substr(1) == should.substr(1) || text[1] - '0' == mode;
+            if (known && !(counts && same)) broken("writes the history " + text);
         }
         writeOrLog(kHistory, text, false);
     }
@@ -116,7 +123,7 @@ void DaemonModel::act(int mode) {
         return removeHistory();
     }
     if (mode != 1 && mode != 5) return;
-    expectCall(mSets, mode == 5 ? "sys.velas_recovery_reset" : "sys.velas_recovery_reboot");
+    expectCall(mSets, mode == 5 ? "sys.velas_recovery_reset 1" : "sys.velas_recovery_reboot 1");
     mRequest = mNow;
     mReset |= mode == 5;
 }
@@ -128,7 +135,7 @@ bool DaemonModel::checkSuccess(int kind) {
     const std::string line = firstLine(content(kHistory, "0"));
     const int last = line.size() < 3 ? 0 : static_cast<unsigned char>(line[2]);
     const bool judged = mode != 0 && !(kind == 1 && last > 100);
-    const bool unsure = excused(kHistory) || mReadFault;
+    const bool unsure = mUnsure.count(kHistory) > 0 || cannotOpen(kHistory);
     const bool seen = take("isRecoverySuccess mode=").has_value();
     if (!decide(judged, seen, unsure, "the verdict on a recovery")) return false;
     const char* cause = mode == 1 ? "reboot,velarecovery" : "reboot,factory_reset";

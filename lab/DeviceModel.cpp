@@ -194,11 +194,19 @@ void DeviceModel::remove(const std::string& path) {
 }
 
 bool DeviceModel::makeFolder(const std::string& path) {
-    if (exists(path)) return true;
+    if (exists(path) && mBooks.unsureFolders.count(path) == 0) return true;
     const bool failed = take("BOOTVIGIL create " + path + " failed").has_value();
     const bool possible = isFolder(folderOf(path));
     if (decide(!possible, failed, excused(path), "the failure to create " + path)) return false;
     mBooks.folders.insert(path);
+    if (mOperations.count("mkdir " + path) > 0) {
+        mBooks.unsureFolders.erase(path);
+        expectCall(mOperations, "chmod 0777 " + path);
+    } else if (mCutShort || mNoMemory) {
+        mBooks.unsureFolders.insert(path);  // the process may have ended before
+    } else if (mBooks.unsureFolders.erase(path) == 0) {
+        broken("does not make " + path);
+    }
     return true;
 }
 

@@ -26,6 +26,7 @@ inline const std::string kLogs = "/velafs/boot_vigil/log";
 inline const std::string kJournal = "/velafs/boot_vigil/log/info";
 inline const std::string kInitLog = "/velafs/boot_vigil/init_msg";      // the platform's
 inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";  // likewise
+inline const std::string kKeptLogs = "/dev/velarawlog/";                // likewise
 inline const std::string kMarker = "/data/vela_dfr/firstboot";
 inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // relative, so named
 

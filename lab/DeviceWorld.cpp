@@ -29,7 +29,6 @@ namespace {
 
 using How = WatchedFile::How;
 
-constexpr const char* kKelRequestFile = "/dev/kel/requests";
 constexpr const char* kKelCapture = "/velafs/boot_vigil/0xffffff06";
 
 std::vector<WatchedFile> watchedFiles() {
@@ -337,6 +336,7 @@ void DeviceWorld::onFreeSpace(const char* path, struct statfs& info) {
 
 int DeviceWorld::onCancelMonitor() {
     const calls::Unwatched ownWork;
+    mTrace.add(vtime::now(), TraceEvent::MONITOR, "");
     if (mLog != nullptr) mLog->add(vtime::now(), "monitor", {{"text", "cancelled"}});
     return 0;
 }

@@ -18,6 +18,7 @@
 namespace lab {
 
 constexpr const char* kPropertyDir = "/dev/__properties__/";
+constexpr char kKelRequestFile[] = "/dev/kel/requests";
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 

@@ -51,6 +51,9 @@ void Evidence::openMessage(size_t from, size_t to) {
     mLogs.clear();
     mSets.clear();
     mSignals.clear();
+    mRequests.clear();
+    mMonitor.clear();
+    mOperations.clear();
     mNow = from < to ? mSeen.events[from].ms : 0;
     for (size_t i = from; i < to; ++i) {
         const TraceEvent& event = mSeen.events[i];
@@ -59,6 +62,8 @@ void Evidence::openMessage(size_t from, size_t to) {
         if (event.kind == TraceEvent::LOG) mLogs.push_back(text.substr(2));
         if (event.kind == TraceEvent::PROPERTY) mSets.insert(text);
         if (event.kind == TraceEvent::SIGNAL) mSignals.insert(text);
+        if (event.kind == TraceEvent::REQUEST) mRequests.insert(text);
+        if (event.kind == TraceEvent::MONITOR) mMonitor.insert("the boot is the daemon's");
         if (event.kind == TraceEvent::FAULT) checkFault(text);
         if (event.kind == TraceEvent::OPERATION) {
             checkOperation(text, i > 0 && mSeen.events[i - 1].kind == TraceEvent::FAULT);
@@ -73,6 +78,8 @@ void Evidence::openMessage(size_t from, size_t to) {
 void Evidence::closeMessage() {
     for (const std::string& name : mSets) broken("sets " + name + " against the rules");
     for (const std::string& text : mSignals) broken("sends signal " + text + " against the rules");
+    for (const std::string& text : mRequests) broken("asks for " + text + " against the rules");
+    if (!mMonitor.empty()) broken("stops the kernel's monitor against the rules");
     if (mNoMemory) return;
     for (const std::string& line : mLogs) {
         for (const std::string& start : kNeedARule) {
@@ -114,7 +121,8 @@ void Evidence::checkFault(const std::string& fault) {
     mFaults.insert(fault);
     if (fault == "malloc") mNoMemory = true;
     if (fault == "space") mNoSpace = true;
-    if (fault == "open") mReadFault = true;
+    const std::string open = "open ";
+    if (startsWith(fault, open)) mUnopened.insert(fault.substr(open.size()));
 }
 
 // "17 write /path", maybe with " failed": only on the named paths.
@@ -132,24 +140,27 @@ void Evidence::checkOperation(const std::string& operation, bool injected) {
             if (archive) mArchiveFault = operation.substr(verb, from - verb - 1);
         }
     }
+    mOperations.insert(operation.substr(verb, from - verb) + path);
     static const std::set<std::string> named = {kOwnFolder,     kRecordFolder,  kRecord,
                                                 kBackup,        kFlag,          kUploads,
                                                 kReason,        kFailureUpload, kHistory,
                                                 kSuccessUpload, kPmic,          kHwInfo,
                                                 kJournal,       kMarker,        kInitLog,
                                                 kLogs};
-    if (named.count(path) == 0 && !archive && !startsWith(path, kKernelLog)) {
+    if (named.count(path) == 0 && !archive && !startsWith(path, kKernelLog) &&
+        !startsWith(path, kKeptLogs)) {
         broken("touches " + path + ", which no rule names");
     }
 }
 
-// What is open at a fault may stay open; the folders are counted when the message is done.
+// The folders are counted when the message is done. Where memory is short, what is open may stay
+// so.
 void Evidence::checkIdle(const std::string& held) {
     int files = 0;
     int folders = 0;
     int zombies = 0;
     sscanf(held.c_str(), "files=%d folders=%d zombies=%d", &files, &folders, &zombies);
-    if (mFaults.empty() && (files > 0 || zombies > 0 || folders > mFoldersOpen + 1)) {
+    if (!mNoMemory && (files > 0 || zombies > 0 || folders > mFoldersOpen + 1)) {
         broken("leaves open or unreaped: " + held);
     }
 }

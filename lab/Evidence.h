@@ -47,17 +47,21 @@ protected:
     int64_t mNow = 0;
     size_t mFrom = 0, mTo = 0;
     std::vector<std::string> mLogs;  // without priority; taken ones are empty
-    std::multiset<std::string> mSets, mSignals;
-    bool mCutShort = false;  // the process ended in the middle of it
+    std::multiset<std::string> mSets, mSignals, mRequests, mMonitor;
+    std::multiset<std::string> mOperations;  // without number and outcome
+    bool mCutShort = false;                  // the process ended in the middle of it
 
     // What excuses deviations.
     bool mNoSpace = false;  // or no writing at all
     bool mNoMemory = false;
-    bool mReadFault = false;
+    bool cannotOpen(const std::string& path) const {
+        return mUnopened.count(path) > 0 || mNoMemory;
+    }
     int mFoldersOpen = 0;  // that the rules leave open
     std::set<std::string> mFaults;
-    std::set<std::string> mUnsure;  // files
-    std::string mArchiveFault;      // the operation on an archive that failed last
+    std::set<std::string> mUnsure;    // files
+    std::set<std::string> mUnopened;  // files
+    std::string mArchiveFault;        // the operation on an archive that failed last
 
 private:
     void checkFault(const std::string& fault);

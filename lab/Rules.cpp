@@ -58,7 +58,7 @@ std::vector<Violation> BootCheck::run() {
     for (size_t i = 0; i + 1 < starts.size(); ++i) {
         openMessage(starts[i], starts[i + 1]);
         try {
-            if (i > 0) deliver(starts[i]);
+            i > 0 ? deliver(starts[i]) : beforeMessages();
         } catch (const Aborted&) {
             mAborts = true;
         } catch (const Exited& exited) {

@@ -54,7 +54,8 @@ public:
     struct Books {
         std::set<std::string> folders = {"/velafs", "/velafs/boot_vigil", "/velafs/boot_vigil/log",
                                          "/velafs/SDD", "/data/vela_dfr"};
-        std::set<std::string> submitted;  // record lines
+        std::set<std::string> unsureFolders;  // of these, whether they were made is not known
+        std::set<std::string> submitted;      // record lines
         bool firstBoot = true;
     };
 

@@ -16,12 +16,16 @@ struct TraceEvent {
     enum Kind : char {
         LOG = 'L',        // "D text": a line of the daemon's log after its priority's letter
         WAKE = 'W',       // the daemon's worker woke up because its timer was due
-        OPERATION = 'O',  // "17 write /velafs/SDD/bfflag.txt", with " failed" after one that failed
-        PROPERTY = 'P',   // "sys.bootvigil.version": a property that the daemon set
+        OPERATION = 'O',  // "17 write /velafs/SDD/bfflag.txt", "18 chmod 0777 /velafs/SDD", with
+                          // " failed" after one that failed
+        PROPERTY = 'P',   // "sys.bootvigil.version 3.365": a property that the daemon set
+        REQUEST = 'R',    // "id|type|pid|files": what it asked of the log-capture service
+        MONITOR = 'M',    // it told the kernel-side boot monitor to leave the boot to it
         SIGNAL = 'S',     // "3 567": signal and pid that the daemon meant
         CHANGE = 'C',     // "set NAME VALUE", "write PATH", "remove PATH", "fill PATH",
                           // "read-only PATH", "clock SECONDS", "signal NUMBER": by the world
-        FAULT = 'F',      // "popen": an injected failure of this call; "space": no room any more;
+        FAULT = 'F',      // "popen", "open /proc/cmdline": an injected failure of this call;
+                          // "space": no room any more;
                           // "power-cut": the power went in the middle of the daemon's work
         IDLE = 'I',       // "files=0 folders=2 zombies=0": what the sleeping daemon holds open more
                           // than at its first sleep, when that has changed

@@ -31,8 +31,9 @@ struct BootByHand {
 
     BootByHand() {
         boot.profileText = "header\n 1.0 :  1-init : INIT:boot\n 2.0 : OFF\n----\n";
+        add(0, Kind::MONITOR, "");
         message(10, "20030");
-        add(10, Kind::PROPERTY, "sys.bootvigil.version");
+        add(10, Kind::PROPERTY, "sys.bootvigil.version 3.365");
         message(40, "20010");
         for (const char* line : {"D BOOTVIGIL checkSystemError reason=0\n",
                                  "D handleMessage booted, Anim closed.", "E Init:Not found log.",
@@ -79,8 +80,14 @@ TEST(Rules, ObjectToEachMisdeed) {
         std::function<void(BootByHand&)> misdeed;
         const char* objection;
     } cases[] = {
-            {[](BootByHand& boot) { boot.addToPoll(Kind::PROPERTY, "sys.velas_recovery_reset"); },
-             "40.000 s: sets sys.velas_recovery_reset"},
+            {[](BootByHand& boot) { boot.addToPoll(Kind::PROPERTY, "sys.velas_recovery_reset 1"); },
+             "40.000 s: sets sys.velas_recovery_reset 1"},
+            {[](BootByHand& boot) { boot.events[3].text = "sys.bootvigil.version 3.364"; },
+             "does not do what it must: sys.bootvigil.version 3.365"},
+            {[](BootByHand& boot) { boot.events.erase(boot.events.begin()); },
+             "0.000 s: does not do what it must: the boot is the daemon's"},
+            {[](BootByHand& boot) { boot.addToPoll(Kind::REQUEST, "0xffffff06|393270|0|"); },
+             "asks for 0xffffff06"},
             {[](BootByHand& boot) { boot.addToPoll(Kind::SIGNAL, "3 567"); }, "sends signal 3 567"},
             {[](BootByHand& boot) { boot.addToPoll(Kind::OPERATION, "1 open /velafs/own"); },
              "touches /velafs/own"},
@@ -96,14 +103,14 @@ TEST(Rules, ObjectToEachMisdeed) {
              "says \"BOOTVIGIL velafs AvailableSize not"},
             {[](BootByHand& boot) { boot.addToPoll(Kind::IDLE, "files=0 folders=0 zombies=1"); },
              "zombies=1"},
-            {[](BootByHand& boot) { boot.events[3].ms = boot.events[4].ms = 41000; },
+            {[](BootByHand& boot) { boot.events[4].ms = boot.events[5].ms = 41000; },
              "message 20010 was due at 40.000 s"},
-            {[](BootByHand& boot) { boot.events.insert(boot.events.begin(), boot.events[0]); },
+            {[](BootByHand& boot) { boot.events.insert(boot.events.begin() + 1, boot.events[1]); },
              "woke up twice"},
-            {[](BootByHand& boot) { boot.events.resize(10); },
+            {[](BootByHand& boot) { boot.events.resize(11); },
              "exits although messages are pending"},
             {[](BootByHand& boot) {
-                 boot.events.resize(10);
+                 boot.events.resize(11);
                  boot.end = End::STILL_RUNNING;
                  boot.endedAt = 7200000;
              },
@@ -151,11 +158,15 @@ TEST(Rules, ObjectToEachMisdeed) {
 TEST(Rules, ExcuseOnlyWhatAFaultCanCause) {
     BootByHand lost;
     lost.before["/velafs/SDD/bfflag.txt"] = lost.after["/velafs/SDD/bfflag.txt"] = "4";
-    lost.addToPoll(Kind::FAULT, "open");
+    lost.addToPoll(Kind::FAULT, "open /velafs/SDD/bfRecord.txt");
+    EXPECT_NE(lost.verdict().find("the submission of a flagged failure"), std::string::npos);
+    lost.addToPoll(Kind::FAULT, "open /velafs/SDD/bfflag.txt");
     EXPECT_EQ(lost.verdict(), "");
 
+    lost.addToPoll(Kind::IDLE, "files=1 folders=0 zombies=0");
+    EXPECT_NE(lost.verdict().find("leaves open"), std::string::npos);
     lost.addToPoll(Kind::PROPERTY, "sys.velas_recovery_reboot");
-    EXPECT_NE(lost.verdict(), "");
+    EXPECT_NE(lost.verdict().find("sets sys.velas_recovery_reboot"), std::string::npos);
 }
 
 }  // namespace
