@@ -98,14 +98,15 @@ class Captures:
         sizes_out = {name: os.path.getsize(f"{self.folder}/{name}.zs")
                      for name in ("stdin", "file", "command")}
         memory = {}
+        few = min(rounds, 7)
         for size in sizes:
             part = f"{self.folder}/part"
             make_log(part, size)
             memory[size] = {
-                "zstd": peak_memory(["sh", "-c", f"exec {ZSTD} -c <{part} >/dev/null"], 3),
-                "file": peak_memory([BIN + "bench-capture", "file", part, self.folder, "f.zs"], 3),
+                "zstd": peak_memory(["sh", "-c", f"exec {ZSTD} -c <{part} >/dev/null"], few),
+                "file": peak_memory([BIN + "bench-capture", "file", part, self.folder, "f.zs"], few),
                 "command": peak_memory(
-                    [BIN + "bench-capture", "command", "cat " + part, self.folder, "c.zs"], 3),
+                    [BIN + "bench-capture", "command", "cat " + part, self.folder, "c.zs"], few),
             }
             os.remove(part)
         return {"bytes": os.path.getsize(log), "whole": whole, "output": sizes_out,

@@ -49,6 +49,7 @@ protected:
     bool mReset = false;       // asked of the platform
     int64_t mRequest = -1;     // to the platform, when
     std::string mRecordLines;  // that were to be written
+    bool mCaptured = false;    // the logs, by itself
 
 private:
     // The messages.

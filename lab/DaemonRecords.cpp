@@ -169,9 +169,14 @@ void DaemonModel::expectRequest(int64_t type, int pid, const std::string& note) 
 
 // In the kernel log, unless the boot before has left one there.
 void DaemonModel::leaveMarker() {
-    if (take("BOOTVIGIL findMonitorKey return")) return;
+    const std::string marker = "bootvigil init_monitor_thread_main create KE";
+    const bool failed = mFaults.count("popen") > 0;
+    if (decide(contains(mSeen.console, marker), take("BOOTVIGIL findMonitorKey return").has_value(),
+               failed, "the marker of an earlier boot")) {
+        return;
+    }
     if (cannotOpen("/dev/kmsg") && take("BOOTVIGIL Failed to open /dev/kmsg")) return;
-    expect("BOOTVIGIL writeMonitorKey key bootvigil init_monitor_thread_main create KE");
+    expect("BOOTVIGIL writeMonitorKey key " + marker);
 }
 
 void DaemonModel::saveDeviceInfo() {
@@ -207,6 +212,7 @@ void DaemonModel::captureSelf() {
         if (!write(path, "")) throw Exited{2};
         expectCall(mOperations, "open " + path);
     }
+    mCaptured = true;
 }
 
 // Whether a capture has left nothing in the folder; says so then.

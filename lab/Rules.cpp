@@ -39,6 +39,7 @@ private:
     void checkFiles();
     void checkRecords();
     void checkUploads();
+    void checkArchives();
     void closeBooks();
 
     int64_t mLastEnd = 0;  // of a message
@@ -199,6 +200,7 @@ void BootCheck::checkFiles() {
     if (mSeen.boot.partitionAbsent) return;
     checkRecords();
     checkUploads();
+    checkArchives();
 }
 
 // Even where something failed, a line is an earlier one, a new one, or one of these cut; what was
@@ -234,6 +236,26 @@ void BootCheck::checkUploads() {
         if (after == mSeen.filesAfter.end() || after->second != before->second) {
             broken(path + " was changed before it was collected");
         }
+    }
+}
+
+// Each holds its own log, of which only the main one goes on.
+void BootCheck::checkArchives() {
+    static const TextMap kBuffers = {{"android_crash_log", "crash"},
+                                     {"android_main_log", "main"},
+                                     {"android_events_log", "events"},
+                                     {"android_system_log", "system"},
+                                     {"android_radio_log", "radio"},
+                                     {"sys_kernel_log", "kernel"}};
+    if (!mCaptured || mSeen.archives.empty() || !mFaults.empty() || mNoSpace) return;
+    for (const auto& [name, buffer] : kBuffers) {
+        const auto archive = mSeen.archives.find(kLogs + "/" + name + ".zs");
+        const auto log = mSeen.logBuffers.find(buffer);
+        if (archive == mSeen.archives.end() || log == mSeen.logBuffers.end()) continue;
+        const bool same = buffer == "main" ? startsWith(log->second, archive->second) &&
+                                                     !archive->second.empty()
+                                           : log->second == archive->second;
+        if (!same) broken(archive->first + " does not hold the " + buffer + " log");
     }
 }
 

@@ -32,6 +32,9 @@ struct BootObservation {
     int status = 0;       // exit status or signal
     int64_t endedAt = 0;  // device time, ms
     time_t clock = 0;     // time of day at its start, UTC
+    std::string console;  // the kernel's, of the boot before
+    TextMap logBuffers;   // by name, at its end; with archives only
+    TextMap archives;     // what the archives hold, by device path; empty when not looked at
 };
 
 // A rule that was broken.

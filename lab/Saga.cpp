@@ -25,6 +25,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "Archive.h"
 #include "Calls.h"
 #include "DeviceWorld.h"
 #include "Files.h"
@@ -153,6 +154,7 @@ void Saga::run() {
         const bool found = mFilesLeft && boot.files.empty() && !boot.partitionAbsent;
         const TextMap filesBefore = found ? std::move(*mFilesLeft) : filesKept();
         const time_t clock = mClock;
+        const std::string console = mLastConsole;
         BootOutcome outcome = runBoot(boot, number);
         finishBoot(boot, outcome);
         const std::vector<TraceEvent> events = mTrace.events();
@@ -161,9 +163,13 @@ void Saga::run() {
                     return event.kind == TraceEvent::OPERATION;
                 });
         mFilesLeft = filesKept();
-        outcome.violations =
-                mRules.check({mScenario, boot, propertiesBefore, filesBefore, *mFilesLeft, events,
-                              outcome.end, outcome.status, outcome.endedAt, clock});
+        BootObservation observation = {mScenario,   boot,           propertiesBefore,
+                                       filesBefore, *mFilesLeft,    events,
+                                       outcome.end, outcome.status, outcome.endedAt,
+                                       clock,       console,        {},
+                                       {}};
+        if (mKeep != Keep::TRACE) readArchives(observation);
+        outcome.violations = mRules.check(observation);
         if (mTrace.full()) throw std::runtime_error("a boot's trace is longer than expected");
         mOutcomes.push_back(std::move(outcome));
     }
@@ -184,6 +190,27 @@ TextMap Saga::filesKept() const {
         }
     }
     return files;
+}
+
+// A damaged one holds nothing.
+void Saga::readArchives(BootObservation& boot) const {
+    for (const auto& log : mScenario.logSizes) {
+        const std::string path = std::string(kLogBuffers) + "/" + log.first;
+        boot.logBuffers[log.first] = readFileOr(mRoot.at(path), "");
+    }
+    std::error_code absent;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(mRoot.at("/velafs/boot_vigil/log"), absent)) {
+        if (entry.path().extension() != ".zs") continue;
+        std::string content;
+        const report::ArchiveInfo info =
+                report::readArchive(entry.path(), [&](const char* data, size_t size) {
+                    content.append(data, size);
+                    return true;
+                });
+        if (!info.error.empty()) content.clear();
+        boot.archives[entry.path().string().substr(mRoot.path().size())] = content;
+    }
 }
 
 TextMap Saga::properties() const {
@@ -359,9 +386,11 @@ void Saga::finishBoot(const Boot& boot, const BootOutcome& outcome) {
     if (mKeep == Keep::FINGERPRINT) {
         addToFingerprint(mTrace.bytes());
         std::map<std::string, std::string> files;  // in an order of their own
-        for (const auto& entry :
-             std::filesystem::recursive_directory_iterator(mRoot.at("/velafs"))) {
-            if (entry.is_regular_file()) files[entry.path()] = readFile(entry.path());
+        for (const char* folder : {"/velafs", "/data"}) {
+            for (const auto& entry :
+                 std::filesystem::recursive_directory_iterator(mRoot.at(folder))) {
+                if (entry.is_regular_file()) files[entry.path()] = readFile(entry.path());
+            }
         }
         for (const auto& [path, content] : files) {
             addToFingerprint(path.substr(mRoot.path().size()));

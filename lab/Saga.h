@@ -72,6 +72,7 @@ private:
     void finishBoot(const Boot& boot, const BootOutcome& outcome);
     TextMap properties() const;
     TextMap filesKept() const;
+    void readArchives(BootObservation& boot) const;
     void addToFingerprint(std::string_view bytes);
 
     const Scenario& mScenario;

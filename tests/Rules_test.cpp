@@ -62,9 +62,19 @@ struct BootByHand {
     std::string verdict() const {
         Rules rules;
         std::string text;
-        for (const Violation& violation :
-             rules.check({device, boot, properties, before, after, events, end, status, endedAt,
-                          /* clock= */ 0})) {
+        for (const Violation& violation : rules.check({device,
+                                                       boot,
+                                                       properties,
+                                                       before,
+                                                       after,
+                                                       events,
+                                                       end,
+                                                       status,
+                                                       endedAt,
+                                                       /* clock= */ 0,
+                                                       /* console= */ "",
+                                                       {},
+                                                       {}})) {
             text += violation.text + "\n";
         }
         return text;
