@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <random>
 
-#include "BootMilestones.h"
+#include "DevicePaths.h"
 #include "Files.h"
 
 namespace lab {
@@ -46,12 +46,29 @@ private:
     std::mt19937_64 mEngine;
 };
 
-constexpr const char* kFirstBoot = "/data/vela_dfr/firstboot";
-constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
-constexpr const char* kUploads[] = {"/velafs/SDD/bf_upload/boot_vigil",
-                                    "/velafs/SDD/bf_upload/recovery_record"};
 constexpr const char* kGarbage[] = {"", " ", "yes", "-1", "2", "0x1", "1 ", "999999999999", "\x01"};
 constexpr int64_t kLongestBoot = 1500;  // seconds
+
+// The events that a device which starts again logs anew.
+constexpr const char* kMilestones[] = {"vold:fbeEnable:START",
+                                       "Zygote:Preload Start",
+                                       "Zygote:Preload End",
+                                       "Android:SysServerInit_START",
+                                       "Android:PackageManagerService_Start",
+                                       "Android:PMS_scan_START",
+                                       "Android:PMS_scan_END",
+                                       "Android:PMS_READY",
+                                       "AMS:systemReady",
+                                       "AMS:AMS_READY",
+                                       "Android:SysServerInit_END"};
+
+// All calls that the daemon makes: it renames nothing.
+constexpr Fault::Call kFailingCalls[] = {Fault::Call::OPEN,  Fault::Call::WRITE,
+                                         Fault::Call::CLOSE, Fault::Call::REMOVE,
+                                         Fault::Call::MKDIR, Fault::Call::CHMOD,
+                                         Fault::Call::POPEN, Fault::Call::MALLOC};
+constexpr Unsynced kDamages[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED, Unsynced::CUT,
+                                 Unsynced::MIXED};
 
 // The real profile, with times in whole milliseconds as a scenario's file has them.
 const ProfileScript& healthyProfile() {
@@ -175,8 +192,8 @@ private:
     }
 
     void loop() {
-        const std::string& milestone = mCourse.of(kBootMilestones);
-        mBoot.profile.cutAfter(mCourse.of(kBootMilestones));
+        const std::string milestone = mCourse.of(kMilestones);
+        mBoot.profile.cutAfter(mCourse.of(kMilestones));
         mBoot.about += " loops on " + milestone;
         mBoot.profile.loop(milestone, static_cast<int>(mCourse.between(1, 12)),
                            mCourse.between(1, 120) * 1000);
@@ -231,7 +248,7 @@ private:
     }
 
     void people() {
-        for (const char* upload : kUploads) {
+        for (const std::string& upload : {kFailureUpload, kSuccessUpload}) {
             if (mPeople.percent(mOdds.collector)) {
                 mBoot.changes.push_back(
                         {mPeople.below(600000), Change::Kind::REMOVE, upload, "", 0});
@@ -242,9 +259,9 @@ private:
                     {mPeople.between(1, 900) * 1000, Change::Kind::POWER_CYCLE, "", "", 0});
         }
         if (mPeople.percent(mOdds.settings)) {
-            mBoot.changes.push_back(
-                    {mPeople.below(300000), Change::Kind::WRITE, "/velafs/boot_vigil/bfEnable",
-                     mPeople.percent(50) ? "BfRecover=NO\n" : "BfRecover=YES\n", 0});
+            mBoot.changes.push_back({mPeople.below(300000), Change::Kind::WRITE, kSwitch,
+                                     mPeople.percent(50) ? "BfRecover=NO\n" : "BfRecover=YES\n",
+                                     0});
         }
         if (mPeople.percent(mOdds.clock)) {
             mBoot.changes.push_back({mPeople.below(500000), Change::Kind::CLOCK, "", "",
@@ -262,7 +279,7 @@ private:
         if (mFaults.percent(mOdds.failing)) {
             for (int64_t i = mFaults.between(1, 3); i > 0; --i) {
                 Fault fault;
-                fault.call = static_cast<Fault::Call>(mFaults.below(9));
+                fault.call = mFaults.of(kFailingCalls);
                 // There are many more allocations than other calls.
                 const bool memory = fault.call == Fault::Call::MALLOC;
                 fault.nth = mFaults.between(1, memory ? 3000 : 30);
@@ -274,7 +291,7 @@ private:
             mBoot.space = mFaults.percent(50) ? mFaults.below(600) : mFaults.below(60000);
         }
         if (mFaults.percent(mOdds.powerCut)) mBoot.cutAfter = mFaults.between(1, 120);
-        mBoot.unsynced = static_cast<Unsynced>(mFaults.below(5));
+        mBoot.unsynced = mFaults.of(kDamages);
         mBoot.damageSeed = mFaults.below(1000000);
     }
 
@@ -311,21 +328,23 @@ void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
     const std::string record =
             "TIME:Sun Nov 15 10:05:18 2026;    ERR_NUM:0x401564;    ERR_INFO:567-main  | x;    "
             "ERR_EXPINFO:Country(NG)  ;\n";
-    const auto maybe = [&](const char* path, const std::string& content) {
+    const auto maybe = [&](const std::string& path, const std::string& content) {
         if (draw.percent(odds.leftovers)) files[path] = content;
     };
     maybe(kHistory, draw.of(kHistories));
-    maybe("/velafs/boot_vigil/recoveryList", draw.of(kLists));
-    maybe("/velafs/boot_vigil/bfEnable", draw.percent(50) ? "x\nBfRecover=NO\n" : "BfRecover=no\n");
-    maybe("/velafs/boot_vigil/reason.txt", "2");
-    maybe("/velafs/boot_vigil/pmic_info", "x");
-    maybe("/velafs/boot_vigil/mem_hwinfo", "FlashID=1 ");
-    for (const char* upload : kUploads) maybe(upload, "not collected yet");
+    maybe(kOverride, draw.of(kLists));
+    maybe(kSwitch, draw.percent(50) ? "x\nBfRecover=NO\n" : "BfRecover=no\n");
+    maybe(kReason, "2");
+    maybe(kPmic, "x");
+    maybe(kHwInfo, "FlashID=1 ");
+    for (const std::string& upload : {kFailureUpload, kSuccessUpload}) {
+        maybe(upload, "not collected yet");
+    }
     std::string records;
     for (int64_t i = draw.below(60); i > 0; --i) records += record;
     if (draw.percent(20)) records.resize(records.size() / 2);
-    maybe("/velafs/SDD/bfRecord.txt", records);
-    maybe("/velafs/SDD/bfflag.txt", draw.percent(80) ? "4" : "");
+    maybe(kRecord, records);
+    maybe(kFlag, draw.percent(80) ? "4" : "");
 }
 
 }  // namespace
@@ -341,7 +360,7 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     scenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
                          {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
     if (boots != Boots::ALL) {
-        scenario.files[kFirstBoot] = "";
+        scenario.files[kMarker] = "";
         for (uint64_t i = 1; i <= 5; ++i) {
             BootMaker maker(odds, seed, i);
             scenario.boots.push_back(boots == Boots::HEALTHY ? maker.makeHealthy()
@@ -351,7 +370,7 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     }
 
     odds.draw(device);
-    if (!device.percent(30)) scenario.files[kFirstBoot] = "";
+    if (!device.percent(30)) scenario.files[kMarker] = "";
     if (device.percent(odds.settings)) {
         static constexpr const char* kSupport[] = {"0", "1", "x"};
         scenario.properties["ro.vela.bfRecovery.support"] = device.of(kSupport);
@@ -367,7 +386,7 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     addLeftovers(device, odds, scenario.files);
     // A recovery under way on a first boot is the one that must not reset again.
     if (scenario.files.count(kHistory) != 0 && device.percent(40)) {
-        scenario.files.erase(kFirstBoot);
+        scenario.files.erase(kMarker);
     }
     for (auto number = static_cast<uint64_t>(device.between(1, 7)); number > 0; --number) {
         scenario.boots.push_back(BootMaker(odds, seed, number).make());
@@ -380,7 +399,8 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
         scenario.partitionSize = 8 << 20;
         for (Boot& boot : scenario.boots) {
             if (!device.percent(30)) continue;
-            const Change change = {device.below(300000), Change::Kind::READ_ONLY, "/velafs", "", 0};
+            const Change change = {device.below(300000), Change::Kind::READ_ONLY, kPartition, "",
+                                   0};
             const auto later = std::find_if(boot.changes.begin(), boot.changes.end(),
                                             [&](const Change& c) { return c.at > change.at; });
             if (later != boot.changes.end()) boot.changes.insert(later, change);

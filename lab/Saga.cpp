@@ -12,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -342,6 +343,7 @@ BootOutcome Saga::runBoot(const Boot& boot, int number) {
     const auto started = std::chrono::steady_clock::now();
     fflush(nullptr);
 
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // what the boot leaves running comes to this process
     const pid_t child = fork();
     if (child < 0) failWithErrno("cannot fork", "a boot");
     if (child == 0) becomeDaemon(boot, errors, clock);
@@ -351,7 +353,10 @@ BootOutcome Saga::runBoot(const Boot& boot, int number) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    kill(-child, SIGKILL);  // the commands that it was reading from
+    // The commands that it was reading from; while one lives, it may hold a file of the partition.
+    kill(-child, SIGKILL);
+    while (waitpid(-child, nullptr, 0) > 0 || errno == EINTR) {
+    }
     const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
     BootOutcome outcome;
     outcome.endedAt = *clock;

@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,8 +18,11 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <optional>
 #include <stdexcept>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "Files.h"
@@ -32,15 +36,19 @@ namespace {
 constexpr uint64_t kPrinted = 10;  // broken rules of each job
 constexpr uint64_t kTwice = 20;    // every so many scenarios one is run a second time
 
-// The first violation of a scenario.
+// The worst violation of a scenario, and of those the first.
 struct Finding {
     uint64_t seed = 0;
     int status = 0;
     int boot = 0;
     char text[512] = {};
+
+    bool isWorseThan(const Finding& other) const {
+        return std::tie(status, seed) < std::tie(other.status, other.seed);
+    }
 };
 
-// What a worker tells, whole, through its pipe.
+// What a job tells, in memory that outlives it.
 struct Report {
     uint64_t seed = 0;  // the last one run
     uint64_t sagas = 0;
@@ -48,9 +56,17 @@ struct Report {
     uint64_t twice = 0;
     uint64_t deviceSeconds = 0;
     uint64_t broken = 0;
-    Finding first;  // of those it found, the one with the lowest seed
-    char error[512] = {};
+    uint64_t notRun = 0;  // scenarios
+    Finding worst;        // of those it found
 };
+
+// An error of the lab; a boot's may have several lines.
+void printError(uint64_t seed, std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    printf("seed %" PRIu64 ": cannot be run: %s\n", seed, text.c_str());
+    fflush(stdout);
+}
 
 int statusOf(Violation::Kind kind) {
     switch (kind) {
@@ -104,52 +120,69 @@ public:
     }
 
     std::optional<Finding> judge(const Course& course) const {
+        std::optional<Finding> worst;
         for (size_t i = 0; i < course.boots.size(); ++i) {
             for (const Violation& violation : course.boots[i].violations) {
-                Finding finding;
-                finding.status = statusOf(violation.kind);
-                finding.boot = static_cast<int>(i) + 1;
-                snprintf(finding.text, sizeof(finding.text), "%s", violation.text.c_str());
-                return finding;
+                const int status = statusOf(violation.kind);
+                if (worst && worst->status <= status) continue;
+                worst.emplace();
+                worst->status = status;
+                worst->boot = static_cast<int>(i) + 1;
+                snprintf(worst->text, sizeof(worst->text), "%s", violation.text.c_str());
             }
         }
-        return std::nullopt;
+        return worst;
     }
 
 private:
     std::string mFolder;
 };
 
+// Runs one scenario, now and then twice, and gives what it broke.
+std::optional<Finding> runOne(Workshop& workshop, const Scenario& scenario, bool twice,
+                              Report& report) {
+    const Keep keep = twice ? Keep::FINGERPRINT : Keep::TRACE;
+    const Course course = workshop.run(scenario, keep);
+    ++report.sagas;
+    for (const BootOutcome& outcome : course.boots) {
+        ++report.boots;
+        report.deviceSeconds += static_cast<uint64_t>(outcome.endedAt / 1000);
+    }
+    std::optional<Finding> finding = workshop.judge(course);
+    if (!finding && twice) {
+        ++report.twice;
+        if (workshop.run(scenario, keep).fingerprint != course.fingerprint) {
+            finding.emplace();
+            finding->status = kSagaDifferent;
+            strcpy(finding->text, "a second run did something else");
+        }
+    }
+    return finding;
+}
+
 void runShare(const SagaOrder& order, uint64_t job, Report& report) {
+    report.seed = order.seed + job;
     Workshop workshop;
     for (uint64_t i = job; i < order.count; i += static_cast<uint64_t>(order.jobs)) {
-        const uint64_t seed = order.seed + i;
-        report.seed = seed;
-        const Scenario scenario = randomScenario(seed, order.boots);
-        const bool twice = i % kTwice == 0;
-        const Keep keep = twice ? Keep::FINGERPRINT : Keep::TRACE;
-        const Course course = workshop.run(scenario, keep);
-        ++report.sagas;
-        for (const BootOutcome& outcome : course.boots) {
-            ++report.boots;
-            report.deviceSeconds += static_cast<uint64_t>(outcome.endedAt / 1000);
-        }
-        std::optional<Finding> finding = workshop.judge(course);
-        if (!finding && twice) {
-            ++report.twice;
-            if (workshop.run(scenario, keep).fingerprint != course.fingerprint) {
-                finding.emplace();
-                finding->status = kSagaDifferent;
-                strcpy(finding->text, "a second run did something else");
-            }
+        report.seed = order.seed + i;
+        std::optional<Finding> finding;
+        try {
+            finding = runOne(workshop, randomScenario(report.seed, order.boots), i % kTwice == 0,
+                             report);
+        } catch (const std::exception& error) {
+            // The others are worth running all the same.
+            ++report.notRun;
+            printError(report.seed, error.what());
+            continue;
         }
         if (!finding) continue;
-        finding->seed = seed;
-        if (report.broken < kPrinted) {
-            printf("seed %" PRIu64 ", boot %d: %s\n", seed, finding->boot, finding->text);
+        finding->seed = report.seed;
+        const bool worst = report.broken == 0 || finding->isWorseThan(report.worst);
+        if (report.broken++ < kPrinted || worst) {
+            printf("seed %" PRIu64 ", boot %d: %s\n", report.seed, finding->boot, finding->text);
             fflush(stdout);
         }
-        if (report.broken++ == 0) report.first = *finding;
+        if (worst) report.worst = *finding;
         if (order.untilBroken) return;
     }
 }
@@ -273,42 +306,67 @@ void explain(const SagaOrder& order, const Finding& finding) {
     printf("%s: %s; bootvigil-lab run %s shows it\n", path.c_str(), what.c_str(), path.c_str());
 }
 
-// A process for each job, and what it reports.
-std::vector<Report> runJobs(const SagaOrder& order) {
-    std::vector<int> pipes;
-    for (int job = 0; job < order.jobs; ++job) {
-        int ends[2] = {};
-        if (pipe(ends) != 0) failWithErrno("cannot make", "a pipe");
+// What the jobs report, in memory that they share with the process that started them.
+class Reports {
+public:
+    explicit Reports(int jobs) : mSize(sizeof(Report) * static_cast<size_t>(jobs)), mJobs(jobs) {
+        void* memory =
+                mmap(nullptr, mSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) failWithErrno("cannot map", "the reports");
+        mReports = static_cast<Report*>(memory);
+        for (Report& report : *this) new (&report) Report();
+    }
+    ~Reports() {
+        munmap(mReports, mSize);
+    }
+    Reports(const Reports&) = delete;
+    Reports& operator=(const Reports&) = delete;
+
+    Report* begin() {
+        return mReports;
+    }
+    Report* end() {
+        return mReports + mJobs;
+    }
+
+private:
+    const size_t mSize;
+    const int mJobs;
+    Report* mReports = nullptr;
+};
+
+[[noreturn]] void becomeJob(const SagaOrder& order, uint64_t job, Report& report) {
+    try {
+        runShare(order, job, report);
+    } catch (const std::exception& error) {
+        printError(report.seed, error.what());
+        _exit(kSagaNotRun);
+    }
+    _exit(0);
+}
+
+// Runs a process for each job and waits for all; gives how many have failed.
+int runJobs(const SagaOrder& order, Reports& reports) {
+    std::vector<pid_t> children;
+    for (Report& report : reports) {
         fflush(nullptr);
         const pid_t child = fork();
-        if (child < 0) failWithErrno("cannot fork", "a job");
-        if (child == 0) {
-            close(ends[0]);
-            Report report;
-            try {
-                runShare(order, static_cast<uint64_t>(job), report);
-            } catch (const std::exception& error) {
-                snprintf(report.error, sizeof(report.error), "seed %" PRIu64 ": %s", report.seed,
-                         error.what());
-            }
-            _exit(write(ends[1], &report, sizeof(report)) == sizeof(report) ? 0 : 1);
+        if (child == 0) becomeJob(order, children.size(), report);
+        if (child < 0) printError(order.seed + children.size(), strerror(errno));
+        children.push_back(child);
+    }
+    int failed = 0;
+    for (size_t job = 0; job < children.size(); ++job) {
+        int status = kSagaNotRun;
+        while (children[job] > 0 && waitpid(children[job], &status, 0) < 0 && errno == EINTR) {
         }
-        close(ends[1]);
-        pipes.push_back(ends[0]);
-    }
-    std::vector<Report> reports;
-    for (const int end : pipes) {
-        Report report;
-        if (read(end, &report, sizeof(report)) != sizeof(report)) {
-            throw std::runtime_error("a job has ended without a report");
+        if (WIFSIGNALED(status) && children[job] > 0) {
+            printError(reports.begin()[job].seed,
+                       "signal " + std::to_string(WTERMSIG(status)) + " ended the job");
         }
-        close(end);
-        if (report.error[0] != '\0') throw std::runtime_error(report.error);
-        reports.push_back(report);
+        if (status != 0) ++failed;
     }
-    while (wait(nullptr) > 0) {
-    }
-    return reports;
+    return failed;
 }
 
 }  // namespace
@@ -318,16 +376,18 @@ int runSagas(const SagaOrder& order) {
            order.seed, order.jobs);
     const auto started = std::chrono::steady_clock::now();
     Report total;
-    int status = 0;
-    for (const Report& report : runJobs(order)) {
+    Reports reports(order.jobs);
+    const int failedJobs = runJobs(order, reports);
+    for (const Report& report : reports) {
         total.sagas += report.sagas;
         total.boots += report.boots;
         total.twice += report.twice;
         total.deviceSeconds += report.deviceSeconds;
-        if (report.broken > 0 && (total.broken == 0 || report.first.seed < total.first.seed)) {
-            total.first = report.first;
+        if (report.broken > 0 && (total.broken == 0 || report.worst.isWorseThan(total.worst))) {
+            total.worst = report.worst;
         }
         total.broken += report.broken;
+        total.notRun += report.notRun;
     }
     const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
     printf("%" PRIu64
@@ -335,14 +395,16 @@ int runSagas(const SagaOrder& order) {
            "%" PRIu64 " scenarios run twice\n",
            total.boots, real.count(), static_cast<double>(total.boots) / real.count(),
            static_cast<double>(total.deviceSeconds) / real.count(), total.twice);
-    if (total.broken > 0) {
-        printf("%" PRIu64 " scenarios broke a rule\n", total.broken);
-        explain(order, total.first);
-        status = total.first.status;
-    } else {
-        printf("every rule held\n");
+    if (total.notRun > 0) printf("%" PRIu64 " scenarios could not be run\n", total.notRun);
+    if (failedJobs > 0) printf("%d of %d jobs failed\n", failedJobs, order.jobs);
+    const bool allRun = total.notRun == 0 && failedJobs == 0;
+    if (total.broken == 0) {
+        printf(allRun ? "every rule held\n" : "every rule held in those that were run\n");
+        return allRun ? 0 : kSagaNotRun;
     }
-    return status;
+    printf("%" PRIu64 " scenarios broke a rule\n", total.broken);
+    explain(order, total.worst);
+    return total.worst.status;
 }
 
 }  // namespace lab

@@ -51,40 +51,6 @@ TEST_F(SagaTest, WrittenScenarioRunsTheSame) {
     }
 }
 
-// A walk of three stalls down to a good boot, cut off at every place that there is.
-TEST_F(SagaTest, PowerCutAfterEveryFileOperation) {
-    const Scenario whole = readScenario(LAB_DATA_DIR "/scenarios/recovery-walk.yaml");
-    std::vector<int64_t> operations;
-    const auto uncut = run(whole);
-    for (const BootOutcome& boot : uncut->outcomes()) operations.push_back(boot.operations);
-    constexpr Unsynced kKinds[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED, Unsynced::CUT,
-                                   Unsynced::MIXED};
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr int64_t kStep = 7;  // a boot takes ten times as long, and the others have them all
-#else
-    constexpr int64_t kStep = 1;
-#endif
-    size_t cuts = 0;
-    for (size_t boot = 0; boot < operations.size(); ++boot) {
-        for (int64_t after = 1; after <= operations[boot]; after += kStep) {
-            Scenario cut = whole;
-            cut.boots[boot].cutAfter = after;
-            cut.boots[boot].unsynced = kKinds[cuts++ % std::size(kKinds)];
-            cut.boots[boot].damageSeed = after;
-            const auto saga = run(cut);
-            ASSERT_EQ(saga->outcomes()[boot].end, BootObservation::End::CUT_OFF);
-            for (const BootOutcome& outcome : saga->outcomes()) {
-                for (const Violation& violation : outcome.violations) {
-                    ADD_FAILURE() << "boot " << boot + 1 << " cut after operation " << after << ": "
-                                  << violation.text;
-                }
-            }
-        }
-    }
-    EXPECT_GE(static_cast<int64_t>(cuts), 150 / kStep);
-    printf("%zu cuts\n", cuts);
-}
-
 // The kernel wrote it out when it made it read-only, half a minute ago or not.
 TEST_F(SagaTest, PowerCutSparesAReadOnlyPartition) {
     Scenario scenario = readScenario(LAB_DATA_DIR "/scenarios/partition-read-only.yaml");
@@ -96,5 +62,44 @@ TEST_F(SagaTest, PowerCutSparesAReadOnlyPartition) {
     EXPECT_EQ(saga->outcomes()[0].end, BootObservation::End::CUT_OFF);
     EXPECT_EQ(readFile(saga->root().at("/velafs/SDD/bfflag.txt")), "5");
 }
+
+class PowerCutTest : public SagaTest, public testing::WithParamInterface<std::string> {};
+
+// A walk of three stalls down to a good boot, cut off at every place that there is.
+TEST_P(PowerCutTest, AfterEveryFileOperation) {
+    const Scenario whole = readScenario(LAB_DATA_DIR "/scenarios/recovery-walk.yaml");
+    std::vector<int64_t> operations;
+    const auto uncut = run(whole);
+    for (const BootOutcome& boot : uncut->outcomes()) operations.push_back(boot.operations);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr int64_t kStep = 5;  // a boot takes ten times as long, and the others have them all
+#else
+    constexpr int64_t kStep = 1;
+#endif
+    int64_t cuts = 0;
+    for (size_t boot = 0; boot < operations.size(); ++boot) {
+        for (int64_t after = 1; after <= operations[boot]; after += kStep) {
+            Scenario cut = whole;
+            cut.boots[boot].cutAfter = after;
+            cut.boots[boot].unsynced = kUnsynced.at(GetParam());
+            cut.boots[boot].damageSeed = after;
+            const auto saga = run(cut);
+            ++cuts;
+            ASSERT_EQ(saga->outcomes()[boot].end, BootObservation::End::CUT_OFF);
+            for (const BootOutcome& outcome : saga->outcomes()) {
+                for (const Violation& violation : outcome.violations) {
+                    ADD_FAILURE() << "boot " << boot + 1 << " cut after operation " << after << ": "
+                                  << violation.text;
+                }
+            }
+        }
+    }
+    EXPECT_GE(cuts, 150 / kStep);
+}
+
+// What becomes of the files that were written last.
+INSTANTIATE_TEST_SUITE_P(Unsynced, PowerCutTest,
+                         testing::Values("kept", "lost", "emptied", "cut", "mixed"),
+                         [](const auto& kind) { return kind.param; });
 
 }  // namespace
