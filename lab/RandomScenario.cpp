@@ -47,6 +47,19 @@ private:
 };
 
 constexpr const char* kGarbage[] = {"", " ", "yes", "-1", "2", "0x1", "1 ", "999999999999", "\x01"};
+// Only the first three switch anything off.
+constexpr const char* kSwitches[] = {"BfRecover=NO\n",  "BfRecover=NO",     "x\nBfRecover=NO\n",
+                                     "BfRecover=YES\n", " BfRecover=NO\n",  "BfRecover=NO \n",
+                                     "BfRecover=no\n",  "BfRecover=NO\r\n", ""};
+constexpr const char* kCommandLines[] =
+        {"quiet FlashID=90014a483942 mem_index=3 poffsts=0x09a1b\n",
+         "quiet FlashID=90014a483942 mem_index=3\n",
+         "quiet poffsts=0x09 FlashID=90014a483942 mem_index=3\n",
+         "poffsts=0x01 quiet\nFlashID=1 mem_index=2 poffsts=0x0a\nmem_index=7 xFlashID=2 quiet\n",
+         "quiet poffsts=0x02 poffsts=0x0b\nquiet\n",
+         "quiet mem_index=1 poffsts=",
+         "poffsts=\nquiet\n",
+         ""};
 constexpr int64_t kLongestBoot = 1500;  // seconds
 
 // The events that a device which starts again logs anew.
@@ -89,6 +102,8 @@ struct Odds {
     int64_t stall = 0;
     int64_t loop = 0;
     int64_t slow = 0;
+    int64_t wizard = 0;
+    int64_t oddEvent = 0;
     int64_t damagedProfile = 0;
     int64_t systemError = 0;
     int64_t keptLogs = 0;
@@ -104,12 +119,16 @@ struct Odds {
     int64_t service = 0;
     int64_t collector = 0;
     int64_t leftovers = 0;
+    int64_t full = 0;
+    int64_t commandLine = 0;
 
     // Drawn once for a scenario, with whole kinds of events left out.
     void draw(Draw& draw) {
-        for (int64_t* chance : {&stall, &loop, &slow, &damagedProfile, &systemError, &keptLogs,
-                                &person, &powerCut, &failing, &noSpace, &absent, &clock, &signal,
-                                &garbage, &settings, &service, &collector, &leftovers}) {
+        for (int64_t* chance :
+             {&stall,  &loop,     &slow,     &damagedProfile, &systemError, &keptLogs,
+              &person, &powerCut, &failing,  &noSpace,        &absent,      &clock,
+              &signal, &garbage,  &settings, &service,        &collector,   &leftovers,
+              &wizard, &oddEvent, &full,     &commandLine}) {
             *chance = draw.percent(40) ? 0 : draw.between(1, 40);
         }
     }
@@ -130,6 +149,8 @@ public:
             stall();
         } else if (mCourse.percent(mOdds.loop)) {
             loop();
+        } else if (mCourse.percent(mOdds.wizard)) {
+            wizard();
         } else if (mCourse.percent(mOdds.damagedProfile)) {
             damagedProfile();
         } else {
@@ -173,17 +194,57 @@ private:
 
     void complete() {
         const bool slow = mCourse.percent(mOdds.slow);
-        if (slow) mBoot.profile.stretch(static_cast<double>(mCourse.between(2, 60)));
+        if (slow && mCourse.percent(mOdds.oddEvent)) {
+            cutAnywhere();
+            addOddEvent();
+        } else if (slow) {
+            mBoot.profile.stretch(static_cast<double>(mCourse.between(2, 60)));
+        }
         completeAt(slow ? mCourse.between(60, kLongestBoot) : mCourse.between(20, 60));
     }
 
-    void stall() {
-        const auto& events = healthyProfile().events();
-        const auto& last =
-                events[static_cast<size_t>(mCourse.below(static_cast<int64_t>(events.size())))];
+    // It is waited for so long that it counts as stuck, or nearly so, and then it is done.
+    void wizard() {
+        mBoot.about += " slow set-up wizard";
+        const int64_t second = mCourse.between(20, 60);
+        set(second, "sys.boot_completed", "1");
+        set(second, "service.bootanim.exit", "1");
+        const char* phase = mCourse.percent(50) ? "1" : "2";
+        mBoot.properties["persist.sys.oobe"] = phase;
+        const int64_t done =
+                mCourse.percent(85) ? mCourse.between(1000, 1450) : mCourse.between(240, 1000);
+        if (*phase == '2' && mCourse.percent(40)) {
+            mBoot.profile.add(done * 1000, "1113-system_server", "Post BOOT_COMPLETED");
+        } else {
+            set(done, "sys.vela.BOOT_COMPLETED", "1");
+        }
+    }
+
+    // Gives the last event.
+    std::string cutAnywhere() {
+        const std::string last = mCourse.of(healthyProfile().events()).name;
         mBoot.profile = healthyProfile();
-        mBoot.profile.cutAfter(last.name);
-        mBoot.about += " stalls after " + last.name;
+        mBoot.profile.cutAfter(last);
+        return last;
+    }
+
+    // After the last one: one that the daemon knows to be slow, or one with much to tell.
+    void addOddEvent() {
+        const int64_t last = mBoot.profile.events().back().us / 1000;
+        const bool slow = mCourse.percent(60);
+        std::string name = "Android:performDexOpt " + std::to_string(mCourse.below(9));
+        if (!slow) {
+            name = "a";
+            for (int64_t i = mCourse.between(15, 70); i > 0; --i) name += " long story;";
+        }
+        mBoot.profile.add(last + mCourse.below(60000), "1113-system_server", name);
+        mBoot.about += slow ? ", optimising packages" : ", an event of many words";
+    }
+
+    void stall() {
+        mFails = true;
+        mBoot.about += " stalls after " + cutAnywhere();
+        if (mCourse.percent(mOdds.oddEvent)) return addOddEvent();
         // Others may go on logging for a while.
         for (int64_t i = mCourse.percent(30) ? mCourse.below(20) : 0; i > 0; --i) {
             mBoot.profile.add(mCourse.below(400000), "551-surfaceflinger",
@@ -192,6 +253,7 @@ private:
     }
 
     void loop() {
+        mFails = true;
         const std::string milestone = mCourse.of(kMilestones);
         mBoot.profile.cutAfter(mCourse.of(kMilestones));
         mBoot.about += " loops on " + milestone;
@@ -230,6 +292,7 @@ private:
         for (const char* kept : {"/dev/velarawlog/init", "/dev/velarawlog/kernel"}) {
             if (mPlatform.percent(mOdds.keptLogs)) mBoot.files[kept] = "kept\n";
         }
+        if (mPlatform.percent(mOdds.keptLogs)) mBoot.files["/" + kHealth] = "good\n";
         if (mPlatform.percent(mOdds.service)) {
             for (const char* name : {"init.svc.kel", "init.svc.kelvservice"}) {
                 mBoot.properties[name] = mPlatform.percent(85) ? "running" : "stopped";
@@ -260,8 +323,7 @@ private:
         }
         if (mPeople.percent(mOdds.settings)) {
             mBoot.changes.push_back({mPeople.below(300000), Change::Kind::WRITE, kSwitch,
-                                     mPeople.percent(50) ? "BfRecover=NO\n" : "BfRecover=YES\n",
-                                     0});
+                                     mPeople.of(kSwitches), 0});
         }
         if (mPeople.percent(mOdds.clock)) {
             mBoot.changes.push_back({mPeople.below(500000), Change::Kind::CLOCK, "", "",
@@ -279,10 +341,9 @@ private:
         if (mFaults.percent(mOdds.failing)) {
             for (int64_t i = mFaults.between(1, 3); i > 0; --i) {
                 Fault fault;
-                fault.call = mFaults.of(kFailingCalls);
-                // There are many more allocations than other calls.
-                const bool memory = fault.call == Fault::Call::MALLOC;
-                fault.nth = mFaults.between(1, memory ? 3000 : 30);
+                const bool open = mFails && mFaults.percent(30);
+                fault.call = open ? Fault::Call::OPEN : mFaults.of(kFailingCalls);
+                fault.nth = nthOf(fault.call);
                 fault.times = mFaults.percent(70) ? 1 : mFaults.between(2, 100);
                 mBoot.faults.push_back(fault);
             }
@@ -293,6 +354,16 @@ private:
         if (mFaults.percent(mOdds.powerCut)) mBoot.cutAfter = mFaults.between(1, 120);
         mBoot.unsynced = mFaults.of(kDamages);
         mBoot.damageSeed = mFaults.below(1000000);
+    }
+
+    int64_t nthOf(Fault::Call call) {
+        // There are many more allocations than other calls.
+        if (call == Fault::Call::MALLOC) return mFaults.between(1, 3000);
+        // A recovery opens its few files after some thirty others.
+        if (call == Fault::Call::OPEN && mFails && mFaults.percent(70)) {
+            return mFaults.between(24, 38);
+        }
+        return mFaults.between(1, mFaults.percent(50) ? 30 : 90);
     }
 
     Boot finish() {
@@ -310,6 +381,7 @@ private:
 
     const Odds& mOdds;
     Boot mBoot;
+    bool mFails = false;  // by itself
     Draw mCourse;
     Draw mPlatform;
     Draw mPeople;
@@ -321,10 +393,17 @@ void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
     // Most often the next step is a reset.
     static constexpr const char* kHistories[] = {"22d", "22d", "22d", "22d", "11d", "35d", "11\x16",
                                                  "11x", "53d", "",    "1",   "x",   "13d", "45d"};
-    static constexpr const char* kLists[] = {"100|12500\n20|15000\n", "100|11111\n",
-                                             "100|51000\n",           "100|125\n",
-                                             "100|13500\n",           "120|22222\n",
-                                             "no list\n|\n",          "100|00000\n"};
+    static constexpr const char* kLists[] = {"100|11500\n100|51000\n",
+                                             "100|12500\n20|15000\n",
+                                             "100|11111\n",
+                                             "100|51000\n",
+                                             "100|125\n",
+                                             "100|13500\n",
+                                             "120|22222\n",
+                                             "no list\n|\n",
+                                             "100|00000\n",
+                                             "100|52000\n100|1\n",
+                                             "20|15000\n100|12500\n100|21500\n"};
     const std::string record =
             "TIME:Sun Nov 15 10:05:18 2026;    ERR_NUM:0x401564;    ERR_INFO:567-main  | x;    "
             "ERR_EXPINFO:Country(NG)  ;\n";
@@ -333,7 +412,7 @@ void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
     };
     maybe(kHistory, draw.of(kHistories));
     maybe(kOverride, draw.of(kLists));
-    maybe(kSwitch, draw.percent(50) ? "x\nBfRecover=NO\n" : "BfRecover=no\n");
+    maybe(kSwitch, draw.of(kSwitches));
     maybe(kReason, "2");
     maybe(kPmic, "x");
     maybe(kHwInfo, "FlashID=1 ");
@@ -377,6 +456,12 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
     }
     if (device.percent(odds.settings)) scenario.properties["persist.sys.enable_rescue"] = "true";
     if (device.percent(odds.settings)) scenario.properties["persist.sys.bootvigil.debug"] = "1";
+    if (device.percent(odds.settings)) {
+        // Who watches from the kernel: nobody else, unless this is a number.
+        static constexpr const char* kWatches[] = {"1", "0", "-1", "x", "01x", " 2"};
+        scenario.properties["persist.sys.bootvigil.debug.startbootvigil"] = device.of(kWatches);
+    }
+    if (device.percent(odds.commandLine)) scenario.commandLine = device.of(kCommandLines);
     if (device.percent(odds.settings)) scenario.properties["persist.sys.oobe_country"] = "NG";
     if (device.percent(odds.garbage)) scenario.logSizes["main"] = device.below(300000);
     if (device.percent(odds.garbage)) scenario.nulLogs.insert("system");
@@ -407,9 +492,17 @@ Scenario randomScenario(uint64_t seed, Boots boots) {
         }
     }
     // What a command prints without end must come to an end where there is no room for it.
+    if (device.percent(odds.full) && device.percent(30)) {
+        for (Boot& boot : scenario.boots) {
+            if (!boot.space) boot.space = device.below(device.percent(50) ? 2000 : 60000);
+        }
+    }
     const bool limited = std::all_of(scenario.boots.begin(), scenario.boots.end(),
                                      [](const Boot& boot) { return boot.space.has_value(); });
-    if (limited) scenario.endlessLogs.insert("events");
+    if (limited) {
+        static constexpr const char* kEndless[] = {"crash", "events", "radio"};
+        scenario.endlessLogs.insert(device.of(kEndless));
+    }
     return scenario;
 }
 
