@@ -17,8 +17,8 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "BootMilestones.h"
 #include "Files.h"
+#include "Milestones.h"
 #include "RecordedRun.h"
 #include "Saga.h"
 #include "Scenario.h"
@@ -167,10 +167,10 @@ Scenario device(bool firstBoot, Events events, int64_t endMs) {
 // A boot that restarts again and again, each time at the same step.
 Events loopingBoot(Dice& dice, bool afterMore, Truth& truth) {
     const Events all = healthyEvents(dice.factor(4));
-    const int milestone = static_cast<int>(dice.between(0, kMilestoneCount - (afterMore ? 2 : 1)));
-    const bool last = milestone == kMilestoneCount - 1;
-    const size_t reached = indexOf(all, kBootMilestones[milestone]);
-    const size_t missed = last ? all.size() : indexOf(all, kBootMilestones[milestone + 1]);
+    const size_t milestone = dice.between(0, kMilestones.size() - (afterMore ? 2 : 1));
+    const bool last = milestone == kMilestones.size() - 1;
+    const size_t reached = indexOf(all, kMilestones[milestone]);
+    const size_t missed = last ? all.size() : indexOf(all, kMilestones[milestone + 1]);
     const size_t dies = dice.between(reached, missed - 1);
     const size_t from = milestone == 0 ? reached : indexOf(all, "boot_progress_start");
     const int64_t pause = dice.between(3, 60) * kSecond;
@@ -178,7 +178,8 @@ Events loopingBoot(Dice& dice, bool afterMore, Truth& truth) {
     addRound(events, all, 0, afterMore ? dice.between(missed, all.size() - 1) : dies, 0);
     if (afterMore) addRound(events, all, from, dies, pause);
     // The detail phases of the milestones begin at a number of their own; 255 is "none missed".
-    truth = {pidOf(all[dies]), 4, last ? 255 : milestone + 1 + kFirstMilestoneDetail,
+    truth = {pidOf(all[dies]), 4,
+             last ? 255 : static_cast<int>(milestone) + 1 + kFirstMilestoneDetail,
              events.back().us};
     for (int i = 0; i < kLoopRounds; ++i) addRound(events, all, from, dies, pause);
     return events;

@@ -9,25 +9,10 @@
 #include <algorithm>
 
 #include "DevicePaths.h"
+#include "Milestones.h"
 #include "ModelText.h"
 
 namespace lab {
-
-namespace {
-
-const std::vector<std::string> kMilestones = {"vold:fbeEnable:START",
-                                              "Zygote:Preload Start",
-                                              "Zygote:Preload End",
-                                              "Android:SysServerInit_START",
-                                              "Android:PackageManagerService_Start",
-                                              "Android:PMS_scan_START",
-                                              "Android:PMS_scan_END",
-                                              "Android:PMS_READY",
-                                              "AMS:systemReady",
-                                              "AMS:AMS_READY",
-                                              "Android:SysServerInit_END"};
-
-}  // namespace
 
 std::vector<std::string> split(const std::string& text, const std::string& by) {
     std::vector<std::string> fields;
@@ -294,7 +279,7 @@ void DaemonModel::findStuckPid() {
 int DaemonModel::stuckDetail() {
     if (mLoop) {
         for (int i = mLoopIndex; i >= 0 && i < 11; ++i) {
-            if (mCounts[kMilestones[i]] == 0) return i + 4;
+            if (mCounts[kMilestones[i]] == 0) return i + kFirstMilestoneDetail;
         }
         return 255;
     }

@@ -11,6 +11,7 @@
 
 #include "DevicePaths.h"
 #include "Files.h"
+#include "Milestones.h"
 
 namespace lab {
 
@@ -61,19 +62,6 @@ constexpr const char* kCommandLines[] =
          "poffsts=\nquiet\n",
          ""};
 constexpr int64_t kLongestBoot = 1500;  // seconds
-
-// The events that a device which starts again logs anew.
-constexpr const char* kMilestones[] = {"vold:fbeEnable:START",
-                                       "Zygote:Preload Start",
-                                       "Zygote:Preload End",
-                                       "Android:SysServerInit_START",
-                                       "Android:PackageManagerService_Start",
-                                       "Android:PMS_scan_START",
-                                       "Android:PMS_scan_END",
-                                       "Android:PMS_READY",
-                                       "AMS:systemReady",
-                                       "AMS:AMS_READY",
-                                       "Android:SysServerInit_END"};
 
 // All calls that the daemon makes: it renames nothing.
 constexpr Fault::Call kFailingCalls[] = {Fault::Call::OPEN,  Fault::Call::WRITE,
@@ -222,7 +210,7 @@ private:
 
     // Gives the last event.
     std::string cutAnywhere() {
-        const std::string last = mCourse.of(healthyProfile().events()).name;
+        std::string last = mCourse.of(healthyProfile().events()).name;
         mBoot.profile = healthyProfile();
         mBoot.profile.cutAfter(last);
         return last;
