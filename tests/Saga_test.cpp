@@ -72,7 +72,7 @@ TEST_P(PowerCutTest, AfterEveryFileOperation) {
     const auto uncut = run(whole);
     for (const BootOutcome& boot : uncut->outcomes()) operations.push_back(boot.operations);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr int64_t kStep = 5;  // a boot takes ten times as long, and the others have them all
+    constexpr int64_t kStep = 20;  // a boot takes ten times as long, and the others have them all
 #else
     constexpr int64_t kStep = 1;
 #endif
