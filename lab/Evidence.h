@@ -59,8 +59,8 @@ protected:
     }
     int mFoldersOpen = 0;  // that the rules leave open
     std::set<std::string> mFaults;
-    std::set<std::string> mUnsure;    // files
-    std::set<std::string> mUnopened;  // files
+    std::set<std::string> mUnsure;    // files whose content is not known
+    std::set<std::string> mUnopened;  // files that an injected fault kept shut
     std::string mArchiveFault;        // the operation on an archive that failed last
 
 private:
