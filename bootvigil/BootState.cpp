@@ -15,6 +15,8 @@
 #include <cutils/properties.h>
 #include <log/log.h>
 
+#include "StoragePaths.h"
+
 namespace {
 
 constexpr const char* kFirstBootMarker = "/data/vela_dfr/firstboot";

@@ -30,6 +30,12 @@ const std::string kMemHwInfoPath = "/velafs/boot_vigil/mem_hwinfo";
 const std::string kHealthInfoPath = "proc/vela_healthinfo/healthinfo_show";
 const std::string kLogInfoPath = "/velafs/boot_vigil/log/info";
 
+const std::string kBootMilestones[kMilestoneCount] = {
+        kMilestoneNames[0], kMilestoneNames[1], kMilestoneNames[2],  kMilestoneNames[3],
+        kMilestoneNames[4], kMilestoneNames[5], kMilestoneNames[6],  kMilestoneNames[7],
+        kMilestoneNames[8], kMilestoneNames[9], kMilestoneNames[10],
+};
+
 std::string kBootProfPath = "/proc/bootprof";
 
 namespace {

@@ -16,6 +16,9 @@
 #include "StoragePaths.h"
 #include "compress/CompressBase.h"
 
+// The texts of kMilestoneNames, built once by Bootvigil.cpp.
+extern const std::string kBootMilestones[kMilestoneCount];
+
 // The boot profile to read; MSG_START switches it to "/proc/velabootprof" where that exists.
 extern std::string kBootProfPath;
 

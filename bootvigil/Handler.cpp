@@ -7,6 +7,8 @@
 
 #include <log/log.h>
 
+#include "StoragePaths.h"
+
 Handler::Handler(const android::sp<android::Looper>& looper) : mLooper(looper) {}
 
 bool Handler::sendMessageDelayed(long delay, const android::Message& message) {

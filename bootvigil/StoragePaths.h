@@ -5,7 +5,8 @@
 
 #include <string>
 
-// Each source file that includes this builds its own copies of these six, in this order.
+// By design: every source file of the monitor includes this header and builds its own copies of
+// these six, in this order.
 const std::string kInitMsgPath = "/velafs/boot_vigil/init_msg";  // written by VelaLogRaw
 const std::string kBfRecordPath = "/velafs/SDD/bfRecord.txt";
 const std::string kBfRecordBackupPath = "/velafs/SDD/bfRecord_backup.txt";

@@ -21,7 +21,7 @@ namespace {
 constexpr int64_t kLookOn = 3600000;  // ms for which today's daemon may be late
 constexpr size_t kMostProperty = 91;
 
-const std::string kSystemServerStart = kBootMilestones[3];
+const std::string kSystemServerStart = kMilestoneNames[3];
 
 // A line of the boot profile without its time, and when it is shown.
 struct ProfileLine {
