@@ -32,6 +32,11 @@ public:
 
     void handleMessage(const android::Message& message) override;
 
+    android::sp<Bootvigil> mMonitor;
+    bool mBooted = false;          // once true, never asked again
+    bool mRawLogDone = false;      // raw logs are handled once a run
+    bool mFirstBootTimer = false;  // first boot since /data was wiped
+
 private:
     void onStart();
     void onPoll(const android::Message& message);
@@ -41,9 +46,4 @@ private:
 
     void followUpCapture();
     void handleRawLogs();
-
-    android::sp<Bootvigil> mMonitor;
-    bool mBooted = false;          // once true, never asked again
-    bool mRawLogDone = false;      // raw logs are handled once a run
-    bool mFirstBootTimer = false;  // first boot since /data was wiped
 };

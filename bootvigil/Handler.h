@@ -18,11 +18,10 @@ public:
 
     void handleMessage(const android::Message& message) override;
 
+    android::sp<android::Looper> mLooper;
+
 protected:
     ~Handler() override = default;
-
-private:
-    android::sp<android::Looper> mLooper;
 };
 
 // Owns a Looper and, once run(), delivers its messages for ever: there is no stop.
@@ -33,8 +32,8 @@ public:
     // Valid from construction on, before the thread runs.
     android::sp<android::Looper> getLooper();
 
+    android::sp<android::Looper> mLooper;
+
 private:
     bool threadLoop() override;
-
-    android::sp<android::Looper> mLooper;
 };
