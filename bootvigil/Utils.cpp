@@ -6,11 +6,9 @@
 #include "Utils.h"
 
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <time.h>
 #include <unistd.h>
@@ -18,6 +16,8 @@
 #include <fstream>
 
 #include <log/log.h>
+
+#include "StoragePaths.h"
 
 namespace {
 
@@ -98,18 +98,18 @@ bool getAvailableSize(const char* path) {
 
 std::vector<std::string_view> readLines(const std::string& path, std::string& text) {
     std::vector<std::string_view> lines;
-    const int fd = TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // By design: nothing here is tried again, not even after a signal. Nor is the size that the
+    // file claims believed, which may be terabytes where the first read fails.
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         // The wording is the boot profile's for every file.
         ALOGE("parseBootProf open %s failed", path.c_str());
         return lines;
     }
-    struct stat info = {};
     text.clear();
-    if (fstat(fd, &info) == 0) text.reserve(static_cast<size_t>(info.st_size));
     char block[kReadSize];
     ssize_t count = 0;
-    while ((count = TEMP_FAILURE_RETRY(read(fd, block, sizeof(block)))) > 0) {
+    while ((count = read(fd, block, sizeof(block))) > 0) {
         text.append(block, static_cast<size_t>(count));
     }
     close(fd);
