@@ -232,7 +232,7 @@ void BfRecovery::cleanRecoveryHistory() {
 
 int BfRecovery::getCurrentRecoveryMode() {
     const std::string history = getFirstLine(kHistoryPath);
-    return history.size() >= 2 ? static_cast<signed char>(history[1]) - '0' : 0;
+    return history.size() >= 2 ? byteAt(history, 1) - '0' : 0;
 }
 
 int BfRecovery::getLastBfReason() {
@@ -242,9 +242,8 @@ int BfRecovery::getLastBfReason() {
 
 void BfRecovery::submitSuccessInfo(int mode) {
     ALOGE("enter submitSuccessInfo");
-    const int reason = static_cast<uint8_t>(getLastBfReason());
-    const std::string report =
-            std::to_string(mode) + "|" + getLocalTime() + "|" + std::to_string(reason);
+    std::string report = std::to_string(mode) + "|" + getLocalTime() + "|";
+    report += std::to_string(static_cast<uint8_t>(getLastBfReason()));
     if (!exists(kBfUploadDir)) {
         ALOGE("BOOTVIGIL /velafs/SDD/bf_upload not exist \n");
         if (mkdir(kBfUploadDir, 0777) != 0) {

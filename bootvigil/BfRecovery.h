@@ -24,8 +24,8 @@ public:
 
     static void cleanRecoveryHistory();
 
-    // Mode and reason of the last action, 0 when none; read them as a byte: any character of the
-    // history file is taken.
+    // Mode and reason of the last action, 0 when none. Any character of the history file is taken,
+    // so the mode may lie outside 0 to 9, and only the reason's low byte counts.
     static int getCurrentRecoveryMode();
     static int getLastBfReason();
 

@@ -96,7 +96,7 @@ void saveCurrentDevInfo(const std::string& token) {
 
 // Records the flash and memory tokens, last one first; one that holds both keys comes twice.
 void saveDeviceIdentification(const std::vector<std::string>& commandLine) {
-    if (exists(kMemHwInfoPath)) return;
+    if (commandLine.empty() || exists(kMemHwInfoPath)) return;
     for (auto line = commandLine.rbegin(); line != commandLine.rend(); ++line) {
         const std::vector<std::string> tokens = split(*line, " ");
         for (auto token = tokens.rbegin(); token != tokens.rend(); ++token) {
