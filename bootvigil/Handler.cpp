@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One worker thread with a queue of delayed messages, on top of the platform's Looper.
+// A worker thread with a queue of delayed messages, on top of the platform's Looper.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
