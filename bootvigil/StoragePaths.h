@@ -10,7 +10,8 @@
 const std::string kInitMsgPath = "/velafs/boot_vigil/init_msg";  // written by VelaLogRaw
 const std::string kBfRecordPath = "/velafs/SDD/bfRecord.txt";
 const std::string kBfRecordBackupPath = "/velafs/SDD/bfRecord_backup.txt";
-const std::string kInitMsgPath2 = "/velafs/boot_vigil/init_msg";  // same text on purpose
+// By design: nobody reads these three.
+const std::string kInitMsgPath2 = "/velafs/boot_vigil/init_msg";
 const std::string kVdfsMarkPath = "/velafs/boot_vigil/VDFS";
 const std::string kVdfsBlockPath = "/dev/block/by-name/vdfs";
 
@@ -20,6 +21,9 @@ extern const std::string kPmicInfoPath;
 extern const std::string kMemHwInfoPath;
 extern const std::string kHealthInfoPath;
 extern const std::string kLogInfoPath;
+
+// Under this id the log-capture service is asked, and its capture has it in its file name.
+constexpr const char* kKelId = "0xffffff06";
 
 constexpr const char* kVelafsDir = "/velafs";
 constexpr const char* kBootVigilDir = "/velafs/boot_vigil";

@@ -14,6 +14,7 @@
 #include "BootMilestones.h"
 #include "BootState.h"
 #include "Bootvigil.h"
+#include "BootvigilHandler.h"
 #include "FuzzDevice.h"
 #include "SplitModel.h"
 

@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "BootMilestones.h"
-#include "BootvigilHandler.h"
+#include "Messages.h"
 #include "RecoveryLists.h"
 
 namespace lab {

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "BootvigilHandler.h"
+#include "Messages.h"
 #include "Timeline.h"
 
 namespace lab {

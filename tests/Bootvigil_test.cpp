@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "BootState.h"
+#include "BootvigilHandler.h"
 #include "DeviceTest.h"
 
 namespace {
