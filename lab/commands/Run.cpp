@@ -2,17 +2,17 @@
 // `bootvigil-lab run`: runs one scenario and checks what it expects.
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
@@ -28,14 +28,6 @@ struct Options {
     bool quiet = false;
     bool effects = false;
 };
-
-// A folder for a run that names none; kept, because it holds what the daemon wrote.
-std::string makeRunFolder() {
-    const char* base = getenv("TMPDIR");
-    std::string path = std::string(base != nullptr ? base : "/tmp") + "/bootvigil-lab-XXXXXX";
-    if (mkdtemp(path.data()) == nullptr) failWithErrno("cannot make", path);
-    return path;
-}
 
 void printEffects(const std::vector<Record>& records) {
     for (const Record& record : records) {
@@ -76,7 +68,9 @@ std::vector<std::string> objections(const Scenario& scenario, const ScenarioRun&
 int runScenario(const Options& options) {
     const Scenario scenario = readScenario(options.file);
     const bool named = !options.folder.empty();
-    const std::string folder = named ? options.folder : makeRunFolder();
+    std::optional<TemporaryFolder> temporary;
+    if (!named) temporary.emplace();
+    const std::string folder = named ? options.folder : temporary->path();
     makeFolders(folder);
     ScenarioRun run(scenario, folder);
     run.run();
@@ -87,17 +81,15 @@ int runScenario(const Options& options) {
     }
 
     const std::vector<std::string> differences = objections(scenario, run);
+    const bool kept = named || !differences.empty() || !(options.quiet || options.effects);
+    if (!named && kept) temporary->keep();
     if (!differences.empty()) {
         fprintf(stderr, "%s does not hold:\n", options.file.c_str());
         for (const std::string& line : differences) fprintf(stderr, "%s\n", line.c_str());
         fprintf(stderr, "what the daemon left behind: %s\n", folder.c_str());
         return kFailed;
     }
-    if ((options.quiet || options.effects) && !named) {
-        std::filesystem::remove_all(folder);
-    } else {
-        printf("\nwhat the daemon left behind: %s/root/velafs\n", folder.c_str());
-    }
+    if (kept) printf("\nwhat the daemon left behind: %s/root/velafs\n", folder.c_str());
     return 0;
 }
 

@@ -17,8 +17,8 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/base/Text.h"
 #include "lab/replay/RecordedRun.h"
 #include "lab/rules/Milestones.h"
@@ -110,8 +110,7 @@ int pidOf(const ProfileScript::Event& event) {
 }
 
 Events healthyEvents(double stretch) {
-    static const std::string path = dataPath("profiles/healthy.txt");
-    ProfileScript profile = ProfileScript::parse(readFile(path), path);
+    ProfileScript profile = ProfileScript::healthy();
     profile.stretch(stretch);
     Events events = profile.events();
     // A line of the boot loader may look like an event.
@@ -151,7 +150,6 @@ void addRound(Events& events, const Events& all, size_t from, size_t to, int64_t
 // A device whose log-capture service answers at once: the capture is not what is measured here.
 Scenario device(bool firstBoot, Events events, int64_t endMs) {
     Scenario scenario;
-    scenario.clock = 1794740400;  // 2026-11-15 11:00:00
     scenario.commandLine = "poffsts=0x09 FlashID=90014a483942 mem_index=3\n";
     scenario.properties = {{"ro.boot.mode", "normal"},
                            {"init.svc.kel", "running"},
@@ -320,12 +318,12 @@ Result runBoot(uint64_t seed, int index, const std::string& folder) {
 // Writes the results of every `jobs`th boot, from the `job`th on, to where they belong.
 [[noreturn]] void work(uint64_t seed, int boots, int job, int jobs, Result* results) {
     try {
-        const char* base = getenv("TMPDIR");
-        if (base == nullptr) base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        std::string folder = std::string(base) + "/bootvigil-lab-XXXXXX";
-        if (mkdtemp(folder.data()) == nullptr) failWithErrno("cannot make", folder);
-        for (int i = job; i < boots; i += jobs) results[i] = runBoot(seed, i, folder + "/run");
-        std::filesystem::remove_all(folder);
+        {
+            const TemporaryFolder folder(TemporaryFolder::inMemory());
+            for (int i = job; i < boots; i += jobs) {
+                results[i] = runBoot(seed, i, folder.path() + "/run");
+            }
+        }
         _exit(0);
     } catch (const std::exception& error) {
         fprintf(stderr, "bootvigil-lab: %s\n", error.what());

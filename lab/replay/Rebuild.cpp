@@ -58,7 +58,6 @@ public:
     Rebuilder(const Remains& remains, RebuiltBoot& rebuilt)
         : mRemains(remains), mRebuilt(rebuilt), mRecorded(rebuilt.recorded) {
         Scenario& scenario = rebuilt.scenario;
-        scenario.clock = 1794740400;  // no verdict depends on it
         scenario.properties = {{"ro.boot.mode", "normal"}};
         for (const char* buffer : {"main", "system", "events", "radio", "crash", "kernel"}) {
             scenario.logSizes[buffer] = 0;

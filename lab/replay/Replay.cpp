@@ -14,6 +14,7 @@
 #include "Archive.h"
 #include "Formats.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
 
@@ -24,28 +25,6 @@ namespace {
 constexpr size_t kMostBytes = 256 << 20;  // of a captured log; real buffers have some MiB
 constexpr size_t kMostProfile = 1 << 20;  // the kernel's own buffer is smaller
 constexpr size_t kMostState = 1 << 16;
-
-// A folder that goes with the object.
-class TemporaryFolder {
-public:
-    TemporaryFolder()
-        : mPath((std::filesystem::temp_directory_path() / "bootvigil-replay-XXXXXX").string()) {
-        if (mkdtemp(mPath.data()) == nullptr) failWithErrno("cannot make", mPath);
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& path() const {
-        return mPath;
-    }
-
-private:
-    std::string mPath;
-};
 
 // The content of an ordinary file of no more than `most` bytes; nothing else is opened.
 std::optional<std::string> readState(const std::string& path, size_t most) {

@@ -12,6 +12,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "lab/base/DataFolder.h"
+#include "lab/base/Files.h"
+
 namespace lab {
 
 namespace {
@@ -31,6 +34,12 @@ std::string ProfileScript::Event::by() const {
     const size_t first = rest.find_first_not_of(": ");
     const size_t last = rest.find_last_not_of(": ", rest.size() - name.size() - 1);
     return rest.substr(first, last + 1 - first);
+}
+
+const ProfileScript& ProfileScript::healthy() {
+    static const std::string path = dataPath("profiles/healthy.txt");
+    static const ProfileScript profile = parse(readFile(path), path);
+    return profile;
 }
 
 ProfileScript ProfileScript::parse(const std::string& text, const std::string& source) {

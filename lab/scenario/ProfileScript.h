@@ -12,6 +12,9 @@ namespace lab {
 
 class ProfileScript {
 public:
+    // A real boot that went well: lab/data/profiles/healthy.txt.
+    static const ProfileScript& healthy();
+
     struct Event {
         int64_t us;        // since the kernel's start
         std::string rest;  // ":  408-vold            : vold:fbeEnable:START"

@@ -13,7 +13,6 @@
 #include <yaml-cpp/yaml.h>
 
 #include "Formats.h"
-#include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 
 namespace lab {
@@ -178,7 +177,7 @@ public:
     BootReader(const Reader& reader, Boot& boot) : mReader(reader), mBoot(boot) {}
 
     void read(const YAML::Node& node) {
-        mBoot.profile = healthyProfile();
+        mBoot.profile = ProfileScript::healthy();
         mReader.fields(node, "a boot",
                        {{"about", [&](const auto& n) { mBoot.about = mReader.text(n, "a title"); }},
                         {"properties",
@@ -220,12 +219,6 @@ public:
 
 private:
     static constexpr int64_t kDefaultEnd = 7200000;  // ms
-
-    static const ProfileScript& healthyProfile() {
-        static const std::string path = dataPath("profiles/healthy.txt");
-        static const ProfileScript profile = ProfileScript::parse(readFile(path), path);
-        return profile;
-    }
 
     void addEnd(const YAML::Node& node, Change::Kind kind) {
         mBoot.changes.push_back({mReader.seconds(node, "when the boot ends"), kind, "", "", 0});
@@ -493,7 +486,6 @@ Scenario readScenario(const std::string& path) {
     scenario.commandLine = kCommandLine;
     scenario.properties = kProperties;
     scenario.logSizes = kLogSizes;
-    scenario.clock = 1794740400;  // 2026-11-15 11:00:00
     reader.fields(document, "a scenario",
                   {{"about",
                     [&](const auto& n) { scenario.about = reader.text(n, "a line about it"); }},

@@ -78,10 +78,12 @@ struct Boot {
 };
 
 struct Scenario {
+    static constexpr time_t kDefaultClock = 1794740400;  // 2026-11-15 11:00:00 UTC
+
     std::string path;
     std::string about;
 
-    time_t clock = 0;  // time of day at the start of the first boot, UTC
+    time_t clock = kDefaultClock;  // time of day at the start of the first boot, UTC
     std::string commandLine;
     TextMap properties;                       // set at the start of every boot
     TextMap files;                            // on the device before the first boot, by device path

@@ -15,6 +15,7 @@
 #include "Archive.h"
 #include "bootvigil/Bootvigil.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
@@ -106,12 +107,8 @@ protected:
 class ZstdCommandTest : public testing::Test {
 protected:
     ZstdCommandTest() {
-        if (mkdtemp(mFolder.data()) == nullptr) lab::failWithErrno("cannot make", mFolder);
         mCompressor.mOutputDir = mFolder.c_str();
         mCompressor.mFileSuffix = ".zs";
-    }
-    ~ZstdCommandTest() override {
-        std::filesystem::remove_all(mFolder);
     }
 
     // zstd accepts the archive, which holds `expected`.
@@ -122,7 +119,8 @@ protected:
                system(("zstd -dcq " + archive + " | cmp - " + mFolder + "/expected").c_str()) == 0;
     }
 
-    std::string mFolder = testing::TempDir() + "bootvigil-test-XXXXXX";
+    const lab::TemporaryFolder mTemporary{testing::TempDir()};
+    const std::string mFolder = mTemporary.path();
     bootvigil::CompressZstd mCompressor;
 };
 

@@ -30,11 +30,8 @@ void keepLine(const __android_logger_data* data, const char* message) {
 
 }  // namespace
 
-DeviceTest::DeviceTest(const std::string& base) {
-    std::string folder = base + "bootvigil-test-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) lab::failWithErrno("cannot make", folder);
-    mFolder = folder;
-    mRoot = std::make_unique<lab::DeviceRoot>(folder + "/root");
+DeviceTest::DeviceTest(const std::string& base) : mFolder(base) {
+    mRoot = std::make_unique<lab::DeviceRoot>(mFolder.path() + "/root");
     lab::makeFolders(mRoot->at("/tmp"));  // for death tests
     unsetenv("TZ");
     setenv("PATH", "/system/bin", 1);
@@ -46,7 +43,6 @@ DeviceTest::DeviceTest(const std::string& base) {
 
 DeviceTest::~DeviceTest() {
     mInside.reset();
-    std::filesystem::remove_all(mFolder);
 }
 
 void DeviceTest::write(const std::string& path, const std::string& content) {

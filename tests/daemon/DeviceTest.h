@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "lab/base/TemporaryFolder.h"
 #include "lab/device/DeviceRoot.h"
 #include "lab/device/LibcTime.h"
 
@@ -51,7 +52,7 @@ protected:
     int mCancelResult = 0;
 
 private:
-    std::string mFolder;
+    const lab::TemporaryFolder mFolder;
     std::unique_ptr<lab::DeviceRoot> mRoot;
     std::unique_ptr<lab::InsideRoot> mInside;
 };

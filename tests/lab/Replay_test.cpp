@@ -19,6 +19,7 @@
 #include "DaemonLog.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
 
@@ -27,13 +28,9 @@ namespace {
 class ReplayTest : public testing::Test {
 protected:
     ReplayTest() {
-        if (mkdtemp(mFolder.data()) == nullptr) lab::failWithErrno("cannot make", mFolder);
         mLeft = mFolder + "/left";
         mPartition = mLeft + "/root/velafs";
         mLog = mPartition + "/boot_vigil/log/android_main_log.zs";
-    }
-    ~ReplayTest() override {
-        std::filesystem::remove_all(mFolder);
     }
 
     // Leaves what a device would after the first boots of a shipped scenario.
@@ -66,7 +63,8 @@ protected:
         return names;
     }
 
-    std::string mFolder = testing::TempDir() + "bootvigil-test-XXXXXX";
+    const lab::TemporaryFolder mTemporary{testing::TempDir()};
+    const std::string mFolder = mTemporary.path();
     std::string mLeft;
     std::string mPartition;
     std::string mLog;

@@ -11,6 +11,7 @@
 
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/random/RandomScenario.h"
 #include "lab/scenario/ScenarioWriter.h"
 
@@ -20,17 +21,6 @@ using namespace lab;
 
 class SagaTest : public testing::Test {
 protected:
-    SagaTest() {
-        // In memory where there is one: thousands of files are made and removed.
-        const std::string base = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir();
-        std::string folder = base + "bootvigil-saga-XXXXXX";
-        if (mkdtemp(folder.data()) == nullptr) failWithErrno("cannot make", folder);
-        mFolder = folder;
-    }
-    ~SagaTest() override {
-        std::filesystem::remove_all(mFolder);
-    }
-
     std::unique_ptr<ScenarioRun> runBoots(const Scenario& scenario) {
         std::filesystem::remove_all(mFolder + "/run");
         makeFolders(mFolder + "/run");
@@ -39,7 +29,8 @@ protected:
         return run;
     }
 
-    std::string mFolder;
+    const TemporaryFolder mTemporary{TemporaryFolder::inMemory()};
+    const std::string mFolder = mTemporary.path();
 };
 
 TEST_F(SagaTest, WrittenScenarioRunsTheSame) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/ProfileScript.h"
 
@@ -18,13 +19,6 @@ namespace {
 
 class ScenarioTest : public testing::Test {
 protected:
-    ScenarioTest() {
-        if (mkdtemp(mFolder.data()) == nullptr) lab::failWithErrno("cannot make", mFolder);
-    }
-    ~ScenarioTest() override {
-        std::filesystem::remove_all(mFolder);
-    }
-
     // What is wrong with a scenario file of this content.
     std::string errorOf(const std::string& content) {
         lab::writeFile(mFolder + "/s.yaml", content);
@@ -36,7 +30,8 @@ protected:
         return "none";
     }
 
-    std::string mFolder = testing::TempDir() + "bootvigil-test-XXXXXX";
+    const lab::TemporaryFolder mTemporary{testing::TempDir()};
+    const std::string mFolder = mTemporary.path();
 };
 
 TEST_F(ScenarioTest, WrongFilesAreRefusedWithTheirPlace) {

@@ -19,6 +19,7 @@
 #include "Formats.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
@@ -27,12 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using lab::Record;
-
-std::string makeFolder() {
-    std::string folder = testing::TempDir() + "bootvigil-test-XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) lab::failWithErrno("cannot make", folder);
-    return folder;
-}
 
 std::vector<std::string> scenarioFiles() {
     std::vector<std::string> files;
@@ -50,9 +45,6 @@ protected:
         mRun.run();
         mRecords = mRun.records();
     }
-    ~RunTest() override {
-        fs::remove_all(mFolder);
-    }
 
     // The last text of a kind that the lab saw; empty when there was none, or it was removed.
     std::string lastOf(const char* kind, const std::string& name = "") const {
@@ -64,7 +56,8 @@ protected:
         return text;
     }
 
-    const std::string mFolder = makeFolder();
+    const lab::TemporaryFolder mTemporary;
+    const std::string mFolder = mTemporary.path();
     const lab::Scenario mScenario;
     lab::ScenarioRun mRun;
     std::vector<Record> mRecords;
@@ -152,10 +145,10 @@ TEST_P(RunTest, EveryChangedExpectationIsFound) {
 }
 
 TEST_P(RunTest, IsTheSameTwice) {
-    const std::string folder = makeFolder();
+    const lab::TemporaryFolder temporary;
+    const std::string& folder = temporary.path();
     lab::ScenarioRun(mScenario, folder).run();
     EXPECT_EQ(lab::readFile(folder + "/run.jsonl"), lab::readFile(mFolder + "/run.jsonl"));
-    fs::remove_all(folder);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenario, RunTest, testing::ValuesIn(scenarioFiles()),
@@ -180,9 +173,6 @@ protected:
             if (entry.is_regular_file()) mArtifacts.push_back(entry.path());
         }
     }
-    ~DamageTest() override {
-        fs::remove_all(mFolder);
-    }
 
     // Every form comes out, and the file is named as damaged if it must be.
     void expectReport(const std::string& file, bool mustBeNamed, const std::string& how) {
@@ -199,7 +189,8 @@ protected:
         EXPECT_NE(toPerfetto(read), "");
     }
 
-    std::string mFolder = makeFolder();
+    const lab::TemporaryFolder mTemporary;
+    const std::string mFolder = mTemporary.path();
     std::string mPartition = mFolder + "/velafs";
     std::vector<std::string> mArtifacts;
 };
