@@ -5,8 +5,8 @@
 
 #include "Boots.h"
 #include "DaemonLog.h"
-#include "FuzzDevice.h"
-#include "Rebuild.h"
+#include "fuzz/FuzzDevice.h"
+#include "lab/replay/Rebuild.h"
 
 using namespace fuzz;
 

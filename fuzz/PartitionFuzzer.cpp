@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "FuzzDevice.h"
 #include "Formats.h"
 #include "Report.h"
-#include "SplitModel.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

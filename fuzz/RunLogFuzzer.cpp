@@ -2,8 +2,8 @@
 // The run log that a lab writes, as the report reads it.
 
 #include "Boots.h"
-#include "FuzzDevice.h"
-#include "SplitModel.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

@@ -73,7 +73,7 @@ def sample_report():
 
 # One log with priorities and tags, one without, an empty one; a fourth capture has no log at all.
 def sample_logs(megabytes):
-    main = (ROOT / "lab/logs/logcat_sample.txt").read_text(errors="replace").replace("\0", " ")
+    main = (ROOT / "lab/data/logs/logcat_sample.txt").read_text(errors="replace").replace("\0", " ")
     main = "--------- beginning of main\n" + main * max(1, megabytes * 1_000_000 // len(main))
     kernel = "".join(f"<6>[{i / 7:12.6f}] cpu{i % 8}: probe {i} took {i * 37 % 900} us\n" for i in range(400))
     return [("android_main_log", main), ("sys_kernel_log", kernel), ("android_crash_log", "")]
