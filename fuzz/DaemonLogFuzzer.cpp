@@ -3,8 +3,8 @@
 
 #include <stdexcept>
 
-#include "Boots.h"
-#include "DaemonLog.h"
+#include "report/read/Boots.h"
+#include "report/read/DaemonLog.h"
 #include "FuzzDevice.h"
 #include "Rebuild.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The run log that a lab writes, as the report reads it.
 
-#include "Boots.h"
+#include "report/read/Boots.h"
 #include "FuzzDevice.h"
 #include "SplitModel.h"
 

@@ -19,7 +19,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 #include "Calls.h"
 #include "Files.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "DaemonLog.h"
+#include "report/read/DaemonLog.h"
 #include "RecordedRun.h"
 #include "Scenario.h"
 

@@ -11,9 +11,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 #include "Files.h"
-#include "Formats.h"
 #include "Rebuild.h"
 #include "Saga.h"
 

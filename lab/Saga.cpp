@@ -26,7 +26,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 #include "Calls.h"
 #include "DeviceWorld.h"
 #include "Files.h"

@@ -13,7 +13,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "Files.h"
-#include "Formats.h"
+#include "report/show/Text.h"
 
 namespace lab {
 

@@ -12,9 +12,9 @@
 #include <set>
 
 #include "BootMilestones.h"
-#include "ErrorNumber.h"
+#include "report/read/ErrorNumber.h"
 #include "Files.h"
-#include "Formats.h"
+#include "report/show/Text.h"
 
 namespace lab {
 

@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 #include "Bootvigil.h"
 #include "DeviceTest.h"
 #include "Files.h"

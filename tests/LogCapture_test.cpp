@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 #include "Bootvigil.h"
 #include "DeviceTest.h"
 

@@ -15,8 +15,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Archive.h"
-#include "DaemonLog.h"
+#include "report/read/Archive.h"
+#include "report/read/DaemonLog.h"
 #include "Files.h"
 #include "Rebuild.h"
 #include "Saga.h"

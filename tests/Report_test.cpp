@@ -2,7 +2,7 @@
 // Tests of the report: every shipped scenario is run once, its partition reported, and what the
 // report says held against what the lab knows; then damaged partitions.
 
-#include "Report.h"
+#include "report/read/Report.h"
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -15,9 +15,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Boots.h"
+#include "report/read/Boots.h"
 #include "Files.h"
-#include "Formats.h"
+#include "report/show/Json.h"
+#include "report/show/Page.h"
+#include "report/show/Text.h"
+#include "report/show/TraceEvents.h"
 #include "Saga.h"
 #include "Scenario.h"
 #include "Timeline.h"
@@ -195,7 +198,7 @@ protected:
         }
         EXPECT_NE(toText(read), "");
         EXPECT_NE(report::dump(toJson(read)), "");
-        EXPECT_NE(toPerfetto(read), "");
+        EXPECT_NE(toTraceEvents(read), "");
     }
 
     std::string mFolder = makeFolder();
