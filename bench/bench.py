@@ -16,7 +16,7 @@ import threading
 import time
 
 BIN = "build/bin/"
-SAMPLE = "lab/logs/logcat_sample.txt"
+SAMPLE = "lab/data/logs/logcat_sample.txt"
 ZSTD = "zstd -5 --check --single-thread -q"
 MIB = 1 << 20
 
@@ -132,7 +132,7 @@ def in_process(log, folder, lines, rounds):
 
 def make_device(folder, booted):
     """What a boot of the daemon finds, without a shell: nothing is captured."""
-    files = {"proc/bootprof": open("lab/profiles/healthy.txt").read(), "dev/bootvigilk": "",
+    files = {"proc/bootprof": open("lab/data/profiles/healthy.txt").read(), "dev/bootvigilk": "",
              "proc/cmdline": "", "data/vela_dfr/firstboot": "",
              "dev/__properties__/ro.boot.mode": "normal"}
     if booted:

@@ -6,7 +6,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "VirtualTime.h"
+#include "lab/device/LibcTime.h"
 
 // The daemon's own main, or empty_main.cpp.
 int bootvigilMain();

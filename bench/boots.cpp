@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Boots a scenario's first boot again and again in one device root, checked against the rules as
-// in a saga, and prints how fast.
+// in a run, and prints how fast.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,10 +9,10 @@
 #include <exception>
 #include <vector>
 
-#include "DeviceRoot.h"
-#include "Files.h"
-#include "Saga.h"
-#include "Scenario.h"
+#include "lab/base/Files.h"
+#include "lab/device/DeviceRoot.h"
+#include "lab/run/ScenarioRun.h"
+#include "lab/scenario/Scenario.h"
 
 int main(int argc, char** argv) {
     if (argc != 4) {
@@ -25,16 +25,16 @@ int main(int argc, char** argv) {
         const lab::Boot boot = scenario.boots.front();
         scenario.boots.assign(static_cast<size_t>(atol(argv[2])), boot);
         lab::makeFolders(argv[3]);
-        lab::Saga saga(scenario, argv[3], lab::Keep::TRACE);
+        lab::ScenarioRun run(scenario, argv[3], lab::Keep::TRACE);
         const auto started = std::chrono::steady_clock::now();
-        saga.run();
+        run.run();
         const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
         double virtualSeconds = 0;
-        for (const lab::BootOutcome& outcome : saga.outcomes()) {
+        for (const lab::BootOutcome& outcome : run.outcomes()) {
             virtualSeconds += static_cast<double>(outcome.endedAt) / 1000;
         }
         printf("{\"boots\": %zu, \"seconds\": %.6f, \"virtual_seconds\": %.3f}\n",
-               saga.outcomes().size(), real.count(), virtualSeconds);
+               run.outcomes().size(), real.count(), virtualSeconds);
     } catch (const std::exception& error) {
         fprintf(stderr, "%s: %s\n", argv[0], error.what());
         return 1;

@@ -6,7 +6,7 @@
 
 #include <android/log.h>
 
-#include "compress/CompressZstd.h"
+#include "bootvigil/compress/CompressZstd.h"
 
 int main(int argc, char** argv) {
     if (argc != 5 || (strcmp(argv[1], "file") != 0 && strcmp(argv[1], "command") != 0)) {

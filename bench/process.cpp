@@ -16,9 +16,9 @@
 #include <benchmark/benchmark.h>
 #include <zstd.h>
 
-#include "BootMilestones.h"
-#include "Bootvigil.h"
-#include "compress/CompressZstd.h"
+#include "bootvigil/BootMilestones.h"
+#include "bootvigil/Bootvigil.h"
+#include "bootvigil/compress/CompressZstd.h"
 
 namespace {
 

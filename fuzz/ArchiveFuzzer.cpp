@@ -5,7 +5,7 @@
 
 #include <zstd.h>
 
-#include "FuzzDevice.h"
+#include "fuzz/FuzzDevice.h"
 
 using namespace fuzz;
 

@@ -11,11 +11,11 @@
 
 #include <utils/Looper.h>
 
-#include "BootMilestones.h"
-#include "BootState.h"
-#include "Bootvigil.h"
-#include "FuzzDevice.h"
-#include "SplitModel.h"
+#include "bootvigil/BootMilestones.h"
+#include "bootvigil/BootState.h"
+#include "bootvigil/Bootvigil.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

@@ -13,8 +13,8 @@
 
 #include <zstd.h>
 
-#include "FuzzDevice.h"
-#include "compress/CompressZstd.h"
+#include "bootvigil/compress/CompressZstd.h"
+#include "fuzz/FuzzDevice.h"
 
 using namespace fuzz;
 

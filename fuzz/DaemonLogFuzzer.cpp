@@ -3,10 +3,10 @@
 
 #include <stdexcept>
 
+#include "fuzz/FuzzDevice.h"
+#include "lab/replay/Rebuild.h"
 #include "report/read/Boots.h"
 #include "report/read/DaemonLog.h"
-#include "FuzzDevice.h"
-#include "Rebuild.h"
 
 using namespace fuzz;
 

@@ -2,7 +2,7 @@
 // What every fuzzer stands on: a device's folders beside the workstation's own, the calls by which
 // the daemon would end or reach other processes, and its log.
 
-#include "FuzzDevice.h"
+#include "fuzz/FuzzDevice.h"
 
 #include <android/log.h>
 #include <errno.h>
@@ -22,8 +22,8 @@
 #include <exception>
 #include <filesystem>
 
-#include "DeviceRoot.h"
-#include "Files.h"
+#include "lab/base/Files.h"
+#include "lab/device/DeviceRoot.h"
 
 namespace fuzz {
 

@@ -6,9 +6,9 @@
 
 #include <stdexcept>
 
-#include "ErrNumInfo.h"
-#include "FuzzDevice.h"
-#include "SplitModel.h"
+#include "bootvigil/ErrNumInfo.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

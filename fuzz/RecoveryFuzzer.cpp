@@ -9,10 +9,10 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "BfRecovery.h"
-#include "BootState.h"
-#include "FuzzDevice.h"
-#include "SplitModel.h"
+#include "bootvigil/BfRecovery.h"
+#include "bootvigil/BootState.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

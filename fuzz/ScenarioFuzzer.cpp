@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The scenario reader: a scenario, or one line that names file and place.
 
-#include "Scenario.h"
+#include "lab/scenario/Scenario.h"
 
 #include <stdexcept>
 
-#include "FuzzDevice.h"
+#include "fuzz/FuzzDevice.h"
 
 using namespace fuzz;
 

@@ -5,9 +5,9 @@
 
 #include <stdexcept>
 
-#include "FuzzDevice.h"
-#include "SplitModel.h"
-#include "Utils.h"
+#include "bootvigil/Utils.h"
+#include "fuzz/FuzzDevice.h"
+#include "fuzz/SplitModel.h"
 
 using namespace fuzz;
 

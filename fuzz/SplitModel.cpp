@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What split() has to do, told in another way than its own, and how files are cut into lines.
 
-#include "SplitModel.h"
+#include "fuzz/SplitModel.h"
 
 #include <stdio.h>
 

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+// Exit statuses of a boot's process that are none of the daemon's own.
+
+#pragma once
+
+namespace lab {
+
+constexpr int kStillRunning = 124;  // the scenario ended before the daemon did
+constexpr int kCutOff = 125;        // the power did
+constexpr int kBrokenLab = 126;  // the lab could not do its part, and has said so on standard error
+
+}  // namespace lab

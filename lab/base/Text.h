@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// Small helpers for texts.
+
+#pragma once
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+inline bool startsWith(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+inline bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Without their ends; a last line needs none.
+inline std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    for (size_t from = 0, end = 0; from < text.size(); from = end + 1) {
+        end = std::min(text.find('\n', from), text.size());
+        lines.push_back(text.substr(from, end - from));
+    }
+    return lines;
+}
+
+// What follows `prefix`, without blanks in front; nothing when the text begins otherwise.
+inline std::optional<std::string> after(const std::string& text, const std::string& prefix) {
+    if (text.rfind(prefix, 0) != 0) return std::nullopt;
+    const size_t first = text.find_first_not_of(' ', prefix.size());
+    return first == std::string::npos ? "" : text.substr(first);
+}
+
+inline std::string firstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+template <typename... Values>
+std::string format(const char* layout, Values... values) {
+    char text[1024];
+    snprintf(text, sizeof(text), layout, values...);
+    return text;
+}
+
+}  // namespace lab

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// `bootvigil-lab list`: one line per shipped scenario.
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "lab/base/DataFolder.h"
+#include "lab/commands/Commands.h"
+#include "lab/scenario/Scenario.h"
+
+namespace lab {
+
+namespace {
+
+void listScenarios() {
+    const std::string folder = dataPath("scenarios");
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    for (const std::filesystem::path& file : files) {
+        printf("%-28s %s\n", file.stem().c_str(), readScenario(file).about.c_str());
+    }
+    printf("\nthey are in %s\n", folder.c_str());
+}
+
+}  // namespace
+
+void addList(CLI::App& app, int& /* status */) {
+    app.add_subcommand("list", "list the shipped scenarios")->callback(listScenarios);
+}
+
+}  // namespace lab

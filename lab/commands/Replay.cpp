@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// `bootvigil-lab replay`: boots today's daemon on what a device recorded.
+
+#include "lab/replay/Replay.h"
+
+#include <stdio.h>
+
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "lab/commands/Commands.h"
+
+namespace lab {
+
+namespace {
+
+struct Options {
+    std::string folder;
+    std::string profile;  // empty: none was pulled
+};
+
+int replayRecord(const Options& options) {
+    const ReplayResult result = replay(options.folder, options.profile);
+    for (const std::string& line : describeReplay(result)) printf("%s\n", line.c_str());
+    return result.agrees() ? 0 : kFailed;
+}
+
+}  // namespace
+
+void addReplay(CLI::App& app, int& status) {
+    CLI::App* command =
+            app.add_subcommand("replay", "boot today's daemon on what a device recorded");
+    const auto options = std::make_shared<Options>();
+    command->add_option("folder", options->folder, "a copy of the device's persistent partition")
+            ->required();
+    command->add_option("--profile", options->profile,
+                        "the device's boot profile, if it was pulled");
+    command->callback([options, &status] { status = replayRecord(*options); });
+}
+
+}  // namespace lab

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: Apache-2.0
+// The device root: a folder that holds what the daemon sees of a device, made into "/" by chroot.
+
+#include "lab/device/DeviceRoot.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <vector>
+
+#include "lab/base/Files.h"
+
+namespace lab {
+
+namespace {
+
+bool gInside = false;
+
+constexpr const char* kBusybox = "/bin/busybox";
+// Small enough that a capture's many shells don't outweigh the daemon: they start in a third of the
+// time that busybox takes.
+constexpr const char* kShell = "/usr/lib/klibc/bin/sh";
+constexpr const char* kCat = "/usr/lib/klibc/bin/cat";
+constexpr const char* kInNamespace = "BOOTVIGIL_LAB_IN_NAMESPACE";
+
+constexpr const char* kTools[] = {"rm", "tar", "printf", "head", "yes", "sleep"};
+
+// Like a device's: they print what the simulated buffers hold.
+constexpr const char* kLogcat =
+        "#!/system/bin/sh\n"
+        "while [ $# -gt 0 ]; do [ \"$1\" = -b ] && buffer=$2; shift; done\n"
+        "[ -e /dev/log/$buffer.endless ] && while cat /dev/log/$buffer; do :; done\n"
+        "exec cat /dev/log/$buffer\n";
+constexpr const char* kDmesg =
+        "#!/system/bin/sh\n"
+        "exec cat /dev/log/kernel\n";
+
+// The library that is the interpreter of both: its name holds a version, and the shell names it. An
+// emulator of programs may show another /lib to one that looks around there.
+std::string shellLibrary() {
+    const std::string shell = readFile(kShell);
+    const size_t name = shell.find("/lib/klibc-");
+    if (name == std::string::npos) {
+        throw std::runtime_error(std::string(kShell) + " is not klibc's (package klibc-utils)");
+    }
+    return shell.c_str() + name;
+}
+
+void linkOrCopy(const std::string& from, const std::string& to) {
+    std::error_code error;
+    std::filesystem::create_hard_link(from, to, error);
+    if (!error) return;
+    std::filesystem::copy_file(from, to, error);
+    if (error) {
+        throw std::runtime_error("cannot copy " + from + " to " + to + ": " + error.message());
+    }
+}
+
+void writeScript(const std::string& path, const char* text) {
+    writeFile(path, text);
+    chmod(path.c_str(), 0755);
+}
+
+}  // namespace
+
+void requireDeviceRoot(char** argv) {
+    for (const auto& [program, package] :
+         {std::pair{kBusybox, "busybox-static"}, std::pair{kShell, "klibc-utils"}}) {
+        if (fileExists(program)) continue;
+        fprintf(stderr, "%s: %s is missing (package %s)\n", argv[0], program, package);
+        exit(1);
+    }
+    if (geteuid() == 0) return;
+    if (getenv(kInNamespace) != nullptr ||
+        system("unshare --user --map-root-user --mount true 2>/dev/null") != 0) {
+        fprintf(stderr,
+                "%s: a device root needs root, or a user namespace (unshare --user --mount), and "
+                "this system allows neither\n",
+                argv[0]);
+        exit(1);
+    }
+    setenv(kInNamespace, "1", 1);
+    std::vector<char*> arguments;
+    for (const char* argument : {"unshare", "--user", "--map-root-user", "--mount"}) {
+        arguments.push_back(const_cast<char*>(argument));
+    }
+    for (char** argument = argv; *argument != nullptr; ++argument) arguments.push_back(*argument);
+    arguments.push_back(nullptr);
+    execvp("unshare", arguments.data());
+    perror("unshare");
+    exit(1);
+}
+
+void copyDeviceTools(const std::string& folder) {
+    for (const std::string& path :
+         {std::string(kBusybox), std::string(kShell), std::string(kCat), shellLibrary()}) {
+        makeFolders(std::filesystem::path(folder + path).parent_path());
+        linkOrCopy(path, folder + path);
+    }
+}
+
+DeviceRoot::DeviceRoot(std::string path, const std::string& tools) : mPath(std::move(path)) {
+    if (fileExists(mPath) && !std::filesystem::is_empty(mPath)) {
+        throw std::runtime_error("cannot make a device root of " + mPath + ": it is not empty");
+    }
+    for (const char* folder : {"/dev", "/data", "/proc", "/sys/fs/pstore", "/system/bin", "/lib"}) {
+        makeFolders(at(folder));
+    }
+    for (const char* folder : {"/velafs/boot_vigil/log", "/velafs/SDD"}) {
+        makeFolders(at(folder), 0777);
+    }
+    std::filesystem::create_directory_symlink("system/bin", at("/bin"));
+    const std::string library = shellLibrary();
+    linkOrCopy(tools + kShell, at("/system/bin/sh"));
+    linkOrCopy(tools + kCat, at("/system/bin/cat"));
+    linkOrCopy(tools + library, at(library));
+    linkOrCopy(tools + kBusybox, at("/system/bin/busybox"));
+    for (const char* tool : kTools) {
+        std::filesystem::create_symlink("busybox", at("/system/bin/") + tool);
+    }
+    writeScript(at("/system/bin/logcat"), kLogcat);
+    writeScript(at("/system/bin/dmesg"), kDmesg);
+}
+
+std::string DeviceRoot::at(const std::string& devicePath) const {
+    return mPath + devicePath;
+}
+
+void DeviceRoot::mountPartition(size_t bytes) const {
+    const std::string options = "mode=0777,size=" + std::to_string(bytes);
+    // A namespace of this process's own keeps the mount from the rest of the workstation. Inside a
+    // chroot "/" is no mount that could be made private, and so none of ours to worry about.
+    if (unshare(CLONE_NEWNS) != 0 ||
+        (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 && errno != EINVAL)) {
+        failWithErrno("cannot make a mount namespace for", at("/velafs"));
+    }
+    if (mount("velafs", at("/velafs").c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        failWithErrno("cannot mount a partition at", at("/velafs"));
+    }
+}
+
+void DeviceRoot::makePartitionWritable() const {
+    if (mount(nullptr, at("/velafs").c_str(), nullptr, MS_REMOUNT, nullptr) != 0) {
+        failWithErrno("cannot make writable", at("/velafs"));
+    }
+}
+
+void DeviceRoot::unmountPartition() const {
+    namespace fs = std::filesystem;
+    const fs::path partition = at("/velafs");
+    const fs::path copy = at("/velafs.copy");
+    fs::copy(partition, copy, fs::copy_options::recursive);
+    // A command that was killed a moment ago may still hold a file.
+    if (umount2(partition.c_str(), MNT_DETACH) != 0) failWithErrno("cannot unmount", partition);
+    fs::remove_all(partition);
+    fs::rename(copy, partition);
+}
+
+void DeviceRoot::enter() const {
+    if (chroot(mPath.c_str()) != 0 || chdir("/") != 0) failWithErrno("cannot chroot to", mPath);
+    gInside = true;
+}
+
+InsideRoot::InsideRoot(const DeviceRoot& root)
+    : mOldRoot(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+      mOldFolder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    root.enter();
+}
+
+InsideRoot::~InsideRoot() {
+    if (fchdir(mOldRoot) != 0 || chroot(".") != 0 || fchdir(mOldFolder) != 0) abort();
+    close(mOldRoot);
+    close(mOldFolder);
+    gInside = false;
+}
+
+}  // namespace lab
+
+// Asked by the sanitizers, under their own names.
+extern "C" {
+
+int __lsan_is_turned_off();
+const char* __tsan_default_options();
+
+// Inside a device root the leak checker could not look at /proc/self.
+int __lsan_is_turned_off() {
+    return lab::gInside ? 1 : 0;
+}
+
+// A boot's process waits a second at its end otherwise.
+const char* __tsan_default_options() {
+    return "atexit_sleep_ms=0";
+}
+
+}  // extern "C"

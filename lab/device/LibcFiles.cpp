@@ -1,0 +1,455 @@
+// SPDX-License-Identifier: Apache-2.0
+// The daemon's calls to the file system and for memory: counted, traced, and failing where a
+// scenario says so. Like virtual time, libc functions are defined here, in the executable.
+
+#include "lab/device/LibcFiles.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <random>
+#include <utility>
+
+#include "lab/base/DevicePaths.h"
+#include "lab/base/Files.h"
+#include "lab/base/ProcessEnd.h"
+#include "lab/device/LibcTime.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define BOOTVIGIL_OWN_MALLOC 0  // a sanitizer's allocator is not to be replaced
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define BOOTVIGIL_OWN_MALLOC 0
+#endif
+#endif
+#ifndef BOOTVIGIL_OWN_MALLOC
+#define BOOTVIGIL_OWN_MALLOC 1
+#endif
+
+namespace lab::calls {
+
+namespace {
+
+using Call = Fault::Call;
+
+constexpr int64_t kWriteBack = 30000;  // ms after which a kernel has written out what was written
+constexpr int kMaxFd = 1024;
+constexpr char kKeptLogs[] = "/dev/velarawlog/";
+constexpr size_t kCallKinds = static_cast<size_t>(Call::MALLOC) + 1;
+
+const char* const kCallNames[kCallKinds] = {"open",  "write", "close", "rename", "remove",
+                                            "mkdir", "chmod", "popen", "malloc"};
+
+// A file as it was before its latest writes, which a power cut may take back.
+struct Unwritten {
+    std::optional<std::string> before;  // unset: it was not there
+    int64_t at = 0;                     // of the last write, device time in ms
+};
+
+const Boot* gBoot = nullptr;
+Trace* gTrace = nullptr;
+std::mutex gLock;  // guards what follows
+int64_t gOperations = 0;
+int64_t gCalls[kCallKinds] = {};
+int64_t gSpace = -1;
+bool gReadOnly = false;      // the partition
+std::string gPaths[kMaxFd];  // of watched descriptors
+std::map<std::string, Unwritten> gUnwritten;
+
+thread_local int tUnwatched = 0;
+thread_local bool tWorker = false;
+
+// Whether a call of this thread is the daemon's.
+bool watching() {
+    return gBoot != nullptr && tUnwatched == 0;
+}
+
+bool onDevice(const char* path) {
+    return strncmp(path, "/velafs", 7) == 0 || strncmp(path, "/data", 5) == 0 ||
+           strncmp(path, kKeptLogs, strlen(kKeptLogs)) == 0;
+}
+
+bool onPartition(const std::string& path) {
+    return path.rfind("/velafs", 0) == 0;
+}
+
+bool isProperty(const std::string& path) {
+    return path.rfind(kPropertyDir, 0) == 0;
+}
+
+// What is written there is a message to the platform, and traced as such.
+bool isMessage(const std::string& path) {
+    return isProperty(path) || path == kKelRequestFile;
+}
+
+// The next definition of a libc function: libc's own, or a sanitizer's, which must see the call.
+template <typename Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+FILE* realFopen(const char* path, const char* mode) {
+    static auto* const function = next<FILE*(const char*, const char*)>("fopen");
+    return function(path, mode);
+}
+
+int realFclose(void* file) {
+    static auto* const function = next<int(FILE*)>("fclose");
+    return function(static_cast<FILE*>(file));
+}
+
+ssize_t realWrite(int fd, const void* data, size_t size) {
+    static auto* const function = next<ssize_t(int, const void*, size_t)>("write");
+    return function(fd, data, size);
+}
+
+int realClose(void* fd) {
+    static auto* const function = next<int(int)>("close");
+    return function(*static_cast<int*>(fd));
+}
+
+int realRemove(const char* path) {
+    static auto* const function = next<int(const char*)>("remove");
+    return function(path);
+}
+
+// Whether the scenario lets this call fail; counts it.
+bool fails(Call call) {
+    const int64_t number = ++gCalls[static_cast<size_t>(call)];
+    return std::any_of(gBoot->faults.begin(), gBoot->faults.end(), [&](const Fault& fault) {
+        return fault.call == call && number >= fault.nth && number < fault.nth + fault.times;
+    });
+}
+
+void traceFault(const std::string& what) {
+    gTrace->add(vtime::now(), TraceEvent::FAULT, what);
+}
+
+bool failsNow(Call call, int error, const char* path = nullptr) {
+    if (!fails(call)) return false;
+    const char* name = kCallNames[static_cast<size_t>(call)];
+    if (path != nullptr) {
+        traceFault(std::string(name) + " " + path);
+    } else {
+        gTrace->add(vtime::now(), TraceEvent::FAULT, name);  // allocates nothing
+    }
+    errno = error;
+    return true;
+}
+
+// Keeps what the file holds before it changes.
+void keepOld(const std::string& path) {
+    if (gBoot->unsynced == Unsynced::KEPT || (gReadOnly && onPartition(path))) return;
+    const auto known = gUnwritten.find(path);
+    if (known != gUnwritten.end() && vtime::now() - known->second.at <= kWriteBack) {
+        known->second.at = vtime::now();
+        return;
+    }
+    Unwritten old;
+    struct stat info = {};
+    if (stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) old.before = readFile(path);
+    old.at = vtime::now();
+    gUnwritten[path] = old;
+}
+
+// A file operation was carried out; the power may go now.
+void operationDone(const std::string& name, const std::string& path, bool succeeded) {
+    const int error = errno;
+    gTrace->add(vtime::now(), TraceEvent::OPERATION,
+                std::to_string(++gOperations) + " " + name + " " + path +
+                        (succeeded ? "" : " failed"));
+    if (gBoot->cutAfter && gOperations == *gBoot->cutAfter) cutPower();
+    errno = error;
+}
+
+void operationDone(Call call, const std::string& path, bool succeeded) {
+    operationDone(kCallNames[static_cast<size_t>(call)], path, succeeded);
+}
+
+// Any operation but one on a descriptor; `detail` is shown after its name.
+template <typename Operation>
+int onPath(Call call, const char* path, int error, Operation operation,
+           const std::string& detail = "") {
+    if (!watching() || !onDevice(path)) return operation();
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    keepOld(path);
+    const int result = failsNow(call, error) ? -1 : operation();
+    operationDone(kCallNames[static_cast<size_t>(call)] + detail, path, result == 0);
+    return result;
+}
+
+// Opens for the daemon; `open` gives a descriptor.
+template <typename Open>
+int openWatched(const char* path, bool forWriting, Open open) {
+    if (!watching()) return open();
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    if (isProperty(path)) {
+        const int fd = open();
+        if (forWriting && fd >= 0 && fd < kMaxFd) gPaths[fd] = path;
+        return fd;
+    }
+    const bool device = onDevice(path);
+    if (device && forWriting) keepOld(path);
+    const int fd = failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
+    if (forWriting && fd >= 0 && fd < kMaxFd && (device || isMessage(path))) gPaths[fd] = path;
+    if (device && forWriting) operationDone(Call::OPEN, path, fd >= 0);
+    return fd;
+}
+
+bool isWatched(int fd) {
+    if (!watching() || fd < 0 || fd >= kMaxFd) return false;
+    const std::lock_guard<std::mutex> lock(gLock);
+    return !gPaths[fd].empty();
+}
+
+// Writes as far as there is room.
+ssize_t writeWatched(int fd, const void* data, size_t size) {
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    const std::string& path = gPaths[fd];
+    if (isMessage(path)) {
+        const std::string text(static_cast<const char*>(data), size);
+        if (isProperty(path)) {
+            const std::string name = path.substr(strlen(kPropertyDir));
+            gTrace->add(vtime::now(), TraceEvent::PROPERTY, name + " " + text);
+        } else {
+            gTrace->add(vtime::now(), TraceEvent::REQUEST, text);
+        }
+        return realWrite(fd, data, size);
+    }
+    keepOld(path);
+    ssize_t result = -1;
+    if (!failsNow(Call::WRITE, EIO)) {
+        const bool limited = gSpace >= 0 && onPartition(path);
+        const size_t room = limited ? std::min(size, static_cast<size_t>(gSpace)) : size;
+        if (room < size) traceFault("space");
+        if (room == 0 && size > 0) {
+            errno = ENOSPC;
+        } else {
+            result = realWrite(fd, data, room);
+        }
+        if (limited && result > 0) gSpace -= result;
+    }
+    operationDone(Call::WRITE, path, result == static_cast<ssize_t>(size));
+    return result;
+}
+
+int closeWatched(int fd, int (*close)(void*), void* argument) {
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    const std::string path = std::exchange(gPaths[fd], "");
+    if (isMessage(path)) return close(argument);
+    const bool failing = failsNow(Call::CLOSE, EIO);
+    int result = close(argument);
+    if (failing) {
+        errno = EIO;
+        result = -1;
+    }
+    operationDone(Call::CLOSE, path, result == 0);
+    return result;
+}
+
+// What the power cut makes of one file.
+void damage(const std::string& path, const Unwritten& old) {
+    uint32_t hash = 2166136261;
+    for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 16777619;
+    std::mt19937 random(hash ^ static_cast<uint32_t>(gBoot->damageSeed));
+    Unsynced how = gBoot->unsynced;
+    if (how == Unsynced::MIXED) {
+        constexpr Unsynced kAll[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED,
+                                     Unsynced::CUT};
+        how = kAll[random() % 4];
+    }
+    if (std::filesystem::is_directory(path)) return;  // folders stay
+    const bool present = fileExists(path);
+    if (how == Unsynced::LOST || (how != Unsynced::KEPT && !present)) {
+        if (old.before) {
+            writeFile(path, *old.before);
+        } else {
+            realRemove(path.c_str());
+        }
+    } else if (how == Unsynced::EMPTIED) {
+        writeFile(path, "");
+    } else if (how == Unsynced::CUT) {
+        const std::string now = readFile(path);
+        const std::string& before = old.before.value_or("");
+        // What was appended is cut, or else anything.
+        const size_t from = now.compare(0, before.size(), before) == 0 ? before.size() : 0;
+        writeFile(path, now.substr(0, from + random() % (now.size() - from + 1)));
+    }
+}
+
+}  // namespace
+
+void start(const Boot& boot, Trace& trace) {
+    gTrace = &trace;
+    gSpace = boot.space.value_or(-1);
+    gBoot = &boot;
+}
+
+Unwatched::Unwatched() {
+    ++tUnwatched;
+}
+
+Unwatched::~Unwatched() {
+    --tUnwatched;
+}
+
+int64_t spaceLeft() {
+    return gSpace;
+}
+
+void partitionReadOnly() {
+    const std::lock_guard<std::mutex> lock(gLock);
+    gReadOnly = true;
+    for (auto file = gUnwritten.begin(); file != gUnwritten.end();) {
+        file = onPartition(file->first) ? gUnwritten.erase(file) : std::next(file);
+    }
+}
+
+void thisIsTheWorker() {
+    tWorker = true;
+}
+
+void cutPower() {
+    const Unwatched ownWork;
+    traceFault("power-cut");
+    if (gBoot->unsynced != Unsynced::KEPT) {
+        for (const auto& [path, old] : gUnwritten) {
+            if (vtime::now() - old.at <= kWriteBack) damage(path, old);
+        }
+    }
+    _exit(kCutOff);
+}
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+    static auto* const realOpen = next<int(const char*, int, ...)>("open");
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return openWatched(path, (flags & O_ACCMODE) != O_RDONLY,
+                       [&] { return realOpen(path, flags, mode); });
+}
+
+// libstdc++'s streams: they read and write by descriptor.
+FILE* fopen64(const char* path, const char* mode) {
+    FILE* file = nullptr;
+    openWatched(path, *mode != 'r', [&] {
+        file = realFopen(path, mode);
+        return file != nullptr ? fileno(file) : -1;
+    });
+    return file;
+}
+
+// The C streams' own writes don't pass through write() below. A stream with our functions below it
+// has the buffer of a real one.
+FILE* fopen(const char* path, const char* mode) {
+    FILE* file = fopen64(path, mode);
+    if (file == nullptr || !isWatched(fileno(file))) return file;
+    const cookie_io_functions_t functions =
+            {nullptr,
+             [](void* stream, const char* data, size_t size) {
+                 return std::max(writeWatched(fileno(static_cast<FILE*>(stream)), data, size),
+                                 ssize_t{0});
+             },
+             nullptr,
+             [](void* stream) {
+                 return closeWatched(fileno(static_cast<FILE*>(stream)), realFclose, stream);
+             }};
+    return fopencookie(file, mode, functions);
+}
+
+int fclose(FILE* file) {
+    const int fd = fileno(file);
+    if (!isWatched(fd)) return realFclose(file);
+    return closeWatched(fd, realFclose, file);
+}
+
+ssize_t write(int fd, const void* data, size_t size) {
+    if (!isWatched(fd)) return realWrite(fd, data, size);
+    return writeWatched(fd, data, size);
+}
+
+ssize_t writev(int fd, const iovec* parts, int count) {
+    static auto* const realWritev = next<ssize_t(int, const iovec*, int)>("writev");
+    if (!isWatched(fd)) return realWritev(fd, parts, count);
+    std::string data;
+    for (int i = 0; i < count; ++i) {
+        data.append(static_cast<const char*>(parts[i].iov_base), parts[i].iov_len);
+    }
+    return writeWatched(fd, data.data(), data.size());
+}
+
+int close(int fd) {
+    if (!isWatched(fd)) return realClose(&fd);
+    return closeWatched(fd, realClose, &fd);
+}
+
+int rename(const char* from, const char* to) noexcept {
+    static auto* const realRename = next<int(const char*, const char*)>("rename");
+    return onPath(Call::RENAME, from, EIO, [&] { return realRename(from, to); });
+}
+
+int remove(const char* path) noexcept {
+    return onPath(Call::REMOVE, path, EIO, [&] { return realRemove(path); });
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+    static auto* const realMkdir = next<int(const char*, mode_t)>("mkdir");
+    return onPath(Call::MKDIR, path, EIO, [&] { return realMkdir(path, mode); });
+}
+
+int chmod(const char* path, mode_t mode) noexcept {
+    static auto* const realChmod = next<int(const char*, mode_t)>("chmod");
+    char detail[16];
+    snprintf(detail, sizeof(detail), " %04o", mode);
+    return onPath(
+            Call::CHMOD, path, EIO, [&] { return realChmod(path, mode); }, detail);
+}
+
+FILE* popen(const char* command, const char* mode) {
+    static auto* const realOpen = next<FILE*(const char*, const char*)>("popen");
+    if (watching()) {
+        const std::lock_guard<std::mutex> lock(gLock);
+        if (failsNow(Call::POPEN, EAGAIN)) return nullptr;
+    }
+    return realOpen(command, mode);
+}
+
+#if BOOTVIGIL_OWN_MALLOC
+
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+
+void* malloc(size_t size) noexcept {
+    if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
+    return __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size) noexcept {
+    if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
+    return __libc_calloc(count, size);
+}
+
+#endif
+
+}  // extern "C"
+
+}  // namespace lab::calls

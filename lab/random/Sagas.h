@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs random scenarios, many at a time, against the rules; reduces one that breaks a rule.
+
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "lab/random/RandomScenario.h"
+
+namespace lab {
+
+struct SagaOrder {
+    uint64_t seed = 1;   // of the first scenario; the others follow
+    uint64_t count = 1;  // scenarios
+    int jobs = 1;        // processes
+    Boots boots = Boots::ALL;
+    bool untilBroken = false;  // each process ends at its first broken rule
+    std::string folder;        // where a scenario that breaks a rule is written
+};
+
+// Exit statuses. The lowest of 10 and more counts: a crash comes before a boot that does not end as
+// it must, and that before another broken rule.
+constexpr int kSagaNotRun = 1;  // no rule was broken, but a scenario or a whole job failed
+constexpr int kSagaCrash = 10;
+constexpr int kSagaLiveness = 11;
+constexpr int kSagaRule = 12;
+constexpr int kSagaDifferent = 13;  // two runs of one scenario differed
+
+// Prints how it went, what was broken and what could not be run; gives the exit status. Throws
+// std::runtime_error when nothing can be run.
+int runSagas(const SagaOrder& order);
+
+}  // namespace lab

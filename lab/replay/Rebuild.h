@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// Rebuilds the boot that a device recorded, as far as its record allows.
+
+#pragma once
+
+#include <stddef.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/replay/RecordedRun.h"
+#include "lab/scenario/Scenario.h"
+#include "report/read/DaemonLog.h"
+
+namespace lab {
+
+// What a partition keeps of failures and recovery; a file that isn't there has no value.
+struct Remains {
+    std::optional<std::string> history;
+    std::optional<std::string> records;
+    std::optional<std::string> recoveryReport;  // for the uploader
+    std::optional<std::string> recoveryList;
+    std::optional<std::string> disable;
+};
+
+struct RebuiltBoot {
+    Scenario scenario;  // with this one boot
+    Verdict recorded;
+    size_t number = 0;                  // of verdicts up to and with `recorded`, in that run
+    std::optional<std::string> action;  // of the recovery, where the files tell
+    std::string profile;                // where the boot profile was taken from
+    std::vector<std::string> notKnown;
+};
+
+// Rebuilds the last run that holds a verdict; `profile` is the kernel's text where it could be
+// pulled. Throws std::runtime_error when there is none, or it is no boot that could have happened.
+RebuiltBoot rebuildBoot(const std::vector<report::DaemonRun>& runs, const Remains& remains,
+                        const std::optional<std::string>& profile);
+
+// What a history file says of its last step, in words.
+std::string actionName(const std::optional<std::string>& history);
+
+}  // namespace lab

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+// Replays a boot that a device recorded: boots today's daemon on it and compares the verdicts.
+
+#include "lab/replay/Replay.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <stdexcept>
+
+#include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
+#include "lab/replay/Rebuild.h"
+#include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
+
+namespace lab {
+
+namespace {
+
+constexpr size_t kMostBytes = 256 << 20;  // of a captured log; real buffers have some MiB
+constexpr size_t kMostProfile = 1 << 20;  // the kernel's own buffer is smaller
+constexpr size_t kMostState = 1 << 16;
+
+// The content of an ordinary file of no more than `most` bytes; nothing else is opened.
+std::optional<std::string> readState(const std::string& path, size_t most) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path, error)) ||
+        std::filesystem::file_size(path, error) > most || error) {
+        return std::nullopt;
+    }
+    return readFile(path);
+}
+
+Remains readRemains(const std::string& partition) {
+    const auto read = [&](const char* path) { return readState(partition + path, kMostState); };
+    return {read("/boot_vigil/recovery_flag.txt"), read("/SDD/bfRecord.txt"),
+            read("/SDD/bf_upload/recovery_record"), read("/boot_vigil/recoveryList"),
+            read("/boot_vigil/bfEnable")};
+}
+
+std::string findPartition(const std::string& folder) {
+    for (const char* below : {"", "/velafs", "/root/velafs"}) {
+        for (const char* part : {"/boot_vigil", "/SDD"}) {
+            if (std::filesystem::is_directory(folder + below + part)) return folder + below;
+        }
+    }
+    throw std::runtime_error(folder + ": no partition (boot_vigil, SDD or velafs) in it");
+}
+
+std::string readMainLog(const std::string& path) {
+    if (!fileExists(path)) throw std::runtime_error(path + ": no captured main log");
+    std::string log;
+    const report::ArchiveInfo info = report::readArchive(path, [&](const char* data, size_t size) {
+        log.append(data, size);
+        return log.size() <= kMostBytes;
+    });
+    if (log.size() > kMostBytes) throw std::runtime_error(path + ": too large for a log");
+    if (!info.error.empty()) throw std::runtime_error(path + ": damaged: " + info.error);
+    return log;
+}
+
+std::string errorText(const Verdict& verdict) {
+    if (!verdict.error) return "none";
+    const report::ErrorNumber& error = *verdict.error;
+    char text[96];
+    snprintf(text, sizeof(text), "0x%x (type %d, phase %d, detail %d, reason %d)", error.number,
+             error.type, error.phase, error.detailPhase, error.reason);
+    return text;
+}
+
+// What the daemon logged in a run of the lab, as a device's log would have it.
+report::DaemonRun runOf(const std::vector<Record>& records) {
+    report::DaemonRun run = {true, {}};
+    for (const Record& record : records) {
+        if (record["kind"] != "log") continue;
+        report::DaemonLine line;
+        line.ms = std::llround(record["t"].get<double>() * 1000);
+        const std::string text = record["text"];
+        line.text = text.substr(0, text.find_last_not_of(" \r\n") + 1);
+        run.lines.push_back(line);
+    }
+    return run;
+}
+
+std::vector<ReplayItem> compare(const RebuiltBoot& rebuilt, const std::optional<Verdict>& today,
+                                const std::string& action) {
+    const Verdict& recorded = rebuilt.recorded;
+    const auto orNone = [](const std::string& text) { return text.empty() ? "not asked" : text; };
+    std::vector<ReplayItem> items = {
+            {"verdict at", seconds(recorded.seenAt), "no verdict", false},
+            {"error number", errorText(recorded), "", false},
+            {"stuck pid", orNone(recorded.stuckPid), "", false},
+            {"reason code", orNone(recorded.reasonCode), "", false},
+            {"captured by", recorded.capturedBy, "", false},
+            {"recovery", rebuilt.action, action, false},
+    };
+    if (recorded.capturedBy.empty()) items[4].recorded.reset();
+    if (today) {
+        items[0].today = seconds(today->seenAt);
+        items[1].today = errorText(*today);
+        items[2].today = orNone(today->stuckPid);
+        items[3].today = orNone(today->reasonCode);
+        items[4].today = today->capturedBy.empty() ? "nobody" : today->capturedBy;
+    }
+    for (ReplayItem& item : items) item.same = !item.recorded || *item.recorded == item.today;
+    // A device handles each message some ms late.
+    items[0].same = today && today->at == recorded.at;
+    return items;
+}
+
+}  // namespace
+
+bool ReplayResult::agrees() const {
+    return std::all_of(items.begin(), items.end(),
+                       [](const ReplayItem& item) { return item.same; });
+}
+
+ReplayResult replay(const std::string& folder, const std::string& profilePath) {
+    const std::string partition = findPartition(folder);
+    const std::string path = partition + "/boot_vigil/log/android_main_log.zs";
+    const auto runs = report::daemonRuns(report::daemonLines(readMainLog(path)));
+    const Remains remains = readRemains(partition);
+    std::optional<std::string> profile;
+    if (!profilePath.empty()) {
+        profile = readState(profilePath, kMostProfile);
+        if (!profile) throw std::runtime_error(profilePath + ": no boot profile");
+    }
+    std::optional<RebuiltBoot> rebuilt;
+    try {
+        rebuilt = rebuildBoot(runs, remains, profile);
+    } catch (const std::runtime_error& error) {
+        const bool inProfile = std::string(error.what()) == "no event line";
+        throw std::runtime_error((inProfile ? profilePath : path) + ": " + error.what());
+    }
+
+    const TemporaryFolder temporary;
+    ScenarioRun run(rebuilt->scenario, temporary.path() + "/run");
+    run.run();
+    const std::vector<Verdict> verdicts = findVerdicts(runOf(run.records()));
+    std::optional<Verdict> today;
+    if (verdicts.size() >= rebuilt->number) today = verdicts[rebuilt->number - 1];
+    const Remains left = readRemains(run.root().at("/velafs"));
+    const auto before = rebuilt->scenario.files.find("/velafs/boot_vigil/recovery_flag.txt");
+    const bool stepped = before == rebuilt->scenario.files.end() || left.history != before->second;
+
+    ReplayResult result;
+    result.about = rebuilt->scenario.about + " in " + path + "; boot profile: " + rebuilt->profile;
+    result.items = compare(*rebuilt, today, stepped ? actionName(left.history) : "none");
+    for (const Record& record : run.records()) {
+        if (record["kind"] != "killed") continue;
+        result.items.push_back(
+                {"the daemon", std::nullopt, "killed by signal " + record["signal"].dump(), true});
+    }
+    result.notKnown = std::move(rebuilt->notKnown);
+    return result;
+}
+
+std::vector<std::string> describeReplay(const ReplayResult& result) {
+    std::vector<std::string> lines = {result.about, ""};
+    size_t recordedWidth = 10;
+    size_t todayWidth = 10;
+    for (const ReplayItem& item : result.items) {
+        recordedWidth = std::max(recordedWidth, item.recorded.value_or("").size() + 2);
+        todayWidth = std::max(todayWidth, item.today.size() + 2);
+    }
+    const auto add = [&](std::string name, std::string recorded, std::string today,
+                         const char* verdict) {
+        name.resize(14, ' ');
+        recorded.resize(recordedWidth, ' ');
+        today.resize(todayWidth, ' ');
+        lines.push_back(name + recorded + today + verdict);
+    };
+    add("", "recorded", "today", "");
+    for (const ReplayItem& item : result.items) {
+        add(item.name, item.recorded.value_or("not known"), item.today,
+            !item.recorded ? ""
+            : item.same    ? "same"
+                           : "DIFFERS");
+    }
+    lines.emplace_back();
+    for (const std::string& text : result.notKnown) lines.push_back("not known: " + text);
+    for (std::string& line : lines) {
+        for (char& c : line) {
+            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+    }
+    return lines;
+}
+
+}  // namespace lab

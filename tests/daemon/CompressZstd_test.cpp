@@ -1,0 +1,301 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the compressor, against the zstd library's own decoder and the rules of the stream case.
+
+#include "bootvigil/compress/CompressZstd.h"
+
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "bootvigil/Bootvigil.h"
+#include "lab/base/Files.h"
+#include "lab/base/TemporaryFolder.h"
+#include "report/read/Archive.h"
+#include "tests/daemon/DeviceTest.h"
+
+namespace {
+
+constexpr const char* kOut = "/velafs/boot_vigil/log/out.zs";
+constexpr size_t kBlock = 65536;
+constexpr size_t kRead = 5120;
+
+// Bytes that compress, but none of whose blocks is like another.
+std::string makeText(size_t size) {
+    std::string text;
+    text.reserve(size + 64);
+    for (uint32_t i = 0; text.size() < size; ++i) {
+        text += "line " + std::to_string(i * 2654435761U) + " of a log\n";
+    }
+    text.resize(size);
+    return text;
+}
+
+// What a stream's archive must hold: written down from the rules, for a file whose reads are full.
+std::string expectedStream(const std::string& in) {
+    std::string out;
+    size_t pos = 0;
+    size_t carry = 0;
+    for (;;) {
+        std::string block(carry, '\0');
+        bool overshot = false;
+        while (pos < in.size() && !overshot) {
+            const std::string piece = in.substr(pos, kRead);
+            pos += piece.size();
+            block += piece;
+            overshot = block.size() > kBlock;
+        }
+        if (overshot) {
+            carry = block.size() - kBlock;
+            block.resize(kBlock);
+        }
+        out += block;
+        if (block.size() < kBlock) return out;
+    }
+}
+
+// A signal interrupts the process's next wait, as any handler that does not restart calls would.
+// Again and again, since on a busy machine the first may come before the read has begun.
+void interruptReads() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often = {{0, 50000}, {0, 50000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+}
+
+class CompressZstdTest : public DeviceTest {
+protected:
+    CompressZstdTest() {
+        mCompressor.mOutputDir = "/velafs/boot_vigil/log";
+        mCompressor.mFileSuffix = ".zs";
+    }
+
+    int command(std::string line) {
+        std::string name = "out";
+        return mCompressor.compressShellCmdFile(line.data(), name.data(), 5);
+    }
+
+    int file(std::string path, std::string name = "out") {
+        return mCompressor.compressComFile(path.data(), name.data(), 5);
+    }
+
+    int stream(const char* path) {
+        return mCompressor.compressStreamFile(path, "out", 5);
+    }
+
+    // Runs a command when no descriptor is left for its pipe once the output is open; exits 42 if
+    // that is reported.
+    void commandWithoutDescriptors() {
+        const int next = dup(0);
+        close(next);
+        const rlimit files = {static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
+        setrlimit(RLIMIT_NOFILE, &files);
+        const bool failed = command("true") == -1;
+        _exit(failed && takeLog().back() == "D compressShellCmdFile popen cmd true failed!!!" ? 42
+                                                                                              : 1);
+    }
+
+    bootvigil::CompressZstd mCompressor;
+};
+
+// On the workstation's own files, where the zstd command is.
+class ZstdCommandTest : public testing::Test {
+protected:
+    ZstdCommandTest() {
+        mCompressor.mOutputDir = mFolder.c_str();
+        mCompressor.mFileSuffix = ".zs";
+    }
+
+    // zstd accepts the archive, which holds `expected`.
+    bool holds(const std::string& expected) {
+        lab::writeFile(mFolder + "/expected", expected);
+        const std::string archive = mFolder + "/out.zs";
+        return system(("zstd -tq " + archive).c_str()) == 0 &&
+               system(("zstd -dcq " + archive + " | cmp - " + mFolder + "/expected").c_str()) == 0;
+    }
+
+    const lab::TemporaryFolder mTemporary{testing::TempDir()};
+    const std::string mFolder = mTemporary.path();
+    bootvigil::CompressZstd mCompressor;
+};
+
+TEST_F(ZstdCommandTest, GetsTheInputBack) {
+    std::string name = "out";
+    std::string path = mFolder + "/in";
+    std::string command = "cat " + path;
+    for (const size_t size : {size_t{0}, size_t{1}, kBlock - 1, kBlock, kBlock + 1, size_t{70000},
+                              2 * kBlock, size_t{131073}, size_t{100} << 20}) {
+        const std::string in = makeText(size);
+        lab::writeFile(path, in);
+        EXPECT_EQ(mCompressor.compressComFile(path.data(), name.data(), 5), 0);
+        EXPECT_TRUE(holds(in)) << size;
+        EXPECT_EQ(mCompressor.compressShellCmdFile(command.data(), name.data(), 5), 0);
+        EXPECT_TRUE(holds(in)) << size;
+        EXPECT_EQ(mCompressor.compressStreamFile(path.c_str(), name.c_str(), 5), 0);
+        EXPECT_TRUE(holds(expectedStream(in))) << size;
+    }
+}
+
+TEST(ExpectedStream, LosesTheCarriedBytes) {
+    const std::string in = makeText(70000);
+    EXPECT_EQ(expectedStream(in),
+              in.substr(0, kBlock) + std::string(1024, '\0') + in.substr(66560));
+    // a whole number of blocks ends in zeros that the input never had
+    EXPECT_EQ(expectedStream(makeText(2 * kBlock)).size(), 2 * kBlock + 1024);
+}
+
+TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
+    write("/data/in", makeText(300000));
+    EXPECT_EQ(command("cat /data/in; false"), 0);  // the exit status does not matter
+    const std::string frame = read(kOut);
+    EXPECT_EQ(frame.substr(0, 4), "\x28\xb5\x2f\xfd");
+    EXPECT_EQ(frame[4] & 0x24, 0x04);  // checksum, no single segment
+    EXPECT_TRUE(logged(
+            "D compressShellCmdFile:output=/velafs/boot_vigil/log/out.zs, input=cat /data/in; "
+            "false"));
+}
+
+TEST_F(CompressZstdTest, MemoryDoesNotGrowWithTheInput) {
+    const auto peak = [] {
+        rusage usage = {};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss;  // KiB
+    };
+    EXPECT_EQ(command("yes 'a line of a log' | head -c 1048576"), 0);
+    const long before = peak();
+    EXPECT_EQ(command("yes 'a line of a log' | head -c 104857600"), 0);
+    EXPECT_LT(peak() - before, 16384);  // a sanitizer holds freed memory back
+    EXPECT_EQ(report::inspectArchive(kOut).content, 104857600);
+    EXPECT_EQ(report::inspectArchive(kOut).error, "");
+}
+
+TEST_F(CompressZstdTest, InputThatCannotBeRead) {
+    EXPECT_EQ(file("/data/none"), -1);
+    EXPECT_FALSE(exists(kOut));
+    EXPECT_TRUE(logged("D compressComFile open /data/none failed!!!"));
+    write(kOut, "of an earlier capture");
+    EXPECT_EQ(stream("/data/none"), -1);
+    EXPECT_EQ(read(kOut), "");
+    EXPECT_TRUE(
+            logged("I compressStreamFile (/data/none) fail,reason : No such file or directory\n"));
+    // a folder opens but can't be read: an empty frame
+    EXPECT_EQ(stream("/data"), 0);
+    EXPECT_EQ(report::readArchive(kOut), "");
+    EXPECT_EXIT(file("/data"), testing::ExitedWithCode(4), "fread: Is a directory");
+    EXPECT_EXIT(commandWithoutDescriptors(), testing::ExitedWithCode(42), "");
+}
+
+TEST_F(CompressZstdTest, ResourceFailuresEndTheProcess) {
+    EXPECT_EXIT(mCompressor.compressStreamFile(nullptr, "out", 5), testing::ExitedWithCode(1),
+                "^bootvigil/compress/CompressZstd.cpp:[0-9]+ CHECK\\(input != NULL\\) failed: "
+                "compressStreamFile input == NULL!\n$");
+    EXPECT_EXIT(mCompressor.compressShellCmdFile(nullptr, nullptr, 5), testing::ExitedWithCode(1),
+                "cmd != NULL.*compressShellCmdFile cmd == NULL!");
+    std::string path = "/data/in";
+    write(path, makeText(1000000));
+    EXPECT_EXIT(mCompressor.compressComFile(path.data(), nullptr, 5), testing::ExitedWithCode(1),
+                "fileName != NULL.*compressComFile fileName == NULL!");
+    // no room for what was compressed: noticed when written, or at the latest when closed
+    mCompressor.mOutputDir = "/data";
+    mCompressor.mFileSuffix = nullptr;
+    const rlimit small = {4096, 4096};
+    EXPECT_EXIT(
+            {
+                signal(SIGXFSZ, SIG_IGN);
+                setrlimit(RLIMIT_FSIZE, &small);
+                file(path);
+            },
+            testing::ExitedWithCode(5), "fwrite: File too large");
+    write("/data/few", makeText(1000));  // compressed, fits into the stream's buffer
+    const rlimit tiny = {64, 64};
+    EXPECT_EXIT(
+            {
+                signal(SIGXFSZ, SIG_IGN);
+                setrlimit(RLIMIT_FSIZE, &tiny);
+                file("/data/few");
+            },
+            testing::ExitedWithCode(3), "fclose: File too large");
+    EXPECT_EXIT(file(path, "none/out"), testing::ExitedWithCode(2),
+                "/data/none/out: No such file or directory");
+}
+
+TEST_F(CompressZstdTest, ReadThatIsInterruptedEndsTheProcess) {
+    EXPECT_EXIT(
+            {
+                interruptReads();
+                command("sleep 1");
+            },
+            testing::ExitedWithCode(4), "fread: Interrupted system call");
+    EXPECT_EXIT(
+            {
+                interruptReads();
+                std::string output;
+                Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
+            },
+            testing::ExitedWithCode(4), "fread: Interrupted system call");
+}
+
+// An emulator of programs ignores the limit, because it would hold for the emulator as well.
+bool memoryCanBeLimited() {
+    rlimit old = {};
+    getrlimit(RLIMIT_DATA, &old);
+    rlimit limit = {old.rlim_max / 2, old.rlim_max};
+    setrlimit(RLIMIT_DATA, &limit);
+    const rlim_t wanted = limit.rlim_cur;
+    getrlimit(RLIMIT_DATA, &limit);
+    setrlimit(RLIMIT_DATA, &old);
+    return limit.rlim_cur == wanted;
+}
+
+TEST_F(CompressZstdTest, LackOfMemoryEndsTheProcess) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's own memory is not to be limited";
+#endif
+    if (!memoryCanBeLimited()) GTEST_SKIP() << "memory cannot be limited under this emulator";
+    write("/data/in", "text");
+    const auto useUpMemory = [] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_DATA, &none);
+        void* volatile block = nullptr;  // so that no compiler leaves the calls out
+        do block = malloc(kBlock);
+        while (block != nullptr);
+    };
+    const auto starve = [&](bool stream) {
+        useUpMemory();
+        if (stream) {
+            mCompressor.compressStreamFile("/data/in", "out", 5);
+        } else {
+            file("/data/in");
+        }
+    };
+    EXPECT_EXIT(starve(false), testing::ExitedWithCode(8), "malloc: Cannot allocate memory");
+    EXPECT_EXIT(starve(true), testing::ExitedWithCode(8), "malloc: Cannot allocate memory");
+}
+
+TEST_F(CompressZstdTest, OutputPathHoldsUpTo255Characters) {
+    mCompressor.mOutputDir = "/data";
+    write("/data/in", "text");
+    std::string folder = std::string(100, 'a') + "/" + std::string(100, 'b');
+    write("/data/" + folder + "/x", "");
+    const size_t rest = 255 - std::string("/data//.zs").size() - folder.size();
+    EXPECT_EQ(file("/data/in", folder + "/" + std::string(rest, 'c')), 0);
+    EXPECT_EXIT(file("/data/in", folder + "/" + std::string(rest + 1, 'c')),
+                testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(CompressZstdTest, ArchiveTakesTheFolderWithIt) {
+    write("/velafs/boot_vigil/log/a", "text");
+    mCompressor.mArchiveSuffix = ".tar";
+    EXPECT_EQ(mCompressor.endCompress(), 0);
+    EXPECT_FALSE(exists("/velafs/boot_vigil/log"));
+    EXPECT_NE(read("/velafs/boot_vigil/log.tar").find("text"), std::string::npos);
+    EXPECT_EQ(takeLog(),
+              (std::vector<std::string>{"D child normal exit....", "D endCompress end"}));
+}
+
+}  // namespace

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the capture: what is recorded of the device, who is asked, what the shell gives.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "bootvigil/Bootvigil.h"
+#include "report/read/Archive.h"
+#include "tests/daemon/DeviceTest.h"
+
+namespace {
+
+constexpr const char* kPmic = "/velafs/boot_vigil/pmic_info";
+constexpr const char* kHwInfo = "/velafs/boot_vigil/mem_hwinfo";
+constexpr const char* kJournal = "/velafs/boot_vigil/log/info";
+constexpr const char* kRequests = "/dev/kel/requests";
+constexpr const char* kConsole = "/sys/fs/pstore/console-ramoops";
+constexpr const char* kMarker = "bootvigil init_monitor_thread_main create KE";
+
+class LogCaptureTest : public DeviceTest {
+protected:
+    LogCaptureTest() {
+        write(kRequests, "");
+    }
+
+    void capture(const std::string& note = "") {
+        long type = 0x60276;
+        int pid = 567;
+        std::string text = note;
+        mMonitor.captureLog(type, pid, text);
+    }
+
+    std::string shell(const std::string& command) {
+        std::string output;
+        EXPECT_EQ(mMonitor.shellCmdFile(command.c_str(), output), 0);
+        return output;
+    }
+
+    Bootvigil& mMonitor = *Bootvigil::createInstance();
+};
+
+TEST_F(LogCaptureTest, RecordsWhatTheCommandLineTells) {
+    const struct {
+        const char* commandLine;
+        const char* powerOff;  // the record's text after the time, "" for none
+        const char* hwInfo;
+    } cases[] = {
+            {"a FlashID=A b mem_index=1 poffsts=12345 c\n", ": 1234\n", "mem_index=1 FlashID=A "},
+            {"poffsts=1 x\npoffsts= 2 FlashID=B\nlast", ":  2 F\n", "FlashID=B "},
+            {"poffsts=7", ": 7\n", "<missing>"},
+            {"FlashID=mem_index=2", "", "FlashID=mem_index=2 FlashID=mem_index=2 "},
+            {"", "", "<missing>"},
+    };
+    for (const auto& c : cases) {
+        remove(kPmic);
+        remove(kHwInfo);
+        write("/proc/cmdline", c.commandLine);
+        capture();
+        const std::string powerOff = c.powerOff;
+        EXPECT_EQ(read(kPmic),
+                  powerOff.empty() ? "<missing>" : "Sun Nov 15 11:00:00 2026" + powerOff)
+                << c.commandLine;
+        EXPECT_EQ(read(kHwInfo), c.hwInfo) << c.commandLine;
+    }
+    write("/proc/cmdline", "FlashID=changed poffsts=9\n");
+    write(kHwInfo, "kept");
+    capture();
+    capture();
+    EXPECT_EQ(read(kHwInfo), "kept");
+    EXPECT_EQ(read(kPmic), "Sun Nov 15 11:00:00 2026: 9\nSun Nov 15 11:00:00 2026: 9\n");
+    remove(kPmic);
+    mkdir(kPmic, 0755);
+    takeLog();
+    capture();
+    EXPECT_EQ(takeLog()[0], "E Save file path /velafs/boot_vigil/pmic_info fail, open fail.");
+    remove("/proc/cmdline");
+    capture();
+    EXPECT_EQ(takeLog()[0], "E parseCmdline open /proc/cmdline failed");
+}
+
+TEST_F(LogCaptureTest, AsksTheServiceOnlyWhenBothPartsRun) {
+    write("/proc/cmdline", "FlashID=A poffsts=1\n");
+    write("/velafs/SDD/bfRecord.txt", "");
+    setProperty("init.svc.kel", "running");
+    capture("x;");
+    EXPECT_EQ(read(kRequests), "");
+    EXPECT_EQ(mMonitor.mCaptureState, 2);
+    setProperty("init.svc.kelvservice", "running");
+    capture("x;");
+    EXPECT_EQ(read(kRequests),
+              "0xffffff06|393846|567|x;/velafs/boot_vigil/pmic_info;/velafs/boot_vigil/mem_hwinfo;"
+              "/velafs/SDD/bfRecord.txt;\n");
+    EXPECT_EQ(mMonitor.mCaptureState, 1);
+    setProperty("persist.sys.bootvigil.debug", "1");
+    capture();
+    EXPECT_EQ(mMonitor.mCaptureState, 2);
+    EXPECT_EQ(read(kJournal),
+              "Sun Nov 15 11:00:00 2026  USER capture log\n"
+              "Sun Nov 15 11:00:00 2026  KEL capture log\n"
+              "Sun Nov 15 11:00:00 2026  USER capture log\n");
+}
+
+TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
+    for (const char* buffer : {"crash", "main", "events", "system", "radio", "kernel"}) {
+        write(std::string("/dev/log/") + buffer, std::string("the ") + buffer + " log\n");
+    }
+    write("/sys/fs/pstore/console-ramoops-0", "the console\n");
+    capture();
+    const std::pair<const char*, const char*> logs[] = {
+            {"android_crash_log", "the crash log\n"},   {"android_main_log", "the main log\n"},
+            {"android_events_log", "the events log\n"}, {"android_system_log", "the system log\n"},
+            {"android_radio_log", "the radio log\n"},   {"sys_kernel_log", "the kernel log\n"},
+            {"console-ramoops-0", "the console\n"},
+    };
+    std::vector<std::string> order;
+    for (const std::string& line : takeLog()) {
+        const size_t name = line.find("/velafs/boot_vigil/log/");
+        if (line.find("compressShellCmdFile:output=") == std::string::npos) continue;
+        order.push_back(line.substr(name + 23, line.find(',') - name - 23));
+    }
+    EXPECT_EQ(order.size(), 6U);  // the console is no command
+    for (size_t i = 0; i < std::size(logs); ++i) {
+        const std::string file = logs[i].first + std::string(".zs");
+        EXPECT_EQ(report::readArchive("/velafs/boot_vigil/log/" + file), logs[i].second);
+        if (i < order.size()) {
+            EXPECT_EQ(order[i], file);
+        }
+    }
+    std::filesystem::remove_all("/velafs/boot_vigil/log");
+    EXPECT_EXIT(capture(), testing::ExitedWithCode(2), "android_crash_log.zs: No such file");
+}
+
+TEST_F(LogCaptureTest, WithoutAPartitionTheMarkerIsWrittenOnce) {
+    std::filesystem::remove_all("/velafs");
+    capture();
+    EXPECT_EQ(read("/dev/kmsg"), kMarker);
+    EXPECT_EQ(mMonitor.mCaptureState, 0);
+    const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMarker;
+    EXPECT_TRUE(logged(said));
+    for (const char* console : {"-0", ""}) {  // either console may hold it
+        remove("/dev/kmsg");
+        write(std::string(kConsole) + console, std::string("...") + kMarker + "...");
+        capture();
+        EXPECT_FALSE(exists("/dev/kmsg"));
+        EXPECT_TRUE(logged("E BOOTVIGIL findMonitorKey return"));
+        remove((std::string(kConsole) + console).c_str());
+    }
+    symlink("/data", "/dev/kmsg");
+    capture();
+    EXPECT_TRUE(logged("E BOOTVIGIL Failed to open /dev/kmsg \n"));
+}
+
+TEST_F(LogCaptureTest, ShellOutputKeepsWhatTheBufferHeld) {
+    EXPECT_EQ(shell("printf 'some text'; false"), "some text");
+    EXPECT_TRUE(logged("E shellCmdFile some text \n"));
+    EXPECT_EQ(shell("true"), "");
+    EXPECT_EQ(shell("printf 'cut\\0off'"), "cut");
+    // a whole chunk is capped at its size, and comes again with the empty read that ends it
+    const std::string chunk(4096, 'a');
+    write("/data/a", chunk);
+    EXPECT_EQ(shell("cat /data/a"), chunk + chunk);
+    // a short last chunk drags the rest of the one before along
+    EXPECT_EQ(shell("cat /data/a; printf bbb"), chunk + "bbb" + chunk.substr(3));
+    // up to the first NUL that is still in the buffer
+    write("/data/b", std::string(10, 'c') + '\0' + std::string(4085, 'd'));
+    EXPECT_EQ(shell("cat /data/b; printf bbb"), std::string(10, 'c') + "bbb" + std::string(7, 'c'));
+}
+
+TEST_F(LogCaptureTest, RawLogIsMadeReadableAndNamed) {
+    setProperty("init.svc.kel", "running");
+    setProperty("init.svc.kelvservice", "running");
+    write("/velafs/boot_vigil/init_msg", "text");
+    mMonitor.captureRawLog("/velafs/boot_vigil/init_msg");
+    EXPECT_EQ(modeOf("/velafs/boot_vigil/init_msg"), 0777);
+    write("/proc/vela_healthinfo/healthinfo_show", "");
+    mMonitor.captureRawLog("/none");
+    EXPECT_EQ(read(kRequests),
+              "0xffffff06|393270|0|/velafs/boot_vigil/init_msg;\n"
+              "0xffffff06|393270|0|/none;proc/vela_healthinfo/healthinfo_show;\n");
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the file, time and string helpers.
+
+#include "bootvigil/Utils.h"
+
+#include <fcntl.h>
+#include <sys/statfs.h>
+
+#include <stdexcept>
+
+#include "tests/daemon/DeviceTest.h"
+
+namespace {
+
+using Fields = std::vector<std::string>;
+
+class UtilsTest : public DeviceTest {};
+
+int openFiles() {
+    int count = 0;
+    for (int fd = 0; fd < 256; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0) ++count;
+    }
+    return count;
+}
+
+TEST_F(UtilsTest, SplitCutsTrimsAndDrops) {
+    const struct {
+        const char* text;
+        const char* pattern;
+        Fields fields;
+        Fields log;
+    } cases[] = {
+            {"1 2 3", " ", {"1", "2", "3"}, {}},
+            {"x::y", "::", {"x", "y"}, {}},
+            {"a,b,,c", ",", {"a", "b", "c"}, {"E split err, str=a,b,,c,, pos=4;\n"}},
+            {",a", ",", {"a"}, {"E split err, str=,a,, pos=0;\n"}},
+            {"", ",", {}, {"E split err, str=,, pos=0;\n"}},
+            // the length kept is that of the text up to its last non-blank, leading blanks included
+            {" ab ,cd  , ef", ",", {"ab ", "cd", "ef"}, {}},
+            {"   ab     ", ",", {"ab   "}, {}},
+            {"\tab\t", ",", {"\tab\t"}, {}},
+            // a pattern that overlaps itself is found from the left, and its rest is lost
+            {"a:", "::", {"a"}, {}},
+            {"  12.3 :  408-vold    : vold:fbeEnable:END, rtn =1",
+             " :",
+             {"12.3", "408-vold  ", "vold:fbeEnable:END, rtn =1"},
+             {}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(split(c.text, c.pattern), c.fields) << "'" << c.text << "'";
+        EXPECT_EQ(takeLog(), c.log) << "'" << c.text << "'";
+    }
+}
+
+// Nothing in the daemon catches it.
+TEST_F(UtilsTest, FieldOfBlanksThrows) {
+    EXPECT_THROW(split("a,   ,b", ","), std::out_of_range);
+    EXPECT_THROW(split("100| ", "|"), std::out_of_range);
+    EXPECT_THROW(split("     12.3 :  408-vold : ", " :"), std::out_of_range);
+}
+
+TEST_F(UtilsTest, DigitsOnly) {
+    for (const char* text : {"", "0", "0123456789"}) EXPECT_TRUE(isallnum(text)) << text;
+    for (const char* text : {"12a", "-1", " 1", "1\n", "1.5", "\xb2"}) {
+        EXPECT_FALSE(isallnum(text)) << text;
+    }
+}
+
+TEST_F(UtilsTest, ReadsLines) {
+    write("/data/lines", std::string("a\n\nb\r\n\0c\nlast", 13));
+    EXPECT_EQ(getFileLines("/data/lines"), (Fields{"a", "", "b\r", std::string("\0c", 2), "last"}));
+    write("/data/lines", "one\n");
+    EXPECT_EQ(getFileLines("/data/lines"), Fields{"one"});
+    EXPECT_TRUE(takeLog().empty());
+    EXPECT_EQ(getFileLines("/data/none"), Fields{});
+    EXPECT_EQ(takeLog(), Fields{"E parseBootProf open /data/none failed"});
+
+    EXPECT_EQ(getFirstLine("/data/none"), "0");
+    EXPECT_EQ(takeLog(), Fields{"E access /data/none failed"});
+    write("/data/first", "");
+    EXPECT_EQ(getFirstLine("/data/first"), "");
+    write("/data/first", "11d\r\nrest");
+    EXPECT_EQ(getFirstLine("/data/first"), "11d\r");
+    // a folder opens but can't be read, and counts as one empty line
+    EXPECT_EQ(getFirstLine("/data"), "");
+    EXPECT_EQ(getFileLines("/data"), Fields{});
+}
+
+TEST_F(UtilsTest, SizesCopiesAndRemoves) {
+    EXPECT_EQ(getFileSize("/data/none"), -1);
+    EXPECT_TRUE(takeLog().empty());
+    write("/data/a", std::string(5120, 'a'));
+    EXPECT_EQ(getFileSize("/data/a"), 5120);
+    EXPECT_EQ(takeLog(), Fields{"D file /data/a lenth = 5120 ."});
+
+    write("/data/b", std::string(9000, 'b'));
+    EXPECT_TRUE(backupFile("/data/a", "/data/b"));
+    EXPECT_EQ(read("/data/b"), read("/data/a"));
+    write("/data/empty", "");
+    EXPECT_TRUE(backupFile("/data/empty", "/data/b"));
+    EXPECT_EQ(read("/data/b"), "");
+    EXPECT_FALSE(backupFile("/data/none", "/data/b"));
+    EXPECT_FALSE(backupFile("/data/a", "/none/b"));
+    EXPECT_EQ(takeLog(), (Fields{"E ifile /data/none failed.", "E ofile /none/b failed."}));
+
+    EXPECT_TRUE(removeFile("/data/a"));
+    EXPECT_FALSE(removeFile("/data/a"));
+    EXPECT_EQ(takeLog(), Fields{"D file /data/a remove failed."});
+}
+
+TEST_F(UtilsTest, FindsNamesAndLeavesTheFolderOpen) {
+    write("/data/logs/android_main_log.zs", "");
+    const int before = openFiles();
+    EXPECT_FALSE(isFileExitInPath("/data/logs", "Main"));
+    EXPECT_EQ(openFiles(), before);
+    // in a process of its own, because what a match leaves open is a leak
+    const auto match = [] {
+        const int unmatched = openFiles();
+        const bool found =
+                isFileExitInPath("/data/logs", "main_log") && isFileExitInPath("/data/logs", "");
+        _exit(found && openFiles() == unmatched + 2 ? 42 : 1);
+    };
+    EXPECT_EXIT(match(), testing::ExitedWithCode(42), "");
+    EXPECT_FALSE(isFileExitInPath("/data/none", "x"));
+    EXPECT_EQ(takeLog(), Fields{"E open dir failed."});
+}
+
+TEST_F(UtilsTest, StampsLinesWithTheLocalTime) {
+    lab::vtime::setNow(5 * 86400 * 1000 + 18999);
+    EXPECT_EQ(getLocalTime(), "Fri Nov 20 11:00:18 2026");
+    lab::vtime::setNow(17 * 86400 * 1000);
+    EXPECT_EQ(getLocalTime(), "Wed Dec  2 11:00:00 2026");
+    EXPECT_TRUE(saveInfoWithTime("/data/journal", "one"));
+    EXPECT_TRUE(saveInfoWithTime("/data/journal", "two"));
+    EXPECT_EQ(read("/data/journal"),
+              "Wed Dec  2 11:00:00 2026  one\nWed Dec  2 11:00:00 2026  two\n");
+    EXPECT_FALSE(saveInfoWithTime("/none/journal", "one"));
+    EXPECT_EQ(takeLog(), Fields{"E Save file path /none/journal fail, open fail."});
+}
+
+class FreeSpaceTest : public UtilsTest {
+protected:
+    void onFreeSpace(const char*, struct statfs& info) override {
+        info.f_bavail = mBytes;
+        info.f_bsize = 1;
+    }
+    unsigned long mBytes = 0;
+};
+
+TEST_F(FreeSpaceTest, NeedsTwentyTwoBytes) {
+    mBytes = 21;
+    EXPECT_FALSE(getAvailableSize("/velafs"));
+    mBytes = 22;
+    EXPECT_TRUE(getAvailableSize("/velafs"));
+    mBytes = 1UL << 33;
+    EXPECT_TRUE(getAvailableSize("/velafs"));
+    EXPECT_FALSE(getAvailableSize("/none"));
+    EXPECT_EQ(takeLog(), (Fields{"D BOOTVIGIL velafs AvailableSize 10 MB \n",
+                                 "D BOOTVIGIL velafs AvailableSize 11 MB \n",
+                                 "D BOOTVIGIL velafs AvailableSize 4294967296 MB \n"}));
+}
+
+}  // namespace
