@@ -2,7 +2,6 @@
 // Tests of the report: every shipped scenario is run once, its partition reported, and what the
 // report says held against what the lab knows; then damaged partitions.
 
-
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
