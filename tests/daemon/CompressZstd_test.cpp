@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "Archive.h"
 #include "bootvigil/Bootvigil.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Turns log lines into boots: what the daemon decided, when, and the milestones it saw.
+// Turns log lines into boots: what the daemon decided and when, and the milestones it saw.
 
-#include "Boots.h"
+#include "report/read/Boots.h"
 
 #include <stdint.h>
 #include <stdio.h>
@@ -16,7 +16,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "BootMilestones.h"
+#include "bootvigil/BootMilestones.h"
 
 namespace report {
 
@@ -24,21 +24,20 @@ namespace {
 
 using Json = nlohmann::json;
 
-// What a line of the daemon means: its beginning, the event's kind, and the words for it. What
-// follows the beginning is added where the words end in a blank.
+// How a line of the daemon begins, the kind of event it means, and the words for that. Words that
+// end in a blank are followed by the rest of the line.
 struct Rule {
     const char* begins;
     const char* kind;
     const char* words;
 };
 
-constexpr const char* kPollText = "handleMessage 2 what = 20010";
 constexpr const char* kLastLine = "parseBootProf Last Line ";
 constexpr const char* kLastKey = "parseBootProf Last Line key ";
 
 constexpr Rule kRules[] = {
         {"BOOTVIGIL boot_vigil_service start", "start", "the daemon starts"},
-        {kPollText, "poll", "poll"},
+        {"handleMessage 2 what = 20010", "poll", "poll"},
         {"handleMessage 2 what = 20020", "timeout", "boot time-out"},
         {"handleMessage 2 what = 20060", "poll", "check after boot"},
         {"first timer 8m", "other", "a first boot: eight minutes to the first time-out"},
@@ -76,23 +75,14 @@ bool startsWith(const std::string& text, const char* prefix) {
 }
 
 std::string wordsFor(const Rule& rule, const std::string& text) {
-    int type = 0;
-    int phase = 0;
-    int detail = 0;
-    int reason = 0;
-    if (sscanf(text.c_str(), "errNotifyWithReason type = %d, phase=%d, detailPhase=%d, reason=%d",
-               &type, &phase, &detail, &reason) == 4) {
-        return describeErrorNumber(decodeErrorNumber((phase & 0xfUL) << 20 |
-                                                     (detail & 0xffUL) << 12 | (type & 0xfUL) << 8 |
-                                                     (reason & 0xffUL)));
-    }
+    if (const auto notice = parseNotice(text)) return describeErrorNumber(*notice);
     std::string words = rule.words;
     if (words.empty()) return text;
     if (words.back() == ' ') words += text.substr(strlen(rule.begins));
     return words;
 }
 
-// "      4713.857088 :  408-vold            : vold:fbeEnable:START"; false for what is none.
+// "      4713.857088 :  408-vold            : vold:fbeEnable:START"; false for any other line.
 bool parseMilestone(const std::string& line, Milestone& milestone) {
     const size_t by = line.find(" :");
     const size_t name = by == std::string::npos ? by : line.find(" :", by + 2);
@@ -109,10 +99,10 @@ void addMilestone(std::vector<Milestone>& milestones, const Milestone& milestone
     if (std::none_of(milestones.begin(), milestones.end(), same)) milestones.push_back(milestone);
 }
 
-// Adds what a line means to a boot; lines without a meaning of their own add nothing.
+// Adds what a line means to a boot; most lines mean nothing here.
 void addLine(Boot& boot, double t, const std::string& clock, const std::string& text) {
     if (startsWith(text, kLastKey)) {
-        // What a poll saw is said a line after it.
+        // The daemon logs what a poll saw after the poll itself.
         if (!boot.events.empty() && boot.events.back().kind == "poll") {
             boot.events.back().text = "last event: " + text.substr(strlen(kLastKey));
         }
@@ -134,18 +124,18 @@ void addLine(Boot& boot, double t, const std::string& clock, const std::string& 
 }
 
 std::string clockAfter(time_t start, double seconds) {
-    const time_t at = start + static_cast<time_t>(seconds);
+    double whole = 0;
+    const int ms = static_cast<int>(std::modf(seconds, &whole) * 1000);
+    const time_t at = start + static_cast<time_t>(whole);
     tm date = {};
     gmtime_r(&at, &date);
     char text[32];
     const size_t size = strftime(text, sizeof(text), "%m-%d %H:%M:%S", &date);
-    const int ms =
-            static_cast<int>((seconds - static_cast<double>(static_cast<time_t>(seconds))) * 1000);
     snprintf(text + size, sizeof(text) - size, ".%03d", ms);
     return text;
 }
 
-// A number of a record; no run has larger ones, which could not be told in whole seconds.
+// A number of a record. No run has larger ones, and they would not fit into whole seconds.
 double number(const Json& value) {
     constexpr double kMost = 1e12;
     const double number = value;
@@ -157,7 +147,7 @@ std::string whole(const Json& value) {
     return std::to_string(static_cast<int64_t>(number(value)));
 }
 
-// Adds one record of a run log; throws an exception where it is none.
+// Adds one record of a run log; throws an exception for anything else.
 void addRecord(std::vector<Boot>& boots, time_t& start, const Json& record) {
     const double t = number(record.at("t"));
     const std::string kind = record.at("kind");

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // A report as plain text for a person.
 
+#include "report/show/Text.h"
+
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-
-#include "BootMilestones.h"
-#include "Formats.h"
 
 namespace report {
 
 namespace {
 
-// Appends like printf; the texts are a line each, so what is longer than a line may be is cut.
+// Appends one line like printf, cut when it is too long.
 __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* format, ...) {
     char line[2048];
     va_list arguments;
@@ -24,6 +23,12 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
     out += line;
 }
 
+void printNotes(const std::vector<Note>& notes, std::string& out) {
+    for (const Note& note : notes) {
+        print(out, "  %s: %s\n", note.file.c_str(), printable(note.text).c_str());
+    }
+}
+
 void printFailures(const Report& report, std::string& out) {
     out += "\nFailures and recovery stamps, oldest first\n";
     if (report.failures.empty()) out += "  none recorded\n";
@@ -33,8 +38,9 @@ void printFailures(const Report& report, std::string& out) {
         if (!failure.lastEvent.empty()) {
             print(out, "      last event: %s\n", printable(failure.lastEvent).c_str());
         }
-        if (!failure.country.empty())
+        if (!failure.country.empty()) {
             print(out, "      country: %s\n", printable(failure.country).c_str());
+        }
     }
     if (report.pendingPhase) {
         print(out, "  a failure of phase %s is not submitted yet\n",
@@ -45,7 +51,7 @@ void printFailures(const Report& report, std::string& out) {
 void printRecovery(const Recovery& recovery, std::string& out) {
     out += "\nRecovery\n";
     if (recovery.lastMode != 0) {
-        print(out, "  last action: %s, for reason %d\n", describeMode(recovery.lastMode).c_str(),
+        print(out, "  last action: %s, for reason %d\n", modeName(recovery.lastMode).c_str(),
               recovery.lastReason);
     } else {
         out += "  no action is remembered\n";
@@ -53,7 +59,7 @@ void printRecovery(const Recovery& recovery, std::string& out) {
     if (recovery.reason != 0) {
         print(out, "  list for reason %d (%s):", recovery.reason,
               recovery.override ? "pushed to the device" : "default");
-        for (const int mode : recovery.list) print(out, " %s;", describeMode(mode).c_str());
+        for (const int mode : recovery.list) print(out, " %s;", modeName(mode).c_str());
         out += recovery.list.empty() ? " empty\n" : "\n";
     }
     print(out, "  next: %s\n", recovery.next.c_str());
@@ -66,14 +72,12 @@ void printCaptures(const Report& report, std::string& out) {
         const ArchiveInfo& info = capture.info;
         print(out, "  %-20s %10lld bytes in %9lld", printable(capture.name).c_str(),
               static_cast<long long>(info.content), static_cast<long long>(info.size));
-        if (info.content > 0 && info.size > 0) {
-            print(out, "  %5.1fx",
-                  static_cast<double>(info.content) / static_cast<double>(info.size));
-        }
+        if (info.ratio() > 0) print(out, "  %5.1fx", info.ratio());
         print(out, "  %s\n", info.error.empty() ? "whole" : info.error.c_str());
     }
-    for (const std::string& line : report.journal)
+    for (const std::string& line : report.journal) {
         print(out, "  journal: %s\n", printable(line).c_str());
+    }
 }
 
 void printBoots(const Report& report, std::string& out) {
@@ -92,7 +96,7 @@ void printBoots(const Report& report, std::string& out) {
 
 std::string printable(const std::string& text) {
     std::string out;
-    bool control = false;  // the second byte of U+0080 to U+009F, which steer a terminal as well
+    bool control = false;  // the second byte of U+0080 to U+009F, which control a terminal too
     for (size_t i = 0; i < text.size(); ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
         const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
@@ -120,14 +124,10 @@ std::string toText(const Report& report) {
     printRecovery(report.recovery, out);
     out += "\nUploads not yet collected\n";
     if (report.uploads.empty()) out += "  none\n";
-    for (const Note& upload : report.uploads) {
-        print(out, "  %s: %s\n", upload.file.c_str(), printable(upload.text).c_str());
-    }
+    printNotes(report.uploads, out);
     printCaptures(report, out);
     if (!report.notes.empty()) out += "\nNotes about the device\n";
-    for (const Note& note : report.notes) {
-        print(out, "  %s: %s\n", note.file.c_str(), printable(note.text).c_str());
-    }
+    printNotes(report.notes, out);
     printBoots(report, out);
     if (report.comparison) {
         print(out, "\nMilestones of %s\n", printable(report.comparison->name).c_str());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The daemon's own lines inside a captured Android log, and the boots they tell of.
+// The daemon's own lines in a captured Android log, and the runs they belong to.
 
-#include "DaemonLog.h"
+#include "report/read/DaemonLog.h"
 
 #include <stdio.h>
 
@@ -12,10 +12,10 @@ namespace {
 constexpr std::string_view kTag = " BOOTVIGIL_DEBUG: ";
 constexpr std::string_view kFirstText = "BOOTVIGIL boot_vigil_service start";
 constexpr size_t kClockLength = 18;  // "MM-DD HH:MM:SS.mmm"
-constexpr size_t kMaxHead = 60;      // bytes of a line before its tag, at the most
+constexpr size_t kMaxHead = 60;      // most bytes of a line before its tag
 
-// Milliseconds since the year's beginning, -1 for what is no clock. Leap days count as days, which
-// is exact enough for differences within a run.
+// Milliseconds since the start of the year, -1 if it is not a clock. Every February has 29 days,
+// which is exact enough for differences within a run.
 int64_t parseClock(const std::string& clock) {
     static constexpr int kDaysBefore[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
     int month = 0;
@@ -76,6 +76,20 @@ std::vector<DaemonRun> daemonRuns(const std::vector<DaemonLine>& lines) {
         runs.back().lines.push_back(line);
     }
     return runs;
+}
+
+std::optional<ErrorNumber> parseNotice(const std::string& text) {
+    int type = 0;
+    int phase = 0;
+    int detail = 0;
+    int reason = 0;
+    if (sscanf(text.c_str(),
+               "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d", &type,
+               &phase, &detail, &reason) != 4) {
+        return std::nullopt;
+    }
+    return decodeErrorNumber((phase & 0xfUL) << 20 | (detail & 0xffUL) << 12 | (type & 0xfUL) << 8 |
+                             (reason & 0xffUL));
 }
 
 }  // namespace report

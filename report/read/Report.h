@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a device's persistent partition tells, as one value; reading it from a copy of the
-// partition.
+// What a device's persistent partition holds, as one value.
 
 #pragma once
 
@@ -8,8 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Archive.h"
-#include "ErrorNumber.h"
+#include "report/read/Archive.h"
+#include "report/read/Boots.h"
+#include "report/read/ErrorNumber.h"
+#include "report/read/Recovery.h"
 
 namespace report {
 
@@ -28,18 +29,7 @@ struct Failure {
     int line = 0;
 };
 
-struct Recovery {
-    std::string history;    // the history file's text
-    int lastMode = 0;       // 0: none
-    int lastReason = 0;     // 0: none
-    int reason = 0;         // that the list below is for; 0: no failure is known
-    std::vector<int> list;  // modes up to the first 0
-    bool override = false;  // the list was pushed to the device
-    bool disabled = false;  // from outside
-    std::string next;       // what the next failure for that reason leads to, in words
-};
-
-// A small file and what it holds.
+// A small file and its content.
 struct Note {
     std::string file;
     std::string text;
@@ -49,26 +39,6 @@ struct Capture {
     std::string name;
     std::string path;  // of the archive, on this machine
     ArchiveInfo info;
-};
-
-// Something that the daemon decided or did.
-struct Event {
-    double t = 0;       // seconds since the daemon's start
-    std::string clock;  // "11-15 11:00:40.000"
-    std::string kind;   // start, poll, timeout, verdict, record, capture, request, recovery, ...
-    std::string text;
-};
-
-struct Milestone {
-    double t = 0;  // seconds since the kernel's start
-    std::string name;
-};
-
-struct Boot {
-    std::string title;
-    std::string begin;  // clock of the first event
-    std::vector<Event> events;
-    std::vector<Milestone> milestones;
 };
 
 struct Comparison {
@@ -96,11 +66,8 @@ struct Report {
 // run log is then read too. Whatever is missing or damaged becomes a problem; nothing throws.
 Report readReport(const std::string& folder);
 
-// The first time of each milestone in a boot profile as a kernel prints it; throws
-// std::runtime_error naming the file when it can't be read or has none.
+// The first time of each milestone in a boot profile as a kernel prints it. Throws
+// std::runtime_error naming the file when it can't be read or has no milestone.
 Comparison readComparison(const std::string& profile);
-
-// "reboot", "wait for the user to reboot", "factory data reset"; "mode N" for others.
-std::string describeMode(int mode);
 
 }  // namespace report

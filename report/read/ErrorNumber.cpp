@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The 24-bit error number of a failure record, taken apart and put into words.
 
-#include "ErrorNumber.h"
+#include "report/read/ErrorNumber.h"
 
 #include <stdio.h>
 
-#include "BootMilestones.h"
+#include "bootvigil/BootMilestones.h"
 
 namespace report {
 
