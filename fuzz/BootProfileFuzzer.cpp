@@ -14,6 +14,7 @@
 #include "bootvigil/BootMilestones.h"
 #include "bootvigil/BootState.h"
 #include "bootvigil/Bootvigil.h"
+#include "bootvigil/BootvigilHandler.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
 
