@@ -12,11 +12,11 @@
 #include <filesystem>
 #include <functional>
 
-#include "Archive.h"
 #include "bootvigil/Bootvigil.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/device/LibcFiles.h"
+#include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
