@@ -10,10 +10,12 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
+#include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"

@@ -17,6 +17,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/base/Text.h"

@@ -10,7 +10,6 @@
 
 #include "bootvigil/BootvigilHandler.h"
 #include "lab/base/Text.h"
-#include "lab/run/Timeline.h"
 
 namespace lab {
 
@@ -43,7 +42,6 @@ int64_t missingTime(const std::vector<Message>& messages) {
 
 }  // namespace
 
-// What follows `prefix`, without blanks in front; nothing when the text begins otherwise.
 std::string seconds(int64_t ms) {
     return formatSeconds(static_cast<double>(ms) / 1000) + " s";
 }

@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 #include "Archive.h"
 #include "Formats.h"
 #include "lab/base/Files.h"
