@@ -26,26 +26,27 @@ inline const std::string kSwitch = "/velafs/boot_vigil/bfEnable";
 inline const std::string kPmic = "/velafs/boot_vigil/pmic_info";
 inline const std::string kHwInfo = "/velafs/boot_vigil/mem_hwinfo";
 inline const std::string kLogs = "/velafs/boot_vigil/log";
+inline const std::string kArchiveSuffix = ".zs";
 inline const std::string kJournal = "/velafs/boot_vigil/log/info";
 inline const std::string kInitLog = "/velafs/boot_vigil/init_msg";       // the platform's
 inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";   // likewise
-inline const std::string kKeptLogs = "/dev/velarawlog/";                 // likewise
-inline const std::string kKelCapture = "/velafs/boot_vigil/0xffffff06";  // likewise
 inline const std::string kData = "/data";
 inline const std::string kMarkerFolder = "/data/vela_dfr";
 inline const std::string kMarker = "/data/vela_dfr/firstboot";
-inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // relative, so named
-
-// The simulated kernel's.
 inline const std::string kDev = "/dev";
-inline const std::string kProc = "/proc";
-inline const std::string kCommandLineFile = "/proc/cmdline";
-inline const std::string kBootProfile = "/proc/bootprof";
-inline const std::string kVelaBootProfile = "/proc/velabootprof";
 inline const std::string kBootMonitor = "/dev/bootvigilk";
 inline const std::string kKernelMessages = "/dev/kmsg";
+inline const std::string kKeptLogs = "/dev/velarawlog/";  // the platform's
+inline const std::string kProc = "/proc";
+inline const std::string kBootProfile = "/proc/bootprof";
+inline const std::string kVelaBootProfile = "/proc/velabootprof";
+inline const std::string kCommandLine = "/proc/cmdline";
+inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // relative, so named
 inline const std::string kPstore = "/sys/fs/pstore";
-inline const std::string kLastConsole = "/sys/fs/pstore/console-ramoops-0";
+inline const std::string kPstoreConsole = "/sys/fs/pstore/console-ramoops-0";
+
+// The log-capture service's capture is a file of its own folder with this in its name.
+inline const std::string kLogServiceId = "0xffffff06";
 
 // The simulated platform's.
 inline const std::string kToolFolder = "/system/bin/";
@@ -70,10 +71,8 @@ constexpr CapturedLog kCapturedLogs[] = {
         {"android_radio_log", "radio"},   {"sys_kernel_log", "kernel"},
 };
 
-constexpr const char* kArchiveEnd = ".zs";
-
 inline std::string archivePath(const std::string& name) {
-    return kLogs + "/" + name + kArchiveEnd;
+    return kLogs + "/" + name + kArchiveSuffix;
 }
 
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";

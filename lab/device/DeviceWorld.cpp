@@ -19,12 +19,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Archive.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
 #include "lab/base/Text.h"
 #include "lab/device/LibcFiles.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 
@@ -226,7 +226,7 @@ void DeviceWorld::answerRequests() {
     if (requests != mKelRequests) {
         mKelRequests = std::move(requests);
         if (mBoot.kelAnswersAfter) {
-            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kKelCapture, "capture\n"});
+            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kOwnFolder + "/" + kLogServiceId, "capture\n"});
         }
     }
 }

@@ -13,12 +13,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Archive.h"
-#include "Formats.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 

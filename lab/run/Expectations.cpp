@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Formats.h"
 #include "lab/base/Files.h"
 #include "lab/base/Text.h"
 #include "lab/run/Timeline.h"
+#include "report/show/Text.h"
 
 namespace lab {
 

@@ -73,11 +73,11 @@ void Platform::startBoot(const Boot& boot) {
     clearLastBoot();
     if (boot.partitionAbsent) fs::rename(mRoot.at(kPartition), mRoot.at(kAway));
     if (mDevice.partitionSize) mRoot.makePartitionWritable();
-    writeFile(mRoot.at(kCommandLineFile), mDevice.commandLine);
+    writeFile(mRoot.at(kCommandLine), mDevice.commandLine);
     writeFile(mRoot.at(kBootMonitor), "");
     makeFolders(mRoot.at(kKelFolder));
     makeFolders(mRoot.at(kKeptLogs));
-    if (!mLastConsole.empty()) writeFile(mRoot.at(kLastConsole), mLastConsole);
+    if (!mLastConsole.empty()) writeFile(mRoot.at(kPstoreConsole), mLastConsole);
     fillLogs();
     setProperties(boot);
     for (const auto& [path, content] : boot.files) writeFile(mRoot.at(path), content);

@@ -10,11 +10,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Archive.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/rules/Rules.h"
 #include "lab/run/Platform.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 
@@ -40,7 +40,7 @@ TextMap readFiles(const DeviceRoot& root, Wanted wanted) {
 TextMap filesKept(const DeviceRoot& root) {
     constexpr uintmax_t kLargest = 256UL * 1024;  // a file that fills the partition is none
     return readFiles(root, [](const fs::directory_entry& entry) {
-        return entry.path().extension() != kArchiveEnd && entry.file_size() <= kLargest;
+        return entry.path().extension() != kArchiveSuffix && entry.file_size() <= kLargest;
     });
 }
 
@@ -51,7 +51,7 @@ void readArchives(const DeviceRoot& root, BootObservation& seen) {
     }
     std::error_code absent;
     for (const auto& entry : fs::directory_iterator(root.at(kLogs), absent)) {
-        if (entry.path().extension() != kArchiveEnd) continue;
+        if (entry.path().extension() != kArchiveSuffix) continue;
         std::string content;
         const report::ArchiveInfo info =
                 report::readArchive(entry.path(), [&](const char* data, size_t size) {

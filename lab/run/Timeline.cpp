@@ -10,10 +10,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "ErrorNumber.h"
-#include "Formats.h"
-#include "BootMilestones.h"
+#include "bootvigil/BootMilestones.h"
 #include "lab/base/Text.h"
+#include "report/read/ErrorNumber.h"
+#include "report/show/Text.h"
 
 namespace lab {
 
