@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
+#include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"

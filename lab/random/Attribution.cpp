@@ -17,13 +17,15 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/base/Text.h"
-#include "lab/replay/RecordedRun.h"
 #include "lab/rules/Milestones.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/scenario/Scenario.h"
+#include "report/read/DaemonLog.h"
 
 namespace lab {
 
@@ -287,7 +289,7 @@ Result judge(const std::vector<Record>& records, const Truth& truth) {
         if (kind != "log" || result.recorded) continue;
         const std::string text = record["text"];
         if (const auto stuck = after(text, "checkStuckPid stuck pid =")) pid = atoi(stuck->c_str());
-        const auto error = parseNotice(text);
+        const auto error = report::parseNotice(text);
         if (!error) continue;
         result.recorded = true;
         result.pid = answer(pid, truth.pid);

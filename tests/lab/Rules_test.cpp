@@ -60,21 +60,17 @@ struct BootByHand {
 
     // What the rules say, a line each.
     std::string verdict() const {
+        BootObservation seen(device, boot);
+        seen.properties = properties;
+        seen.filesBefore = before;
+        seen.filesAfter = after;
+        seen.events = events;
+        seen.end = end;
+        seen.status = status;
+        seen.endedAt = endedAt;
         Rules rules;
         std::string text;
-        for (const Violation& violation : rules.check({device,
-                                                       boot,
-                                                       properties,
-                                                       before,
-                                                       after,
-                                                       events,
-                                                       end,
-                                                       status,
-                                                       endedAt,
-                                                       /* clock= */ 0,
-                                                       /* console= */ "",
-                                                       {},
-                                                       {}})) {
+        for (const Violation& violation : rules.check(seen)) {
             text += violation.text + "\n";
         }
         return text;
