@@ -34,6 +34,10 @@ inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // r
 constexpr const char* kPropertyDir = "/dev/__properties__/";
 constexpr char kKelRequestFile[] = "/dev/kel/requests";
 
+// Properties that the platform sets to "1" when the boot is done.
+constexpr const char* kCompleted[] = {"sys.boot_completed", "service.bootanim.exit",
+                                      "sys.vela.BOOT_COMPLETED"};
+
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
