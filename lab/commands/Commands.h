@@ -10,7 +10,7 @@ class App;
 
 namespace lab {
 
-// Exit statuses of every command, beside 0. `sagas` has more: see lab/random/Sagas.h.
+// Exit statuses of every command, beside 0. `sagas` has more: see lab/random/Judge.h.
 constexpr int kFailed = 1;  // what was expected or recorded does not hold, or nothing can be run
 constexpr int kWrongUsage = 2;
 

@@ -24,7 +24,7 @@ void addSagas(CLI::App& app, int& status) {
             ->check(CLI::Range(1, 256))
             ->capture_default_str();
     command->add_flag("--until-broken", order->untilBroken,
-                      "end each process at its first broken rule");
+                      "start no scenario after the first broken rule");
     command->add_option("--boots", *boots, "all kinds, or only 'healthy' or 'stalled' ones")
             ->check(CLI::IsMember({"all", "healthy", "stalled"}))
             ->capture_default_str();
