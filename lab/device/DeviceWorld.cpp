@@ -19,11 +19,11 @@
 #include <filesystem>
 #include <utility>
 
-#include "Archive.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
 #include "lab/device/LibcFiles.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 

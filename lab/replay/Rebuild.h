@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "DaemonLog.h"
 #include "lab/replay/RecordedRun.h"
 #include "lab/scenario/Scenario.h"
+#include "report/read/DaemonLog.h"
 
 namespace lab {
 

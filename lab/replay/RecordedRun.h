@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "DaemonLog.h"
-#include "ErrorNumber.h"
+#include "report/read/DaemonLog.h"
+#include "report/read/ErrorNumber.h"
 
 namespace lab {
 

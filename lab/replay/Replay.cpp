@@ -11,12 +11,11 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "Archive.h"
-#include "Formats.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 

@@ -26,12 +26,12 @@
 #include <new>
 #include <stdexcept>
 
-#include "Archive.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
 #include "lab/device/DeviceWorld.h"
 #include "lab/device/LibcFiles.h"
+#include "report/read/Archive.h"
 
 // The daemon's own main, compiled under this name.
 int bootvigilMain();

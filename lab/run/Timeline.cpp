@@ -11,10 +11,10 @@
 #include <algorithm>
 #include <set>
 
-#include "ErrorNumber.h"
-#include "Formats.h"
-#include "BootMilestones.h"
+#include "bootvigil/BootMilestones.h"
 #include "lab/base/Files.h"
+#include "report/read/ErrorNumber.h"
+#include "report/show/Text.h"
 
 namespace lab {
 

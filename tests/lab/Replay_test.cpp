@@ -15,13 +15,13 @@
 
 #include <gtest/gtest.h>
 
-#include "Archive.h"
-#include "DaemonLog.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
+#include "report/read/DaemonLog.h"
 
 namespace {
 
