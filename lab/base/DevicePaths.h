@@ -75,6 +75,10 @@ inline std::string archivePath(const std::string& name) {
     return kLogs + "/" + name + kArchiveSuffix;
 }
 
+// Properties that the platform sets to "1" when the boot is done.
+constexpr const char* kCompleted[] = {"sys.boot_completed", "service.bootanim.exit",
+                                      "sys.vela.BOOT_COMPLETED"};
+
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
