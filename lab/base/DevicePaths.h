@@ -26,9 +26,24 @@ inline const std::string kLogs = "/velafs/boot_vigil/log";
 inline const std::string kJournal = "/velafs/boot_vigil/log/info";
 inline const std::string kInitLog = "/velafs/boot_vigil/init_msg";      // the platform's
 inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";  // likewise
-inline const std::string kKeptLogs = "/dev/velarawlog/";                // likewise
+inline const std::string kData = "/data";
+inline const std::string kMarkerFolder = "/data/vela_dfr";
 inline const std::string kMarker = "/data/vela_dfr/firstboot";
+// Asked for in one piece, with one semicolon short.
+inline const std::string kPackageFiles =
+        "/data/system/users/0.xml;/data/system/users/userlist.xml/data/system/packages.xml;"
+        "/data/system/uiderrors.txt";
+inline const std::string kBootMonitor = "/dev/bootvigilk";
+inline const std::string kKernelMessages = "/dev/kmsg";
+inline const std::string kKeptLogs = "/dev/velarawlog/";  // the platform's
+inline const std::string kBootProfile = "/proc/bootprof";
+inline const std::string kVelaBootProfile = "/proc/velabootprof";
+inline const std::string kCommandLine = "/proc/cmdline";
 inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // relative, so named
+inline const std::string kPstoreConsole = "/sys/fs/pstore/console-ramoops-0";
+
+// The log-capture service's capture is a file of its own folder with this in its name.
+inline const std::string kLogServiceId = "0xffffff06";
 
 // The simulated platform's.
 constexpr const char* kPropertyDir = "/dev/__properties__/";
