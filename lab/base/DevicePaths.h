@@ -23,6 +23,7 @@ inline const std::string kSwitch = "/velafs/boot_vigil/bfEnable";
 inline const std::string kPmic = "/velafs/boot_vigil/pmic_info";
 inline const std::string kHwInfo = "/velafs/boot_vigil/mem_hwinfo";
 inline const std::string kLogs = "/velafs/boot_vigil/log";
+inline const std::string kArchiveSuffix = ".zs";
 inline const std::string kJournal = "/velafs/boot_vigil/log/info";
 inline const std::string kInitLog = "/velafs/boot_vigil/init_msg";      // the platform's
 inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";  // likewise

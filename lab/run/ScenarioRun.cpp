@@ -28,6 +28,7 @@
 
 #include "Archive.h"
 #include "lab/base/DataFolder.h"
+#include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
 #include "lab/device/DeviceWorld.h"
@@ -180,17 +181,19 @@ void ScenarioRun::run() {
     if (mScenario.partitionSize) mRoot.unmountPartition();
 }
 
-// The files that the daemon keeps its state in.
+// The files that the daemon keeps its state in, and their folders, which end in "/".
 TextMap ScenarioRun::filesKept() const {
     constexpr uintmax_t kLargest = 256UL * 1024;  // a file that fills the partition is none
     TextMap files;
-    for (const char* folder : {"/velafs", "/data"}) {
+    for (const std::string folder : {"/velafs", "/data"}) {
         std::error_code absent;
+        if (std::filesystem::exists(mRoot.at(folder))) files[folder + "/"];
         for (const auto& entry :
              std::filesystem::recursive_directory_iterator(mRoot.at(folder), absent)) {
+            const std::string path = entry.path().string().substr(mRoot.path().size());
+            if (entry.is_directory()) files[path + "/"];
             if (!entry.is_regular_file() || entry.path().extension() == ".zs") continue;
-            if (entry.file_size() > kLargest) continue;
-            files[entry.path().string().substr(mRoot.path().size())] = readFile(entry.path());
+            if (entry.file_size() <= kLargest) files[path] = readFile(entry.path());
         }
     }
     return files;
