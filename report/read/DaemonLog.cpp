@@ -20,17 +20,14 @@ int64_t parseClock(const std::string& clock) {
     static constexpr int kDaysBefore[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
     int month = 0;
     int day = 0;
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    int ms = 0;
-    if (sscanf(clock.c_str(), "%2d-%2d %2d:%2d:%2d.%3d", &month, &day, &hour, &minute, &second,
-               &ms) != 6 ||
+    int time[4] = {};  // hours to milliseconds
+    if (sscanf(clock.c_str(), "%2d-%2d %2d:%2d:%2d.%3d", &month, &day, &time[0], &time[1], &time[2],
+               &time[3]) != 6 ||
         month < 1 || month > 12) {
         return -1;
     }
-    const int64_t days = kDaysBefore[month - 1] + day - 1;
-    return (((days * 24 + hour) * 60 + minute) * 60 + second) * 1000 + ms;
+    const int64_t hours = (kDaysBefore[month - 1] + day - 1) * 24 + time[0];
+    return ((hours * 60 + time[1]) * 60 + time[2]) * 1000 + time[3];
 }
 
 bool parseLine(std::string_view line, DaemonLine& parsed) {
@@ -39,7 +36,6 @@ bool parseLine(std::string_view line, DaemonLine& parsed) {
     parsed.clock = line.substr(0, kClockLength);
     parsed.ms = parseClock(parsed.clock);
     if (parsed.ms < 0) return false;
-    parsed.priority = line[tag - 1];
     const std::string_view text = line.substr(tag + kTag.size());
     parsed.text = text.substr(0, text.find_last_not_of(" \r") + 1);
     return true;
@@ -83,11 +79,9 @@ std::optional<ErrorNumber> parseNotice(const std::string& text) {
     int phase = 0;
     int detail = 0;
     int reason = 0;
-    if (sscanf(text.c_str(),
-               "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d", &type,
-               &phase, &detail, &reason) != 4) {
-        return std::nullopt;
-    }
+    constexpr const char* kForm =
+            "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d";
+    if (sscanf(text.c_str(), kForm, &type, &phase, &detail, &reason) != 4) return std::nullopt;
     return decodeErrorNumber((phase & 0xfUL) << 20 | (detail & 0xffUL) << 12 | (type & 0xfUL) << 8 |
                              (reason & 0xffUL));
 }

@@ -33,7 +33,6 @@ export function showRecovery() {
         ["Where the order is from", order && recovery.list_source],
         ["Not reported yet", report.pending ? `a failure in phase ${asText(report.pending.phase)}` : null],
         ["Disabled", yesNo(recovery.disabled)],
-        ["Note", recovery.note],
     ];
     // A device that never tried a recovery has few of these, and no row of blanks for the rest.
     const known = rows.filter(([, value]) => asText(value) !== "–");
