@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "bootvigil/BootMilestones.h"
-#include "bootvigil/BootvigilHandler.h"
+#include "bootvigil/Messages.h"
 #include "bootvigil/RecoveryLists.h"
 #include "lab/base/Text.h"
 
@@ -22,7 +22,7 @@ namespace {
 constexpr int64_t kLookOn = 3600000;  // ms for which today's daemon may be late
 constexpr size_t kMostProperty = 91;
 
-const std::string kSystemServerStart = kBootMilestones[3];
+const std::string kSystemServerStart = kMilestoneNames[3];
 
 // A line of the boot profile without its time, and when it is shown.
 struct ProfileLine {

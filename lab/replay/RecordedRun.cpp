@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "bootvigil/BootvigilHandler.h"
+#include "bootvigil/Messages.h"
 #include "lab/base/Text.h"
 #include "lab/run/Timeline.h"
 

@@ -12,7 +12,7 @@ namespace report {
 std::string missingMilestone(const ErrorNumber& error) {
     const int milestone = error.detailPhase - kFirstMilestoneDetail;
     const bool loop = !error.stamp && error.type == 2 && error.phase == 4;
-    return loop && milestone >= 0 && milestone < kMilestoneCount ? kBootMilestones[milestone] : "";
+    return loop && milestone >= 0 && milestone < kMilestoneCount ? kMilestoneNames[milestone] : "";
 }
 
 std::string describeSituation(const ErrorNumber& error) {
