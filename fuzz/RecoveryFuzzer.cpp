@@ -5,14 +5,13 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <array>
-#include <iterator>
 #include <stdexcept>
 
 #include "bootvigil/BfRecovery.h"
 #include "bootvigil/BootState.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
+#include "lab/rules/DaemonModel.h"
 
 using namespace fuzz;
 
@@ -25,13 +24,6 @@ constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 using Text = std::optional<std::string>;
-using Modes = std::array<int, 5>;
-
-const std::pair<int, Modes> kDefaults[] = {
-        {100, {1, 2, 5, 0, 0}}, {20, {1, 2, 5, 0, 0}}, {21, {1, 5, 0, 0, 0}},
-        {23, {1, 5, 0, 0, 0}},  {22, {1, 5, 0, 0, 0}}, {99, {5, 1, 0, 0, 0}},
-        {120, {1, 2, 5, 0, 0}},
-};
 
 struct Model {
     Text history;
@@ -40,8 +32,8 @@ struct Model {
     char reason = 0;
     bool firstBoot = false;
 
-    const Modes* modes = nullptr;
-    Modes table = {};
+    const std::vector<int>* modes = nullptr;
+    std::vector<int> table = std::vector<int>(5);
     bool reboots = false;
     bool resets = false;
 
@@ -49,34 +41,21 @@ struct Model {
         return history ? history->substr(0, history->find('\n')) : "0";
     }
 
-    // False where a line of the list ends the process.
-    bool choose(int error) {
-        if (!list) {
-            for (const auto& entry : kDefaults) {
-                if (entry.first == error) modes = &entry.second;
-            }
-            return true;
+    // Throws lab::Aborted where a line of the list ends the process.
+    void choose(int error) {
+        if (list) {
+            lab::readOverrideList(linesOf(*list), error, table);
+            modes = &table;
+        } else if (const std::vector<int>* defaults = lab::defaultRecoveryList(error)) {
+            modes = defaults;
         }
-        const std::vector<std::string> lines = linesOf(*list);
-        for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-            const Fields fields = splitModel(*line, "|");
-            if (!fields) return false;
-            if (fields->size() < 2 || atoi((*fields)[0].c_str()) != error) continue;
-            const std::string& digits = (*fields)[1];
-            for (size_t i = 0; i < table.size() && digits.size() > 4; ++i) {
-                table[i] = static_cast<unsigned char>(digits[i]) - '0';
-            }
-            break;
-        }
-        modes = &table;
-        return true;
     }
 
-    // 1 and 0 are the results, -1 stands for the end of the process.
+    // As the daemon's runRecovery.
     int run(int error) {
         if (error == 0 || disabled) return 0;
         if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
-        if (!choose(error)) return -1;
+        choose(error);
         const std::string line = firstLine();
         if (modes == nullptr || line.empty() || line[0] < '0' || line[0] > '4') return 0;
         const size_t step = static_cast<size_t>(line[0] - '0');
@@ -137,8 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     BfRecovery recovery;
     for (size_t failure = 0; failure < 2; ++failure) {
         const int error = atoi(input[failure].c_str());
-        const int expected = model.run(error);
+        int expected = -1;  // the process ends
         int result = -1;
+        try {
+            expected = model.run(error);
+        } catch (const lab::Aborted&) {
+        }
         try {
             result = recovery.runRecovery(error, model.firstBoot) ? 1 : 0;
         } catch (const std::out_of_range&) {

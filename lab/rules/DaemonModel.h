@@ -31,6 +31,13 @@ constexpr int kAfterBoot = 0x20060;
 // Throws Aborted for a field of blanks.
 std::vector<std::string> split(const std::string& text, const std::string& by);
 
+// The recovery list for a reason where none was pushed to the device; null for other reasons.
+const std::vector<int>* defaultRecoveryList(int reason);
+
+// What a list that was pushed to the device changes of the table of modes, by the last line for the
+// reason. Throws Aborted as split() does.
+void readOverrideList(const std::vector<std::string>& lines, int reason, std::vector<int>& modes);
+
 class DaemonModel : protected DeviceModel {
 protected:
     DaemonModel(const BootObservation& boot, Books& books);

@@ -11,17 +11,28 @@
 
 namespace lab {
 
-namespace {
+const std::vector<int>* defaultRecoveryList(int reason) {
+    static const std::map<int, std::vector<int>> lists = {{100, {1, 2, 5, 0, 0}},
+                                                          {20, {1, 2, 5, 0, 0}},
+                                                          {21, {1, 5, 0, 0, 0}},
+                                                          {23, {1, 5, 0, 0, 0}},
+                                                          {22, {1, 5, 0, 0, 0}},
+                                                          {99, {5, 1, 0, 0, 0}},
+                                                          {120, {1, 2, 5, 0, 0}}};
+    const auto found = lists.find(reason);
+    return found == lists.end() ? nullptr : &found->second;
+}
 
-const std::map<int, std::vector<int>> kDefaultLists = {{100, {1, 2, 5, 0, 0}},
-                                                       {20, {1, 2, 5, 0, 0}},
-                                                       {21, {1, 5, 0, 0, 0}},
-                                                       {23, {1, 5, 0, 0, 0}},
-                                                       {22, {1, 5, 0, 0, 0}},
-                                                       {99, {5, 1, 0, 0, 0}},
-                                                       {120, {1, 2, 5, 0, 0}}};
-
-}  // namespace
+void readOverrideList(const std::vector<std::string>& lines, int reason, std::vector<int>& modes) {
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const std::vector<std::string> fields = split(*line, "|");
+        if (fields.size() < 2 || atoi(fields[0].c_str()) != reason) continue;
+        for (size_t i = 0; i < 5 && fields[1].size() > 4; ++i) {
+            modes[i] = static_cast<unsigned char>(fields[1][i]) - '0';
+        }
+        return;
+    }
+}
 
 // The first answer holds, but for that to the rescue.
 bool DaemonModel::disabled() {
@@ -49,17 +60,11 @@ void DaemonModel::removeHistory() {
 }
 
 void DaemonModel::chooseList(int error) {
-    if (!exists(kOverride)) {
-        if (kDefaultLists.count(error) > 0) mList = &kDefaultLists.at(error);
-        return;
-    }
-    mList = &mTable;
-    const std::vector<std::string> lines = read(kOverride);
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> fields = split(*line, "|");
-        if (fields.size() < 2 || atoi(fields[0].c_str()) != error) continue;
-        for (size_t i = 0; i < 5 && fields[1].size() > 4; ++i) mTable[i] = fields[1][i] - '0';
-        return;
+    if (exists(kOverride)) {
+        mList = &mTable;
+        readOverrideList(read(kOverride), error, mTable);
+    } else if (const std::vector<int>* list = defaultRecoveryList(error)) {
+        mList = list;
     }
 }
 
