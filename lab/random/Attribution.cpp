@@ -287,7 +287,7 @@ Result judge(const std::vector<Record>& records, const Truth& truth) {
         if (kind != "log" || result.recorded) continue;
         const std::string text = record["text"];
         if (const auto stuck = after(text, "checkStuckPid stuck pid =")) pid = atoi(stuck->c_str());
-        const auto error = parseNotice(text);
+        const auto error = report::parseNotice(text);
         if (!error) continue;
         result.recorded = true;
         result.pid = answer(pid, truth.pid);

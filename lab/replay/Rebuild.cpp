@@ -14,6 +14,7 @@
 #include "bootvigil/Messages.h"
 #include "bootvigil/RecoveryLists.h"
 #include "lab/base/Text.h"
+#include "report/read/Recovery.h"
 
 namespace lab {
 
@@ -155,7 +156,7 @@ private:
             boot().profilePath = "/proc/velabootprof";
         } else if (line == "boot finished, enter launcher.") {
             mFinishedAt = at;
-        } else if (const auto error = parseNotice(line)) {
+        } else if (const auto error = report::parseNotice(line)) {
             if (error->phase == 7 && error->reason != 22) mWizard = "2";
             if (error->type == 5 && error->phase == 8) {
                 boot().files["/dev/velarawlog/init"] = "not known\n";
@@ -440,17 +441,7 @@ private:
 }  // namespace
 
 std::string actionName(const std::optional<std::string>& history) {
-    if (!history || history->size() < 2) return "none";
-    switch ((*history)[1] - '0') {
-        case RECOVERY_REBOOT:
-            return "reboot";
-        case RECOVERY_WAIT_USER:
-            return "wait for the user";
-        case RECOVERY_DATA_RESET:
-            return "data reset";
-        default:
-            return "none of the known";
-    }
+    return history && history->size() >= 2 ? report::modeName((*history)[1] - '0') : "none";
 }
 
 RebuiltBoot rebuildBoot(const std::vector<report::DaemonRun>& runs, const Remains& remains,

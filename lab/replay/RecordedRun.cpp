@@ -95,20 +95,6 @@ std::vector<Message> readMessages(const report::DaemonRun& run,
     return messages;
 }
 
-std::optional<report::ErrorNumber> parseNotice(const std::string& text) {
-    int type = 0;
-    int phase = 0;
-    int detail = 0;
-    int reason = 0;
-    if (sscanf(text.c_str(),
-               "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d", &type,
-               &phase, &detail, &reason) != 4) {
-        return std::nullopt;
-    }
-    return report::decodeErrorNumber((phase & 0xfUL) << 20 | (detail & 0xffUL) << 12 |
-                                     (type & 0xfUL) << 8 | (reason & 0xffUL));
-}
-
 std::vector<Verdict> verdictsOf(const std::vector<Message>& messages) {
     std::vector<Verdict> verdicts;
     for (size_t i = 0; i < messages.size(); ++i) {
@@ -119,7 +105,7 @@ std::vector<Verdict> verdictsOf(const std::vector<Message>& messages) {
         for (const std::string& line : messages[i].lines) {
             if (const auto stuck = after(line, "checkStuckPid stuck pid =")) {
                 pid = *stuck;
-            } else if (const auto error = parseNotice(line)) {
+            } else if (const auto error = report::parseNotice(line)) {
                 add();
                 verdicts.back().error = error;
             } else if (const auto code = after(line, "checkReason Reason =")) {

@@ -41,9 +41,6 @@ std::vector<Message> readMessages(const report::DaemonRun& run, std::vector<std:
 std::vector<Verdict> verdictsOf(const std::vector<Message>& messages);
 std::vector<Verdict> findVerdicts(const report::DaemonRun& run);
 
-// The error number of the line that notifies a failure; nothing for any other line.
-std::optional<report::ErrorNumber> parseNotice(const std::string& text);
-
 // "12.5 s"
 std::string seconds(int64_t ms);
 

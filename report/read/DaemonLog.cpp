@@ -4,6 +4,7 @@
 #include "report/read/DaemonLog.h"
 
 #include <stdio.h>
+#include <time.h>
 
 namespace report {
 
@@ -14,20 +15,16 @@ constexpr std::string_view kFirstText = "BOOTVIGIL boot_vigil_service start";
 constexpr size_t kClockLength = 18;  // "MM-DD HH:MM:SS.mmm"
 constexpr size_t kMaxHead = 60;      // most bytes of a line before its tag
 
-// Milliseconds since the start of the year, -1 if it is not a clock. Every February has 29 days,
-// which is exact enough for differences within a run.
+// Milliseconds since the start of the year, -1 if it is not a clock. The year is taken as a leap
+// year, which is exact enough for differences within a run.
 int64_t parseClock(const std::string& clock) {
-    static constexpr int kDaysBefore[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
-    int month = 0;
-    int day = 0;
-    int time[4] = {};  // hours to milliseconds
-    if (sscanf(clock.c_str(), "%2d-%2d %2d:%2d:%2d.%3d", &month, &day, &time[0], &time[1], &time[2],
-               &time[3]) != 6 ||
-        month < 1 || month > 12) {
-        return -1;
-    }
-    const int64_t hours = (kDaysBefore[month - 1] + day - 1) * 24 + time[0];
-    return ((hours * 60 + time[1]) * 60 + time[2]) * 1000 + time[3];
+    tm date = {};
+    date.tm_year = 72;
+    const char* end = strptime(clock.c_str(), "%m-%d %H:%M:%S", &date);
+    int ms = 0;
+    if (end == nullptr || sscanf(end, ".%3d", &ms) != 1) return -1;
+    constexpr int64_t kStartOf1972 = 2 * 365 * 24 * 3600;
+    return (timegm(&date) - kStartOf1972) * 1000 + ms;
 }
 
 bool parseLine(std::string_view line, DaemonLine& parsed) {

@@ -35,8 +35,7 @@ std::string escape(const std::string& text, const std::map<char, const char*>& e
 }
 
 void appendLog(const Capture& capture, const Append& append) {
-    const std::string name =
-            escape(capture.name, {{'&', "&amp;"}, {'"', "&quot;"}, {'<', "&lt;"}});
+    const std::string name = escape(capture.name, {{'&', "&amp;"}, {'"', "&quot;"}, {'<', "&lt;"}});
     append("<script type=\"text/plain\" class=\"log\" data-name=\"" + name + "\">");
     std::string text;
     readArchive(capture.path, [&](const char* data, size_t size) {
