@@ -25,6 +25,10 @@ const std::map<int, std::string> kActions = {{kReboot, "try to reboot"},
 
 }  // namespace
 
+std::optional<std::string> defaultActions(int reason) {
+    return lookUp(kDefaultLists, reason);
+}
+
 int digitAt(const std::string& text, size_t index) {
     return static_cast<unsigned char>(text[index]) - '0';
 }
@@ -73,7 +77,7 @@ void DaemonModel::chooseList() {
         mTable = readOverride(read(kOverride), mReason).value_or(mTable);
         mList = mTable;
     } else {
-        mList = lookUp(kDefaultLists, mReason).value_or(mList);
+        mList = defaultActions(mReason).value_or(mList);
     }
 }
 
