@@ -32,8 +32,8 @@ struct Model {
     char reason = 0;
     bool firstBoot = false;
 
-    const std::vector<int>* modes = nullptr;
-    std::vector<int> table = std::vector<int>(5);
+    std::string modes;
+    std::string table = "00000";
     bool reboots = false;
     bool resets = false;
 
@@ -41,13 +41,12 @@ struct Model {
         return history ? history->substr(0, history->find('\n')) : "0";
     }
 
-    // Throws lab::Aborted where a line of the list ends the process.
+    // Throws lab::MustEnd where a line of the list ends the process.
     void choose(int error) {
         if (list) {
-            lab::readOverrideList(linesOf(*list), error, table);
-            modes = &table;
-        } else if (const std::vector<int>* defaults = lab::defaultRecoveryList(error)) {
-            modes = defaults;
+            modes = table = lab::readOverride(linesOf(*list), error).value_or(table);
+        } else {
+            modes = lab::defaultList(error).value_or(modes);
         }
     }
 
@@ -57,9 +56,9 @@ struct Model {
         if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
         choose(error);
         const std::string line = firstLine();
-        if (modes == nullptr || line.empty() || line[0] < '0' || line[0] > '4') return 0;
+        if (modes.empty() || line.empty() || line[0] < '0' || line[0] > '4') return 0;
         const size_t step = static_cast<size_t>(line[0] - '0');
-        const int mode = (*modes)[step];
+        const int mode = lab::digitAt(modes, step);
         if (mode <= 0) return 0;
         history = std::to_string(step + 1) + std::to_string(mode);
         if (reason != '\0') *history += reason;
@@ -120,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         int result = -1;
         try {
             expected = model.run(error);
-        } catch (const lab::Aborted&) {
+        } catch (const lab::MustEnd&) {
         }
         try {
             result = recovery.runRecovery(error, model.firstBoot) ? 1 : 0;

@@ -6,14 +6,16 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lab {
 
-inline bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
+inline bool startsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
 }
 
 inline bool endsWith(const std::string& text, const std::string& end) {
@@ -37,9 +39,15 @@ inline std::vector<std::string> linesOf(const std::string& text) {
 
 // What follows `prefix`, without blanks in front; nothing when the text begins otherwise.
 inline std::optional<std::string> after(const std::string& text, const std::string& prefix) {
-    if (text.rfind(prefix, 0) != 0) return std::nullopt;
+    if (!startsWith(text, prefix)) return std::nullopt;
     const size_t first = text.find_first_not_of(' ', prefix.size());
     return first == std::string::npos ? "" : text.substr(first);
+}
+
+template <typename Key, typename Value>
+std::optional<Value> lookUp(const std::map<Key, Value>& map, const Key& key) {
+    const auto found = map.find(key);
+    return found == map.end() ? std::nullopt : std::optional(found->second);
 }
 
 inline std::string firstLine(const std::string& text) {
@@ -50,6 +58,14 @@ template <typename... Values>
 std::string format(const char* layout, Values... values) {
     char text[1024];
     snprintf(text, sizeof(text), layout, values...);
+    return text;
+}
+
+// "490" or "12.5": no more decimals than are needed, three at most.
+inline std::string formatSeconds(double seconds) {
+    std::string text = format("%.3f", seconds);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') text.pop_back();
     return text;
 }
 

@@ -12,12 +12,13 @@
 #include <random>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
-#include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
 #include "report/read/Boots.h"
 #include "report/read/Report.h"
