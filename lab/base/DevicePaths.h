@@ -33,6 +33,10 @@ inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";  // likew
 inline const std::string kData = "/data";
 inline const std::string kMarkerFolder = "/data/vela_dfr";
 inline const std::string kMarker = "/data/vela_dfr/firstboot";
+// Asked for in one piece, with one semicolon short.
+inline const std::string kPackageFiles =
+        "/data/system/users/0.xml;/data/system/users/userlist.xml/data/system/packages.xml;"
+        "/data/system/uiderrors.txt";
 inline const std::string kDev = "/dev";
 inline const std::string kBootMonitor = "/dev/bootvigilk";
 inline const std::string kKernelMessages = "/dev/kmsg";
@@ -74,6 +78,10 @@ constexpr CapturedLog kCapturedLogs[] = {
 inline std::string archivePath(const std::string& name) {
     return kLogs + "/" + name + kArchiveSuffix;
 }
+
+// Properties that the platform sets to "1" when the boot is done.
+constexpr const char* kCompleted[] = {"sys.boot_completed", "service.bootanim.exit",
+                                      "sys.vela.BOOT_COMPLETED"};
 
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";

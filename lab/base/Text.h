@@ -6,6 +6,7 @@
 #include <stdio.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,9 +39,15 @@ inline std::vector<std::string> linesOf(const std::string& text) {
 
 // What follows `prefix`, without blanks in front; nothing when the text begins otherwise.
 inline std::optional<std::string> after(const std::string& text, const std::string& prefix) {
-    if (text.rfind(prefix, 0) != 0) return std::nullopt;
+    if (!startsWith(text, prefix)) return std::nullopt;
     const size_t first = text.find_first_not_of(' ', prefix.size());
     return first == std::string::npos ? "" : text.substr(first);
+}
+
+template <typename Key, typename Value>
+std::optional<Value> lookUp(const std::map<Key, Value>& map, const Key& key) {
+    const auto found = map.find(key);
+    return found == map.end() ? std::nullopt : std::optional(found->second);
 }
 
 inline std::string firstLine(const std::string& text) {

@@ -17,7 +17,8 @@ void addSagas(CommandLine& line) {
             .number("--seed", order->seed, "of the first scenario")
             .number("--count", order->count, "how many scenarios")
             .count("--jobs", order->jobs, 256, "processes")
-            .flag("--until-broken", order->untilBroken, "end each process at its first broken rule")
+            .flag("--until-broken", order->untilBroken,
+                  "start no scenario after the first broken rule")
             .choice("--boots", *boots, {"all", "healthy", "stalled"}, "which kinds of boots")
             .text("--out", order->folder, "where a scenario that breaks a rule is written")
             .does([order, boots] {

@@ -3,7 +3,6 @@
 
 #include "lab/rules/DaemonModel.h"
 
-#include <signal.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -20,15 +19,24 @@ std::vector<std::string> split(const std::string& text, const std::string& by) {
         end = std::min(text.find(by, from), text.size());
         if (end == from) continue;
         const size_t first = text.find_first_not_of(' ', from);
-        if (first >= end) throw Aborted();
+        if (first >= end) throw MustEnd{SIGABRT};
         const size_t size = text.find_last_not_of(' ', end - 1) + 1 - from;
         fields.push_back(text.substr(first, std::min(size, end - first)));
     }
     return fields;
 }
 
-DaemonModel::DaemonModel(const BootObservation& boot, Books& books)
-    : DeviceModel(boot, books), mFileReason(firstLine(content(kReason))) {
+namespace {
+
+std::string eventOf(const std::string& line) {
+    const std::vector<std::string> fields = split(line, " :");
+    return fields.size() < 3 ? "" : fields[2];
+}
+
+}  // namespace
+
+DaemonModel::DaemonModel(const BootObservation& boot, std::set<std::string>& submitted)
+    : DeviceModel(boot), mSubmitted(submitted), mFileReason(firstLine(content(kReason))) {
     post(kStart, 10);
 }
 
@@ -36,44 +44,33 @@ DaemonModel::DaemonModel(const BootObservation& boot, Books& books)
 
 void DaemonModel::beforeMessages() {
     if (number("persist.sys.bootvigil.debug.startbootvigil") != 0) return;
-    if (!cannotOpen("/dev/bootvigilk")) expectCall(mMonitor, "the boot is the daemon's");
+    if (!cannotOpen(kBootMonitor)) expectAct(TraceEvent::MONITOR, "");
 }
 
 void DaemonModel::post(int what, int64_t seconds) {
-    mPending.push_back({mNow + seconds * 1000, what});
+    mPending.emplace(mNow + seconds * 1000, what);
 }
 
 void DaemonModel::handle(int what) {
-    switch (what) {
-        case kStart:
-            return start();
-        case kPoll:
-            return poll();
-        case kTimeout:
-            return timeout();
-        case kRecovery:
-            return recover();
-        case kExit:
-            expect("bootvigil exit.");
-            throw Exited{0};
-        case kAfterBoot:
-            return afterBoot();
-        default:
-            return broken("a message that no rule names");
-    }
+    if (what == kStart) return start();
+    if (what == kPoll) return poll();
+    if (what == kTimeout) return timeout();
+    if (what == kRecovery) return recover();
+    if (what == kAfterBoot) return afterBoot();
+    if (what != kExit) return broken("a message that no rule names");
+    expect("bootvigil exit.");
+    throw MustEnd{};
 }
 
 void DaemonModel::start() {
-    if (property("ro.boot.mode") != "normal") throw Exited{0};
-    if (worldFile("/proc/velabootprof")) mProfilePath = "/proc/velabootprof";
-    expectCall(mSets, "sys.bootvigil.version 3.365");
+    if (property("ro.boot.mode") != "normal") throw MustEnd{};
+    if (worldFile(kVelaBootProfile)) mProfilePath = kVelaBootProfile;
+    expectAct(TraceEvent::PROPERTY, "sys.bootvigil.version 3.365");
     post(kPoll, 30);
-    const bool known = exists(kMarker);
-    const bool made = !known && write(kMarker, "");
-    mFirstBoot = decide(made, take("first timer 8m").has_value(), excused(kMarker),
-                        "the first boot's time-out");
+    const bool made = !exists(kMarker) && write(kMarker, "");
+    mFirstBoot = says("first timer 8m", made, excused(kMarker));
     if (made && !mFirstBoot) mUnsure.insert(kMarker);
-    if (mFirstBoot) expectCall(mOperations, "chmod 0777 " + kMarker);
+    if (mFirstBoot) expectAct(TraceEvent::OPERATION, "chmod 0777 " + kMarker);
     post(kTimeout, mFirstBoot ? 480 : 240);
 }
 
@@ -81,71 +78,69 @@ void DaemonModel::poll() {
     if (!mBooted) mBooted = booted();
     followCapture();
     if (systemError()) return post(kRecovery, 10);
-    mBooted = decide(mBooted, take("handleMessage booted, Anim closed.").has_value(), false,
-                     "the end of the boot");
+    mBooted = says("handleMessage booted, Anim closed.", mBooted);
     if (!mBooted) {
         if (mErrType == 0) {
             parseProfile();
-            int64_t type = 0;
-            std::string note;
-            if (mLoop && checkReason(type, note)) capture(type, mStuckPid, note);
+            if (mLoopIndex >= 0) {
+                if (const auto wanted = checkReason()) capture(*wanted);
+            }
         }
         return post(kPoll, 30);
     }
     handleKeptLogs();
-    if (allComplete(take("boot finished, enter launcher.").has_value())) {
-        if (checkSuccess(1)) expect("Have recoveryed.");
+    if (says("boot finished, enter launcher.", bootFinished(), cannotOpen(mProfilePath))) {
+        settle();
+        if (checkSuccess(/* late= */ false)) expect("Have recoveryed.");
         return post(kAfterBoot, 120);
     }
     if (exists(kPmic)) remove(kPmic);
-    if ((reason() & 255) != 22) return post(kPoll, 30);
+    if ((reason() & 255) != kKeyLockError) return post(kPoll, 30);
     expect("errNotify type = 5, phase=7, detailPhase=0");
-    notify(5, 7, 0, reason());
-    capture(0x60036, 0, "");
+    notify(kHang, kKeyLockPhase, 0, reason());
+    capture({});
     post(kRecovery, 10);
 }
 
 void DaemonModel::timeout() {
-    if (mErrType != 0 || allComplete(std::nullopt)) return;
+    if (mErrType != 0) return;
+    if (bootFinished()) return settle();
     if (!mBooted) mBooted = booted();
-    if (mBooted) {
-        int phase = 0;
-        if (bootFinished(phase)) return;
-        const bool same = phase != 0 && phase == mOobePhase;
-        // A profile that could not be read has started the count anew.
-        const auto declared = take(format("errNotify type = 5, phase=%d, detailPhase=0", phase));
-        if (decide(same && mOobeChecks >= 2, declared.has_value(), cannotOpen(mProfilePath),
-                   "a set-up wizard that hangs")) {
-            return notify(5, phase, 0, reason());
-        }
-        mOobeChecks = same ? mOobeChecks + 1 : 0;
-        mOobePhase = phase;
-        return post(kTimeout, 240);
-    }
+    if (mBooted) return checkWizard();
     if (!contains(mLastKey, "performDexOpt")) ++mTimeouts;
-    int64_t type = 0;
-    std::string note;
-    if (checkReason(type, note)) {
-        capture(type, mStuckPid, note);
+    if (const auto wanted = checkReason()) {
+        capture(*wanted);
         expect("handleMessage is boot timeout so start kel");
-        return;
+    } else {
+        expect("handleMessage is boot timeout, boot slowly, check again.");
+        post(kTimeout, 240);
     }
-    expect("handleMessage is boot timeout, boot slowly, check again.");
+}
+
+// It hangs where it is in the same phase for the fourth time.
+void DaemonModel::checkWizard() {
+    int phase = 0;
+    if (bootFinished(&phase)) return;
+    const bool same = phase != 0 && phase == mWizardPhase;
+    // A profile that could not be read has started the count again.
+    if (says(format("errNotify type = 5, phase=%d, detailPhase=0", phase),
+             same && mWizardChecks >= 2, cannotOpen(mProfilePath))) {
+        return notify(kHang, phase, 0, reason());
+    }
+    mWizardChecks = same ? mWizardChecks + 1 : 0;
+    mWizardPhase = phase;
     post(kTimeout, 240);
 }
 
 void DaemonModel::recover() {
-    if (runRecovery(mReason)) {
-        expect("Have found error number.");
-    } else {
-        expect(format("BOOTVIGIL wrong reason to run recovery, %d", mReason));
-    }
+    expect(runRecovery() ? "Have found error number."
+                         : format("BOOTVIGIL wrong reason to run recovery, %d", mReason));
     post(kExit, 10);
 }
 
 void DaemonModel::afterBoot() {
     if (systemError()) return post(kRecovery, 10);
-    if (checkSuccess(2)) expect("Have recoveryed.");
+    if (checkSuccess(/* late= */ true)) expect("Have recoveryed.");
     post(kExit, 10);
 }
 
@@ -157,174 +152,166 @@ bool DaemonModel::booted() const {
 
 // Once it is not 0 in its low byte, which all look at, the property no longer counts.
 int DaemonModel::reason() {
-    if (mCachedReason != 0) return mCachedReason;
+    if (mReason != 0) return mReason;
     const int value = number("sys.vela.boot_fail_reason");
-    mCachedReason = value & 255;
+    mReason = value & 255;
     return value;
 }
 
 bool DaemonModel::systemError() {
     const int value = reason();
     expect(format("BOOTVIGIL checkSystemError reason=%d", value & 255));
-    if ((value & 255) != 20 && (value & 255) != 120) return false;
-    notify(2, 5, 0, number("sys.vela.BOOT_COMPLETED") == 1 ? 120 : value);
-    capture(0x60036, 0, "");
+    if ((value & 255) != kSystemError && (value & 255) != kLateSystemError) return false;
+    const bool complete = number("sys.vela.BOOT_COMPLETED") == 1;
+    notify(kCrash, kSystemServerPhase, 0, complete ? kLateSystemError : value);
+    capture({});
     return true;
 }
 
 // Its lines; none where it can't be opened, which the daemon says. A folder can be.
 std::vector<std::string> DaemonModel::read(const std::string& path) {
-    const bool kept = exists(path);
-    const std::optional<std::string> text = kept ? content(path) : worldFile(path);
-    const bool failed = take("parseBootProf open " + path + " failed").has_value();
-    if (decide(!text, failed, cannotOpen(path), "the failure to open " + path)) return {};
+    const std::optional<std::string> text = exists(path) ? content(path) : worldFile(path);
+    if (says("parseBootProf open " + path + " failed", !text, cannotOpen(path))) return {};
     return linesOf(text.value_or(""));
+}
+
+// Its lines, the last one first; none of a profile that is too short.
+std::vector<std::string> DaemonModel::readProfile() {
+    std::vector<std::string> lines = read(mProfilePath);
+    if (lines.size() > 2) {
+        std::reverse(lines.begin(), lines.end());
+        return lines;
+    }
+    expect("parseBootProf Lines < 3");
+    return {};
 }
 
 // Looks for a restart loop, or else for how long the last event has stayed.
 void DaemonModel::parseProfile() {
-    mStuckPid = -1;
-    const std::vector<std::string> lines = read(mProfilePath);
-    if (lines.size() <= 2) {
-        expect("parseBootProf Lines < 3");
-        return;
-    }
+    const std::vector<std::string> lines = readProfile();
+    if (lines.empty()) return;
     mCounts.clear();
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> fields = split(*line, " :");
-        if (fields.size() < 3) continue;
-        const auto milestone = std::find(kMilestones.begin(), kMilestones.end(), fields[2]);
-        if (milestone == kMilestones.end() || ++mCounts[fields[2]] < 5) continue;
-        expect("parseBootProf reboot reason " + fields[2] + ", count 5");
+    for (const std::string& line : lines) {
+        const std::string event = eventOf(line);
+        const auto milestone = std::find(kMilestones.begin(), kMilestones.end(), event);
+        if (milestone == kMilestones.end() || ++mCounts[event] < 5) continue;
+        expect("parseBootProf reboot reason " + event + ", count 5");
         mLoopIndex = static_cast<int>(milestone - kMilestones.begin());
-        mLoop = true;
         return;
     }
-    const std::vector<std::string> fields = split(lines[lines.size() - 3], " :");
+    const std::vector<std::string> fields = split(lines[2], " :");
     if (fields.size() < 3) return;
     const std::string key = fields[1] + " | " + fields[2];
-    expect("parseBootProf Last Line key " + key.substr(0, 900));
+    expect("parseBootProf Last Line key " + key.substr(0, kLongestLogged));
     mSameLine = key == mLastKey ? mSameLine + 1 : 0;
     mLastKey = key;
 }
 
-// `phase`: of the set-up wizard, where it may be stuck.
-bool DaemonModel::bootFinished(int& phase) {
-    const std::vector<std::string> lines = read(mProfilePath);
-    if (lines.size() <= 2) {
-        expect("parseBootProf Lines < 3");
-        return false;
-    }
+// `wizardPhase`: set where the set-up wizard may be stuck.
+bool DaemonModel::bootFinished(int* wizardPhase) {
+    const std::vector<std::string> lines = readProfile();
+    if (lines.empty()) return false;
     const int wizard = number("persist.sys.oobe", "2");
-    if (wizard == 1 || wizard == 2) phase = wizard + 5;
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> fields = split(*line, " :");
-        if (fields.size() >= 3 && fields[2] == "Post BOOT_COMPLETED" && wizard == 2 && booted()) {
-            return true;
-        }
+    if (wizardPhase != nullptr && wizard == 1) *wizardPhase = kWizardPhase;
+    if (wizardPhase != nullptr && wizard == 2) *wizardPhase = kKeyLockPhase;
+    for (const std::string& line : lines) {
+        if (eventOf(line) == "Post BOOT_COMPLETED" && wizard == 2 && booted()) return true;
     }
     return number("sys.vela.BOOT_COMPLETED") == 1;
 }
 
-// Whether the boot is finished; closes the books on earlier failures then. `observed`: whether the
-// daemon was seen to find it so, where that can be seen.
-bool DaemonModel::allComplete(std::optional<bool> observed) {
-    int phase = 0;
-    bool finished = bootFinished(phase);
-    if (observed) {
-        finished = decide(finished, *observed, cannotOpen(mProfilePath),
-                          "the end of the boot for good");
-    }
-    if (!finished) return false;
-    if (mOobePhase >= 6 && mOobePhase == mMainPhase) {
-        // The wizard was slow, not stuck: the failure is taken back.
-        const std::vector<std::string> lines = linesOf(content(kRecord));
-        std::string rest;
-        for (size_t i = 0; i + 1 < lines.size(); ++i) rest += lines[i] + "\n";
-        if (!lines.empty()) write(kRecord, rest);
-        remove(kFlag);
-        mOobePhase = 0;
+// The boot is finished: failures are taken back or submitted.
+void DaemonModel::settle() {
+    if (mWizardPhase >= kWizardPhase && mWizardPhase == mMainPhase) {
+        revert();
+        if (!remove(kFlag)) mSubmitted.clear();
+        mWizardPhase = 0;
     }
     const std::string flag = content(kFlag, "0");
     const bool flagged = !flag.empty() && static_cast<unsigned char>(flag[0]) >= '1';
-    if (!decide(flagged, take("enter submitInfo").has_value(), excused(kFlag) || cannotOpen(kFlag),
-                "the submission of a flagged failure")) {
-        return true;
-    }
+    if (!says("enter submitInfo", flagged, excused(kFlag) || cannotOpen(kFlag))) return;
     submit();
-    stamp(mErrType != 0 ? 1 : 2);
-    remove(kFlag);
-    return true;
+    if (exists(kRecord)) {  // after the failure's line: a boot has been good since
+        const std::string line = recordLine(0xf00000 + (mErrType != 0 ? 1 : 2), "", "");
+        mRecordLines += line;
+        writeOrLog(kRecord, line, true);
+    }
+    if (!remove(kFlag)) mSubmitted.clear();
 }
 
 // 0 for a process that nobody knows, -1 for none.
-void DaemonModel::findStuckPid() {
-    mStuckPid = -1;
+int DaemonModel::findStuckPid() {
     if (contains(mLastKey, "performDexOpt")) {
         expect("Now is perform DexOpt");
-    } else if (mSameLine >= 3) {
+        return -1;
+    }
+    if (mSameLine >= 3) {
         const std::vector<std::string> fields = split(mLastKey, "-");
         if (!fields.empty() && fields[0].find_first_not_of("0123456789") == std::string::npos) {
-            mStuckPid = atoi(fields[0].c_str());
-            expect(format("checkStuckPid stuck pid = %d", mStuckPid));
-        } else if (mTimeouts > 2) {
-            mStuckPid = 0;
+            const int pid = atoi(fields[0].c_str());
+            expect(format("checkStuckPid stuck pid = %d", pid));
+            return pid;
         }
-    } else if (mTimeouts >= 3) {
-        mStuckPid = 0;
     }
+    return mTimeouts > 2 ? 0 : -1;
 }
 
 // The detail number, 0 for none.
-int DaemonModel::stuckDetail() {
-    if (mLoop) {
-        for (int i = mLoopIndex; i >= 0 && i < 11; ++i) {
-            if (mCounts[kMilestones[i]] == 0) return i + kFirstMilestoneDetail;
+int DaemonModel::stuckDetail(int pid) {
+    if (mLoopIndex >= 0) {
+        for (size_t i = mLoopIndex; i < kMilestones.size(); ++i) {
+            if (mCounts[kMilestones[i]] == 0) return static_cast<int>(i) + kFirstMilestoneDetail;
         }
-        return 255;
+        return kOtherDetail;
     }
-    if (number("sys.boot_completed") == 1 && number("service.bootanim.exit") == 0) return 3;
-    if (mStuckPid == -1) return 0;
-    return mCounts["Android:SysServerInit_START"] == 1 ? 2 : 1;
+    if (number("sys.boot_completed") == 1 && number("service.bootanim.exit") == 0) {
+        return kAnimationDetail;
+    }
+    if (pid == -1) return 0;
+    return mCounts["Android:SysServerInit_START"] == 1 ? kSystemServerDetail : kNativeDetail;
 }
 
 // Names what the boot is stuck at, and says what to capture of it.
-bool DaemonModel::checkReason(int64_t& type, std::string& note) {
+std::optional<DaemonModel::Wanted> DaemonModel::checkReason() {
     const std::string start = "checkReason Reason = ";
-    findStuckPid();
-    const int predicted = stuckDetail();
+    const int pid = findStuckPid();
+    const int predicted = stuckDetail(pid);
     const auto line = take(start);
     int detail = line ? atoi(line->c_str() + start.size()) : 0;
-    if (detail != predicted && !cannotOpen(mProfilePath) && !(mCutShort && !line)) {
+    if (mCutShort && !line) detail = predicted;
+    if (detail != predicted && !cannotOpen(mProfilePath)) {
         broken(format("finds detail %d where the rules say %d", detail, predicted));
     }
-    if (mCutShort && !line) detail = predicted;
-    if (detail == 0) return false;
+    if (detail == 0) return std::nullopt;
     if (line && !cannotOpen(kReason) &&
         *line != format("%s%d, file Reason = %s", start.c_str(), detail, mFileReason.c_str())) {
         broken("reads another reason file: " + *line);
     }
-    if (detail != 3) {
-        notify(mLoop ? 2 : 5, detail == 2 ? 5 : 4, detail, 100);
+    return nameStall(detail, pid);
+}
+
+DaemonModel::Wanted DaemonModel::nameStall(int detail, int pid) {
+    if (detail != kAnimationDetail) {
+        const bool server = detail == kSystemServerDetail;
+        notify(mLoopIndex >= 0 ? kCrash : kHang, server ? kSystemServerPhase : kNativePhase, detail,
+               kFoundByDaemon);
         post(kRecovery, 10);
     }
-    type = detail == 1 ? 0x60436 : detail == 2 ? 0x60276 : detail == 3 ? 0x61036 : 0x60036;
-    note = healthNote();
-    if (detail == 10 || detail == 11) {
-        note += "/data/system/users/0.xml;/data/system/users/userlist.xml/data/system/"
-                "packages.xml;/data/system/uiderrors.txt";
+    Wanted wanted = {kCaptureAll, pid, healthNote()};
+    if (detail == kNativeDetail) wanted.type += 0x400;
+    if (detail == kSystemServerDetail) wanted.type += 0x240;
+    if (detail == kAnimationDetail) wanted.type += 0x1000;
+    if (detail == kPackageScanDetail || detail == kPackagesReadyDetail) {
+        wanted.note += kPackageFiles;
     }
-    if (detail == 2) {
-        expectCall(mSignals, format("%d %d", SIGQUIT, mStuckPid));
-        if (mStuckPid == 0) {
-            mQuits = true;
-            throw Aborted();
-        }
+    if (detail == kSystemServerDetail) {
+        expectAct(TraceEvent::SIGNAL, format("%d %d", SIGQUIT, pid));
+        if (pid == 0) throw MustEnd{SIGQUIT};  // itself
         mNow += 2000;
         applyChanges(mNow);
     }
     write(kReason, std::to_string(detail));
-    return true;
+    return wanted;
 }
 
 }  // namespace lab

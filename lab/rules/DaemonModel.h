@@ -1,61 +1,86 @@
 // SPDX-License-Identifier: Apache-2.0
-// What each message of the daemon must do, from the state that the messages before it left: the
-// rules themselves. DaemonModel.cpp has the messages and what they find out of a boot,
-// DaemonRecords.cpp what they write and capture of a failure, DaemonRecovery.cpp the recovery.
+// What each message of the daemon must do, from the state that the messages before it left.
+// DaemonModel.cpp has the messages and what they find out of a boot, DaemonRecords.cpp what they
+// write and capture of a failure, DaemonRecovery.cpp the recovery.
 
 #pragma once
+
+#include <signal.h>
 
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "lab/base/DevicePaths.h"
+#include "lab/rules/Codes.h"
 #include "lab/rules/DeviceModel.h"
 
 namespace lab {
 
-// The rules end the process here.
-struct Aborted {};
-struct Exited {
-    int status;
+// Thrown where the process must end: by a signal, or else with an exit status.
+struct MustEnd {
+    int signal = 0;
+    int status = 0;
 };
 
-constexpr int kPoll = 0x20010;
-constexpr int kTimeout = 0x20020;
-constexpr int kStart = 0x20030;
-constexpr int kRecovery = 0x20040;
-constexpr int kExit = 0x20050;
-constexpr int kAfterBoot = 0x20060;
+constexpr size_t kLongestLogged = 900;  // of a text that a log line must show whole
 
 // Fields without the blanks around them, but for as many at the end as there were in front.
-// Throws Aborted for a field of blanks.
+// Throws MustEnd for a field of blanks.
 std::vector<std::string> split(const std::string& text, const std::string& by);
+
+// The actions that the override list has for the reason, a character for each: those of its last
+// line for it, if that has enough.
+std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason);
+// Those that a reason has where no list was pushed to the device.
+std::optional<std::string> defaultActions(int reason);
+int digitAt(const std::string& text, size_t index);
+
+// The archives that the daemon makes itself, and the log that each holds.
+inline const TextMap kArchives = {{"android_crash_log", "crash"},
+                                  {"android_main_log", "main"},
+                                  {"android_events_log", "events"},
+                                  {"android_system_log", "system"},
+                                  {"android_radio_log", "radio"},
+                                  {"sys_kernel_log", "kernel"},
+                                  {"console-ramoops-0", ""}};
 
 class DaemonModel : protected DeviceModel {
 protected:
-    DaemonModel(const BootObservation& boot, Books& books);
+    // `submitted`: record lines, by earlier boots and this one.
+    DaemonModel(const BootObservation& boot, std::set<std::string>& submitted);
 
     void beforeMessages();
     void post(int what, int64_t seconds);
-    // Throws Aborted or Exited where the process must end.
+    // Throws MustEnd.
     void handle(int what);
 
-    struct Pending {
-        int64_t due;
-        int what;
-    };
-    std::vector<Pending> mPending;
-    bool mQuits = false;       // it signals itself
-    bool mReset = false;       // asked of the platform
-    int64_t mRequest = -1;     // to the platform, when
-    std::string mRecordLines;  // that were to be written
-    bool mCaptured = false;    // the logs, by itself
+    std::set<std::string>& mSubmitted;
+    std::multimap<int64_t, int> mPending;  // messages, by when they are due
+    bool mReset = false;                   // asked of the platform
+    int64_t mRequest = -1;                 // to the platform, when
+    std::string mRecordLines;              // that were to be written
+    bool mCaptured = false;                // the logs, by itself
 
 private:
+    struct Wanted {  // of a capture
+        int64_t type = kCaptureAll;
+        int pid = 0;
+        std::string note;
+    };
+
+    // What a recovery does.
+    struct Step {
+        int action = 0;       // 0: none that is asked for
+        std::string history;  // that it writes; empty: it doesn't
+    };
+
     // The messages.
     void start();
     void poll();
     void timeout();
+    void checkWizard();
     void recover();
     void afterBoot();
 
@@ -64,52 +89,60 @@ private:
     int reason();
     bool systemError();
     std::vector<std::string> read(const std::string& path);
+    std::vector<std::string> readProfile();
     void parseProfile();
-    bool bootFinished(int& phase);
-    bool allComplete(std::optional<bool> observed);
-    void findStuckPid();
-    int stuckDetail();
-    bool checkReason(int64_t& type, std::string& note);
+    bool bootFinished(int* wizardPhase = nullptr);
+    void settle();
+    int findStuckPid();
+    int stuckDetail(int pid);
+    std::optional<Wanted> checkReason();
+    Wanted nameStall(int detail, int pid);
 
     // Records and captures.
     bool usable();
     void notify(int type, int phase, int detail, int reason);
-    void saveRecord(int detail);
+    std::string recordLine(int code, const std::string& info, const std::string& extra) const;
+    void saveRecord(const std::string& line);
     void backUp();
+    void revert();
     void submit();
     std::string lastRecordLine();
-    void stamp(int code);
     void upload(const std::string& path, const std::string& text);
-    void capture(int64_t type, int pid, std::string note);
-    void expectRequest(int64_t type, int pid, const std::string& note);
+    void capture(Wanted wanted);
+    void expectRequest(const Wanted& wanted);
     void leaveMarker();
     void saveDeviceInfo();
     void captureSelf();
+    void journal(const std::string& text);
     void followCapture();
     bool isMissing(const std::string& folder, const std::string& part, const std::string& line);
     void handleKeptLogs();
-    bool keeps(const std::string& log, const std::string& line);
     std::string healthNote() const;
 
     // Recovery.
     bool disabled();
-    int recoveryMode() const;
+    std::string historyLine() const;
+    int lastAction() const;
     void removeHistory();
-    void chooseList(int error);
-    int nextMode() const;
-    bool runRecovery(int error);
-    void act(int mode);
-    bool checkSuccess(int kind);
+    void chooseList();
+    bool runRecovery();
+    Step predict(const std::string& place, const std::string& last) const;
+    Step observe();
+    Step reconcile(const Step& seen, bool unread, bool known);
+    void act(int action);
+    bool checkSuccess(bool late);
 
-    std::string mProfilePath = "/proc/bootprof", mFileReason;
-    bool mBooted = false, mRawDone = false, mFirstBoot = false, mLoop = false;
-    int mErrType = 0, mMainPhase = 0, mReason = 0, mCachedReason = 0;
-    int mLoopIndex = -1, mStuckPid = -1, mSameLine = 0, mTimeouts = 0;
-    int mOobePhase = 0, mOobeChecks = 0, mCaptureState = 0, mDisabled = -1;
+    std::string mProfilePath = kBootProfile, mFileReason;
+    bool mBooted = false, mRawDone = false, mFirstBoot = false;
+    int mErrType = 0, mMainPhase = 0, mReason = 0;
+    int mLoopIndex = -1;  // of the milestone that a restart loop repeats
+    int mSameLine = 0, mTimeouts = 0, mWizardPhase = 0, mWizardChecks = 0;
+    int mCaptureState = 0;  // 1: the service was asked, 2: captured itself, 3: in vain
+    std::optional<bool> mDisabled;
     std::string mCoreText, mLastKey;
     std::map<std::string, int> mCounts;  // of milestones
-    std::vector<int> mTable = {0, 0, 0, 0, 0};
-    const std::vector<int>* mList = nullptr;
+    std::string mTable = "00000",
+                mList;  // of actions, a digit for each: the override's, and that in force
 };
 
 }  // namespace lab

@@ -13,19 +13,22 @@ namespace lab {
 
 // Whether the partition can be written to.
 bool DaemonModel::usable() {
-    if (!exists(kPartition)) {
-        expect("BOOTVIGIL velafs not exist");
-        return false;
-    }
-    const std::string says = "BOOTVIGIL velafs AvailableSize ";
-    const std::optional<std::string> size = expect(says);
+    if (says("BOOTVIGIL velafs not exist", !exists(kPartition))) return false;
+    const std::string start = "BOOTVIGIL velafs AvailableSize ";
+    const std::optional<std::string> size = expect(start);
     if (!size) return false;
-    if (strtoull(size->c_str() + says.size(), nullptr, 10) <= 10) {  // half of the free bytes
-        expect(says + "not enough");
+    if (strtoull(size->c_str() + start.size(), nullptr, 10) <= 10) {  // half of the free bytes
+        expect(start + "not enough");
         mNoSpace = true;
         return false;
     }
     return makeFolder(kOwnFolder) && makeFolder(kRecordFolder);
+}
+
+std::string DaemonModel::recordLine(int code, const std::string& info,
+                                    const std::string& extra) const {
+    return "TIME:" + localTime() + format(";    ERR_NUM:0x%x", code) + ";    ERR_INFO:" + info +
+           ";    ERR_EXPINFO:" + extra + ";\n";
 }
 
 void DaemonModel::notify(int type, int phase, int detail, int reason) {
@@ -33,28 +36,25 @@ void DaemonModel::notify(int type, int phase, int detail, int reason) {
                   detail, reason & 255));
     mErrType = type;
     mMainPhase = phase;
-    if (type == 5) mCoreText = mLastKey.substr(0, 256);
-    mReason = mCachedReason = reason & 255;
-    if (usable()) saveRecord(detail);
+    mReason = reason & 255;
+    if (type == kHang) mCoreText = mLastKey.substr(0, 256);
+    if (!usable()) return;
+    const int code = (phase & 15) << 20 | (detail & 255) << 12 | (type & 15) << 8 | mReason;
+    const std::string country = property("persist.sys.oobe_country");
+    saveRecord(recordLine(code, mCoreText, "Country(" + country + ")  "));
 }
 
-void DaemonModel::saveRecord(int detail) {
-    const int packed =
-            (mMainPhase & 15) << 20 | (detail & 255) << 12 | (mErrType & 15) << 8 | mReason;
-    const std::string line = "TIME:" + localTime() + format(";    ERR_NUM:0x%x", packed) +
-                             ";    ERR_INFO:" + mCoreText + ";    ERR_EXPINFO:Country(" +
-                             property("persist.sys.oobe_country") + ")  ;\n";
+void DaemonModel::saveRecord(const std::string& line) {
     const bool restart = content(kRecord).size() >= 5120;
     if (restart) backUp();
     mRecordLines += line;
     const std::string flagging = format("saveBfFlag mMainPhase = %d.", mMainPhase);
-    if (take(flagging)) {  // so the record was written; a failure that is logged is the stamp's
+    if (take(flagging)) {  // so the record was written; a failure that is logged is the flag's
         write(kRecord, line, !restart);
-    } else {
-        if (writeOrLog(kRecord, line, !restart)) expect(flagging);
-        return;
+        writeOrLog(kFlag, std::to_string(mMainPhase), false);
+    } else if (writeOrLog(kRecord, line, !restart)) {
+        expect(flagging);
     }
-    writeOrLog(kFlag, std::to_string(mMainPhase), false);
 }
 
 // Its size, its content and the copy are opened one after the other.
@@ -64,22 +64,26 @@ void DaemonModel::backUp() {
     if (decide(false, failed, cannotOpen(kRecord) || excused(kBackup), "the failure to back up")) {
         return;
     }
-    if (cannotOpen(kRecord)) {
-        mUnsure.insert(kRecord);
-        mUnsure.insert(kBackup);
-    }
+    if (cannotOpen(kRecord)) mUnsure.insert({kRecord, kBackup});
     write(kBackup, content(kRecord));
+}
+
+// The wizard was slow, not stuck: the failure is taken back.
+void DaemonModel::revert() {
+    std::vector<std::string> lines = linesOf(content(kRecord));
+    if (lines.empty()) return;
+    lines.pop_back();
+    std::string rest;
+    for (const std::string& line : lines) rest += line + "\n";
+    write(kRecord, rest);
 }
 
 // The last record line goes to the uploader, short; a damaged one too, but not one of the wizard's.
 void DaemonModel::submit() {
     if (!exists(kRecord)) return;
-    if (decide(false, take("submitLogInfo: read open").has_value(), cannotOpen(kRecord),
-               "the failure to read " + kRecord)) {
-        return;
-    }
+    if (says("submitLogInfo: read open", false, cannotOpen(kRecord))) return;
     const std::string line = lastRecordLine();
-    if (!line.empty() && !mBooks.submitted.insert(line).second) {
+    if (!line.empty() && !mSubmitted.insert(line).second) {
         broken("submits a second time: " + line);
     }
     std::string payload = "Unknow|Unknow|Unknow";
@@ -101,36 +105,27 @@ void DaemonModel::submit() {
 
 std::string DaemonModel::lastRecordLine() {
     const std::vector<std::string> lines = linesOf(content(kRecord));
-    std::string line = lines.empty() ? "" : lines.back();
+    const std::string line = lines.empty() ? "" : lines.back();
     const std::string start = "submitInfo:info = ";
     const auto shown = expect(start);
-    if (shown && *shown != start + line && !excused(kRecord) && line.size() < 900) {
+    if (shown && excused(kRecord)) return shown->substr(start.size());  // so that is what it read
+    if (shown && *shown != start + line && line.size() < kLongestLogged) {
         broken("submits another line than the last: " + *shown);
     }
-    if (shown && excused(kRecord)) line = shown->substr(start.size());  // so that is what it read
     return line;
-}
-
-// After the failure's line: a boot has been good since.
-void DaemonModel::stamp(int code) {
-    if (!exists(kRecord)) return;
-    const std::string line = "TIME:" + localTime() + format(";    ERR_NUM:0x%x", 0xf00000 + code) +
-                             ";    ERR_INFO:;    ERR_EXPINFO:;\n";
-    mRecordLines += line;
-    writeOrLog(kRecord, line, true);
 }
 
 // What has not been collected stays.
 void DaemonModel::upload(const std::string& path, const std::string& text) {
     if (!makeFolder(kUploads) || exists(path)) return;
-    if (writeOrLog(path, text, false)) expectCall(mOperations, "chmod 0777 " + path);
+    if (writeOrLog(path, text, false)) expectAct(TraceEvent::OPERATION, "chmod 0777 " + path);
 }
 
 // By the log-capture service, or else by the daemon itself.
-void DaemonModel::capture(int64_t type, int pid, std::string note) {
+void DaemonModel::capture(Wanted wanted) {
     saveDeviceInfo();
     for (const std::string& path : {kPmic, kHwInfo, kRecord}) {
-        if (exists(path)) note += path + ";";
+        if (exists(path)) wanted.note += path + ";";
     }
     if (!usable()) return leaveMarker();
     const bool service = number("persist.sys.bootvigil.debug") != 1 &&
@@ -138,64 +133,63 @@ void DaemonModel::capture(int64_t type, int pid, std::string note) {
                          property("init.svc.kelvservice", " ") == "running";
     const auto asked = take("type: ");
     if (decide(service, asked.has_value(), false, "a request to the log-capture service")) {
-        const std::string line = format("type: %lld; pid:%d; ext:%s ", static_cast<long long>(type),
-                                        pid, note.c_str());
+        const std::string line =
+                format("type: %lld; pid:%d; ext:%s ", static_cast<long long>(wanted.type),
+                       wanted.pid, wanted.note.c_str());
         if (asked && *asked != line && mFaults.empty() && !mNoSpace) {
-            broken("asks the log-capture service \"" + *asked + "\", not \"" + line);
+            broken("asks the log-capture service \"" + *asked + "\", not \"" + line + "\"");
         }
-        expectRequest(type, pid, note);
-        writeOrLog(kJournal, localTime() + "  KEL capture log\n", true);
+        expectRequest(wanted);
+        journal("KEL capture log");
         mCaptureState = 1;
         return;
     }
     expect("kel dont running so capture log by stuck");
     captureSelf();
-    writeOrLog(kJournal, localTime() + "  USER capture log\n", true);
+    journal("USER capture log");
     mCaptureState = 2;
 }
 
-void DaemonModel::expectRequest(int64_t type, int pid, const std::string& note) {
-    const std::string request = format("0xffffff06|%lld|%d|", static_cast<long long>(type), pid);
-    if (mFaults.empty() && !mNoSpace) return expectCall(mRequests, request + note);
+void DaemonModel::expectRequest(const Wanted& wanted) {
+    const std::string start = format("%s|%lld|%d|", kLogServiceId.c_str(),
+                                     static_cast<long long>(wanted.type), wanted.pid);
+    auto& requests = mActs[TraceEvent::REQUEST];
     // Which files it names may depend on what failed.
-    const auto made = std::find_if(mRequests.begin(), mRequests.end(), [&](const std::string& one) {
-        return startsWith(one, request);
-    });
-    if (made != mRequests.end()) {
-        mRequests.erase(made);
-    } else if (!cannotOpen("/dev/kel/requests")) {
-        expectCall(mRequests, request + note);
+    const auto made = requests.lower_bound(start);
+    if ((!mFaults.empty() || mNoSpace) && made != requests.end() && startsWith(*made, start)) {
+        requests.erase(made);
+    } else if (!cannotOpen(kKelRequestFile)) {
+        expectAct(TraceEvent::REQUEST, start + wanted.note);
     }
 }
 
 // In the kernel log, unless the boot before has left one there.
 void DaemonModel::leaveMarker() {
     const std::string marker = "bootvigil init_monitor_thread_main create KE";
-    const bool failed = mFaults.count("popen") > 0;
-    if (decide(contains(mSeen.console, marker), take("BOOTVIGIL findMonitorKey return").has_value(),
-               failed, "the marker of an earlier boot")) {
+    if (says("BOOTVIGIL findMonitorKey return", contains(mSeen.console, marker),
+             mFaults.count("popen") > 0)) {
         return;
     }
-    if (cannotOpen("/dev/kmsg") && take("BOOTVIGIL Failed to open /dev/kmsg")) return;
+    if (cannotOpen(kKernelMessages) && take("BOOTVIGIL Failed to open " + kKernelMessages)) return;
     expect("BOOTVIGIL writeMonitorKey key " + marker);
 }
 
 void DaemonModel::saveDeviceInfo() {
-    const std::optional<std::string> text = worldFile("/proc/cmdline");
-    const bool failed = take("parseCmdline open /proc/cmdline failed").has_value();
-    if (decide(!text, failed, cannotOpen("/proc/cmdline"), "the failure to open /proc/cmdline")) {
+    const std::optional<std::string> text = worldFile(kCommandLine);
+    if (says("parseCmdline open " + kCommandLine + " failed", !text, cannotOpen(kCommandLine))) {
         return;
     }
-    const std::vector<std::string> lines = linesOf(text.value_or(""));
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const size_t at = line->find("poffsts=");
+    std::vector<std::string> lines = linesOf(text.value_or(""));
+    std::reverse(lines.begin(), lines.end());
+    for (const std::string& line : lines) {
+        const size_t at = line.find("poffsts=");
         if (at == std::string::npos) continue;
-        writeOrLog(kPmic, localTime() + ": " + line->substr(at + 8, 4) + "\n", true);
+        writeOrLog(kPmic, localTime() + ": " + line.substr(at + 8, 4) + "\n", true);
         break;
     }
     if (exists(kHwInfo)) return;
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        std::vector<std::string> tokens = split(*line, " ");
+    for (const std::string& line : lines) {
+        std::vector<std::string> tokens = split(line, " ");
         std::reverse(tokens.begin(), tokens.end());
         for (const std::string& token : tokens) {
             if (contains(token, "FlashID=")) writeOrLog(kHwInfo, token + " ", true);
@@ -206,31 +200,32 @@ void DaemonModel::saveDeviceInfo() {
 
 // Without the folder the compressor ends the process.
 void DaemonModel::captureSelf() {
-    for (const char* name :
-         {"android_crash_log", "android_main_log", "android_events_log", "android_system_log",
-          "android_radio_log", "sys_kernel_log", "console-ramoops-0"}) {
-        const std::string path = kLogs + "/" + name + ".zs";
-        if (!write(path, "")) throw Exited{2};
-        expectCall(mOperations, "open " + path);
+    for (const auto& archive : kArchives) {
+        const std::string path = kLogs + "/" + archive.first + kArchiveSuffix;
+        if (!write(path, "")) throw MustEnd{0, 2};
+        expectAct(TraceEvent::OPERATION, "open " + path);
     }
     mCaptured = true;
+}
+
+void DaemonModel::journal(const std::string& text) {
+    writeOrLog(kJournal, localTime() + "  " + text + "\n", true);
 }
 
 // Whether a capture has left nothing in the folder; says so then.
 bool DaemonModel::isMissing(const std::string& folder, const std::string& part,
                             const std::string& line) {
-    const bool missing = !hasEntry(folder, part);
-    if (!decide(missing, take(line).has_value(), mNoSpace, "\"" + line + "\"")) {
+    if (!says(line, !hasEntry(folder, part), mNoSpace)) {
         ++mFoldersOpen;  // the daemon's own leak
         return false;
     }
-    writeOrLog(kJournal, localTime() + "  " + line + "\n", true);
+    journal(line);
     return true;
 }
 
 void DaemonModel::followCapture() {
     if (mCaptureState == 1 &&
-        isMissing(kOwnFolder, "0xffffff06", "kel dont capture log in boot vigil")) {
+        isMissing(kOwnFolder, kLogServiceId, "kel dont capture log in boot vigil")) {
         remove(kReason);
         captureSelf();
         mCaptureState = 2;
@@ -248,25 +243,20 @@ std::string DaemonModel::healthNote() const {
 void DaemonModel::handleKeptLogs() {
     if (mRawDone) return;
     mRawDone = true;
-    if (keeps("init", "Init:Not found log.")) {
-        notify(5, 8, 1, 100);
-        if (take("init:get log.")) capture(0x60036, 0, kInitLog + ";" + healthNote());
-        expectCall(mOperations, "remove " + kKeptLogs + "init");
+    if (!says("Init:Not found log.", !worldFile(kKeptLogs + "init"))) {
+        notify(kHang, kInitPhase, 1, kFoundByDaemon);
+        if (take("init:get log.")) capture({kCaptureAll, 0, kInitLog + ";" + healthNote()});
+        expectAct(TraceEvent::OPERATION, "remove " + kKeptLogs + "init");
     }
-    if (keeps("kernel", "kernel:Not found log.")) {
-        notify(1, 3, 1, 100);
+    if (!says("kernel:Not found log.", !worldFile(kKeptLogs + "kernel"))) {
+        notify(kKernelFailure, kKernelPhase, 1, kFoundByDaemon);
         const std::string got = "kernel:get log: ";
         if (const auto line = take(got)) {
             const std::string path = line->substr(got.size(), line->size() - got.size() - 1);
-            capture(0x60036, 0, path + ";" + healthNote());
+            capture({kCaptureAll, 0, path + ";" + healthNote()});
         }
-        expectCall(mOperations, "remove " + kKeptLogs + "kernel");
+        expectAct(TraceEvent::OPERATION, "remove " + kKeptLogs + "kernel");
     }
-}
-
-bool DaemonModel::keeps(const std::string& log, const std::string& line) {
-    return decide(worldFile(kKeptLogs + log).has_value(), !take(line), mCutShort,
-                  "a kept " + log + " log");
 }
 
 }  // namespace lab

@@ -13,141 +13,168 @@ namespace lab {
 
 namespace {
 
-const std::map<int, std::vector<int>> kDefaultLists = {{100, {1, 2, 5, 0, 0}},
-                                                       {20, {1, 2, 5, 0, 0}},
-                                                       {21, {1, 5, 0, 0, 0}},
-                                                       {23, {1, 5, 0, 0, 0}},
-                                                       {22, {1, 5, 0, 0, 0}},
-                                                       {99, {5, 1, 0, 0, 0}},
-                                                       {120, {1, 2, 5, 0, 0}}};
+// Of actions, a digit for each.
+const std::map<int, std::string> kDefaultLists = {{20, "12500"}, {21, "15000"}, {22, "15000"},
+                                                  {23, "15000"}, {99, "51000"}, {100, "12500"},
+                                                  {120, "12500"}};
+
+// How the daemon says that it takes an action.
+const std::map<int, std::string> kActions = {{kReboot, "try to reboot"},
+                                             {kWaitForUser, "waite user reboot"},
+                                             {kReset, "try to data reset"}};
 
 }  // namespace
+
+std::optional<std::string> defaultActions(int reason) {
+    return lookUp(kDefaultLists, reason);
+}
+
+int digitAt(const std::string& text, size_t index) {
+    return static_cast<unsigned char>(text[index]) - '0';
+}
+
+std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason) {
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const std::vector<std::string> fields = split(*line, "|");
+        if (fields.size() < 2 || atoi(fields[0].c_str()) != reason) continue;
+        return fields[1].size() < 5 ? std::nullopt : std::optional(fields[1].substr(0, 5));
+    }
+    return std::nullopt;
+}
 
 // The first answer holds, but for that to the rescue.
 bool DaemonModel::disabled() {
     const int low = reason() & 255;
-    if (property("persist.sys.enable_rescue", "false") == "true" && (low == 20 || low == 120)) {
+    if (property("persist.sys.enable_rescue", "false") == "true" &&
+        (low == kSystemError || low == kLateSystemError)) {
         return true;
     }
-    if (mDisabled >= 0) return mDisabled == 1;
-    mDisabled = 1;
-    if (number("ro.vela.bfRecovery.support", "1") != 1) return true;
-    std::vector<std::string> lines;
-    if (exists(kSwitch)) lines = read(kSwitch);
-    mDisabled = std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end() ? 1 : 0;
-    return mDisabled == 1;
+    if (mDisabled) return *mDisabled;
+    mDisabled = number("ro.vela.bfRecovery.support", "1") != 1;
+    if (!*mDisabled && exists(kSwitch)) {
+        const std::vector<std::string> lines = read(kSwitch);
+        mDisabled = std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end();
+    }
+    return *mDisabled;
 }
 
-// The last action's, 0 for none.
-int DaemonModel::recoveryMode() const {
-    const std::string line = firstLine(content(kHistory, "0"));
-    return line.size() < 2 ? 0 : (line[1] - '0') & 255;
+std::string DaemonModel::historyLine() const {
+    return firstLine(content(kHistory, "0"));
+}
+
+// 0 for none.
+int DaemonModel::lastAction() const {
+    const std::string line = historyLine();
+    return line.size() < 2 ? 0 : digitAt(line, 1) & 255;
 }
 
 void DaemonModel::removeHistory() {
     if (exists(kHistory)) remove(kHistory);
 }
 
-void DaemonModel::chooseList(int error) {
-    if (!exists(kOverride)) {
-        if (kDefaultLists.count(error) > 0) mList = &kDefaultLists.at(error);
-        return;
+void DaemonModel::chooseList() {
+    if (exists(kOverride)) {
+        mTable = readOverride(read(kOverride), mReason).value_or(mTable);
+        mList = mTable;
+    } else {
+        mList = defaultActions(mReason).value_or(mList);
     }
-    mList = &mTable;
-    const std::vector<std::string> lines = read(kOverride);
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> fields = split(*line, "|");
-        if (fields.size() < 2 || atoi(fields[0].c_str()) != error) continue;
-        for (size_t i = 0; i < 5 && fields[1].size() > 4; ++i) mTable[i] = fields[1][i] - '0';
-        return;
-    }
-}
-
-// The list's entry that the history points at.
-int DaemonModel::nextMode() const {
-    const std::string line = firstLine(content(kHistory, "0"));
-    const int index = line.empty() ? -1 : line[0] - '0';
-    return mList != nullptr && index >= 0 && index <= 4 ? (*mList)[index] : 0;
 }
 
 // The next step of the ladder, and only that.
-bool DaemonModel::runRecovery(int error) {
-    const bool allowed = !disabled() && error != 0;
-    const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
+bool DaemonModel::runRecovery() {
+    const bool allowed = !disabled() && mReason != 0;
     const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
-    if (allowed && !mFirstBoot &&
-        decide(recoveryMode() == 5, take("clean Recovery History.").has_value(), !known || unread,
-               "a new walk after a reset")) {
-        removeHistory();
+    const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
+    if (allowed) {
+        // A new walk after a reset.
+        if (!mFirstBoot &&
+            says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
+            removeHistory();
+        }
+        chooseList();
+    } else {
+        mList.clear();
     }
-    if (allowed) chooseList(error);
-    const int predicted = allowed ? nextMode() : 0;
-    const int mode = take("try to data reset")   ? 5
-                     : take("waite user reboot") ? 2
-                     : take("try to reboot")     ? 1
-                                                 : 0;
-    const bool acts = predicted == 1 || predicted == 2 || predicted == 5;
-    const bool listed = allowed && mList != nullptr &&
-                        std::find(mList->begin(), mList->end(), mode) != mList->end();
-    // Where the history can't be read, it counts as none: the walk is at its top.
-    const bool right = mode == (acts ? predicted : 0) ||
-                       (unread && (mode == 0 || (mList != nullptr && mode == mList->front())));
-    if ((mode != 0 && !listed) || (!right && known && !mCutShort)) {
-        broken(format("recovery mode %d where the list says %d", mode, predicted));
+    const Step step = reconcile(observe(), unread, known || !allowed);
+    if (!step.history.empty()) writeOrLog(kHistory, step.history, false);
+    act(step.action);
+    return step.action != 0;
+}
+
+// From the history as it was read for the place in the list, and again for what to write.
+DaemonModel::Step DaemonModel::predict(const std::string& place, const std::string& last) const {
+    const size_t index = place.empty() ? mList.size() : digitAt(place, 0);
+    const int action = index < mList.size() ? digitAt(mList, index) : 0;
+    if (action <= 0) return {};
+    const int next = last.empty() ? 0 : digitAt(last, 0) + 1;
+    return {kActions.count(action) > 0 ? action : 0, format("%d%d%c", next, action, mReason)};
+}
+
+DaemonModel::Step DaemonModel::observe() {
+    Step step;
+    for (const auto& [action, line] : kActions) {
+        if (take(line)) step.action = action;
     }
     const std::string saving = "saveRecoveryFlag info = ";
-    const auto saved = take(saving);
-    const bool sure = known && !unread;  // else what was seen tells
-    const bool steps = sure || mCutShort ? predicted > 0 : saved || mode > 0;
-    if (steps) {
-        const std::string line = firstLine(content(kHistory, "0"));
-        const int next = line.empty() ? 0 : line[0] - '0' + 1;
-        const auto history = [&](int step, int action) {
-            return format("%d%d%c", step, action, reason() & 255);
-        };
-        std::string text = history(next, predicted);
-        if (!sure && saved) {
-            text = saved->substr(saving.size(), saved->size() - saving.size() - 1);
-            const int top = mList != nullptr ? mList->front() : 0;
-            const std::set<std::string> possible = {history(next, predicted), history(1, predicted),
-                                                    history(next, top), history(1, top)};
-            if (known && possible.count(text) == 0) broken("writes the history " + text);
-        }
-        writeOrLog(kHistory, text, false);
+    if (const auto saved = take(saving)) {
+        step.history = saved->substr(saving.size(), saved->size() - saving.size() - 1);
     }
-    act(mode);
-    return mode != 0;
+    return step;
+}
+
+// The step that goes on: as predicted, or as seen where it is not known how far the walk is.
+// A history that can't be read counts as none, which puts the walk at its top.
+DaemonModel::Step DaemonModel::reconcile(const Step& seen, bool unread, bool known) {
+    const std::string line = historyLine(), top = unread ? "0" : line;
+    for (const std::string& place : {line, top}) {
+        for (const std::string& last : {line, top}) {
+            const Step step = predict(place, last);
+            const bool acts = seen.action == step.action || (mCutShort && seen.action == 0);
+            if (acts && (seen.history.empty() || seen.history == step.history)) {
+                return {seen.action, step.history};
+            }
+        }
+    }
+    const char digit = static_cast<char>('0' + seen.action);
+    if (known || (seen.action != 0 && !contains(mList, std::string(1, digit)))) {
+        const Step step = predict(line, line);
+        broken(format("recovery action %d, history \"%s\" where the rules say %d, \"%s\"",
+                      seen.action, seen.history.c_str(), step.action, step.history.c_str()));
+    }
+    return seen;
 }
 
 // What a recovery asks of the platform.
-void DaemonModel::act(int mode) {
-    if (mode == 5 && mFirstBoot) {  // the device is fresh already
+void DaemonModel::act(int action) {
+    if (action == kReset && mFirstBoot) {  // the device is fresh already
         expect("clean Recovery History.");
         return removeHistory();
     }
-    if (mode != 1 && mode != 5) return;
-    expectCall(mSets, mode == 5 ? "sys.velas_recovery_reset 1" : "sys.velas_recovery_reboot 1");
+    if (action != kReboot && action != kReset) return;
+    const std::string request = action == kReset ? kResetRequest : kRebootRequest;
+    expectAct(TraceEvent::PROPERTY, request + " 1");
     mRequest = mNow;
-    mReset |= mode == 5;
+    mReset |= action == kReset;
 }
 
-// `kind`: 1 at the end of the boot, 2 when it has been good for a while.
-bool DaemonModel::checkSuccess(int kind) {
+// At the end of the boot, or `late`, when it has been good for a while.
+bool DaemonModel::checkSuccess(bool late) {
     if (disabled()) return false;
-    const int mode = recoveryMode();
-    const std::string line = firstLine(content(kHistory, "0"));
+    const int action = lastAction();
+    const std::string line = historyLine();
     const int last = line.size() < 3 ? 0 : static_cast<unsigned char>(line[2]);
-    const bool judged = mode != 0 && !(kind == 1 && last > 100);
+    const bool judged = action != 0 && (late || last <= 100);
     const bool unsure = mUnsure.count(kHistory) > 0 || cannotOpen(kHistory);
-    const bool seen = take("isRecoverySuccess mode=").has_value();
-    if (!decide(judged, seen, unsure, "the verdict on a recovery")) return false;
-    const char* cause = mode == 1 ? "reboot,velarecovery" : "reboot,factory_reset";
-    const bool reports = mode == 1 || mode == 5;
-    const bool success = !reports || property("sys.boot.reason") == cause;
+    if (!says("isRecoverySuccess mode=", judged, unsure)) return false;
+    const bool reports = action == kReboot || action == kReset;
+    const bool success =
+            !reports || property("sys.boot.reason") == (action == kReboot ? "reboot,velarecovery"
+                                                                          : "reboot,factory_reset");
     if (success && reports) {
         expect("enter submitSuccessInfo");
         if (unsure) mUnsure.insert(kSuccessUpload);
-        upload(kSuccessUpload, format("BFRECOVERY|%d|%s|%d", mode, localTime().c_str(), last));
+        upload(kSuccessUpload, format("BFRECOVERY|%d|%s|%d", action, localTime().c_str(), last));
     }
     expect("clean Recovery History.");
     removeHistory();

@@ -7,7 +7,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <iterator>
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Text.h"
@@ -15,6 +14,8 @@
 namespace lab {
 
 namespace {
+
+constexpr size_t kLongestProperty = 91;
 
 std::string folderOf(const std::string& path) {
     return path.substr(0, path.rfind('/'));
@@ -24,27 +25,21 @@ bool isBelow(const std::string& path, const std::string& top) {
     return path == top || startsWith(path, top + "/");
 }
 
+// Of a sorted container.
+template <typename Paths>
+void eraseBelow(Paths& paths, const std::string& top) {
+    paths.erase(top);
+    paths.erase(paths.lower_bound(top + "/"), paths.lower_bound(top + char('/' + 1)));
+}
+
 }  // namespace
 
-DeviceModel::DeviceModel(const BootObservation& boot, Books& books)
+DeviceModel::DeviceModel(const BootObservation& boot)
     : Evidence(boot),
-      mBooks(books),
       mProperties(boot.properties),
       mFiles(boot.filesBefore),
       mWorldFiles(boot.boot.files) {
-    mWorldFiles.insert({"/proc/cmdline", boot.device.commandLine});
-    if (mBooks.firstBoot) {
-        if (!boot.device.logFolder) mBooks.folders.erase(kLogs);
-        if (boot.device.partitionAbsent) forgetFolders(kPartition);
-        for (const auto& file : boot.device.files) addFoldersOf(file.first);
-    }
-    if (boot.boot.partitionAbsent) {
-        std::copy_if(mBooks.folders.begin(), mBooks.folders.end(),
-                     std::inserter(mAway, mAway.end()),
-                     [](const std::string& folder) { return isBelow(folder, kPartition); });
-        forgetFolders(kPartition);
-    }
-    for (const auto& file : mFiles) addFoldersOf(file.first);
+    mWorldFiles.insert({kCommandLine, boot.device.commandLine});
 }
 
 // ---- What the world does
@@ -59,11 +54,12 @@ void DeviceModel::applyChanges(int64_t until) {
 }
 
 void DeviceModel::applyChange(const TraceEvent& event) {
-    const std::string verb = event.text.substr(0, event.text.find(' '));
-    const std::string rest = event.text.substr(std::min(verb.size() + 1, event.text.size()));
+    const size_t blank = event.text.find(' ');
+    const std::string verb = event.text.substr(0, blank);
+    const std::string rest = event.text.substr(blank + 1);
     if (verb == "set") {
-        const size_t blank = std::min(rest.find(' '), rest.size());
-        mProperties[rest.substr(0, blank)] = rest.substr(std::min(blank + 1, rest.size()));
+        const std::string name = rest.substr(0, rest.find(' '));
+        mProperties[name] = rest.substr(std::min(name.size() + 1, rest.size()));
     } else if (verb == "clock") {
         mJump += atoll(rest.c_str());
     } else if (verb == "signal") {
@@ -72,12 +68,8 @@ void DeviceModel::applyChange(const TraceEvent& event) {
         mNoSpace = true;
         mIgnored.insert(rest);
     } else if (verb == "remove") {
-        for (TextMap* files : {&mFiles, &mWorldFiles}) {
-            for (auto file = files->begin(); file != files->end();) {
-                file = isBelow(file->first, rest) ? files->erase(file) : std::next(file);
-            }
-        }
-        forgetFolders(rest);
+        eraseBelow(mFiles, rest);
+        eraseBelow(mWorldFiles, rest);
     } else if (verb == "write") {
         changeFile(rest, event.ms);
     }
@@ -90,29 +82,16 @@ void DeviceModel::changeFile(const std::string& path, int64_t when) {
                one.at + 2000 >= when;  // the daemon may have slept meanwhile
     });
     if (change == changes.end()) mIgnored.insert(path);  // the log-capture service's
-    const bool kept = isBelow(path, kPartition) || isBelow(path, "/data");
+    const bool kept = isBelow(path, kPartition) || isBelow(path, kData);
     (kept ? mFiles : mWorldFiles)[path] = change == changes.end() ? "" : change->value;
-    if (kept) addFoldersOf(path);
-}
-
-void DeviceModel::addFoldersOf(const std::string& path) {
-    for (std::string folder = folderOf(path); !folder.empty(); folder = folderOf(folder)) {
-        mBooks.folders.insert(folder);
-    }
-}
-
-void DeviceModel::forgetFolders(const std::string& top) {
-    for (auto folder = mBooks.folders.begin(); folder != mBooks.folders.end();) {
-        folder = isBelow(*folder, top) ? mBooks.folders.erase(folder) : std::next(folder);
-    }
+    if (kept) addFolder(folderOf(path));
 }
 
 // ---- What the daemon finds
 
 std::string DeviceModel::property(const std::string& name, const std::string& missing) const {
-    const auto found = mProperties.find(name);
-    if (found == mProperties.end() || found->second.empty()) return missing;
-    return found->second.substr(0, 91);
+    const std::string value = lookUp(mProperties, name).value_or("");
+    return value.empty() ? missing : value.substr(0, kLongestProperty);
 }
 
 int DeviceModel::number(const std::string& name, const char* missing) const {
@@ -129,7 +108,7 @@ std::string DeviceModel::localTime() const {
 }
 
 bool DeviceModel::isFolder(const std::string& path) const {
-    return mBooks.folders.count(path) > 0 && mFiles.count(path) == 0;
+    return mFiles.count(path + "/") > 0;
 }
 
 bool DeviceModel::exists(const std::string& path) const {
@@ -137,24 +116,20 @@ bool DeviceModel::exists(const std::string& path) const {
 }
 
 bool DeviceModel::hasEntry(const std::string& folder, const std::string& part) const {
-    const auto matches = [&](const std::string& path) {
-        if (!startsWith(path, folder + "/")) return false;
-        const size_t from = folder.size() + 1;
-        return contains(path.substr(from, path.find('/', from) - from), part);
-    };
-    return std::any_of(mFiles.begin(), mFiles.end(),
-                       [&](const auto& file) { return matches(file.first); }) ||
-           std::any_of(mBooks.folders.begin(), mBooks.folders.end(), matches);
+    const size_t from = folder.size() + 1;
+    return std::any_of(mFiles.begin(), mFiles.end(), [&](const auto& file) {
+        const std::string& path = file.first;
+        return startsWith(path, folder + "/") &&
+               contains(path.substr(from, path.find('/', from) - from), part);
+    });
 }
 
 std::string DeviceModel::content(const std::string& path, const std::string& missing) const {
-    const auto found = mFiles.find(path);
-    return found == mFiles.end() ? missing : found->second;
+    return lookUp(mFiles, path).value_or(missing);
 }
 
 std::optional<std::string> DeviceModel::worldFile(const std::string& path) const {
-    const auto found = mWorldFiles.find(path);
-    if (found != mWorldFiles.end()) return found->second;
+    if (const auto text = lookUp(mWorldFiles, path)) return text;
     if (path != mSeen.boot.profilePath) return std::nullopt;
     return mSeen.boot.profileText ? *mSeen.boot.profileText : mSeen.boot.profile.at(mNow);
 }
@@ -165,49 +140,56 @@ bool DeviceModel::excused(const std::string& path) const {
     return mUnsure.count(path) > 0 || mNoMemory || (mNoSpace && isBelow(path, kPartition));
 }
 
+bool DeviceModel::isPossible(const std::string& path) const {
+    return !isFolder(path) && isFolder(folderOf(path));
+}
+
 bool DeviceModel::write(const std::string& path, const std::string& text, bool append) {
     if (mCutShort || excused(path)) mUnsure.insert(path);
-    if (isFolder(path) || !isFolder(folderOf(path))) return false;
+    if (!isPossible(path)) return false;
     mWritten[path] = mNow;
-    std::string& file = mFiles[path];
-    file = append ? file + text : text;
+    mFiles[path] = append ? mFiles[path] + text : text;
     return true;
 }
 
 bool DeviceModel::writeOrLog(const std::string& path, const std::string& text, bool append) {
-    const bool possible = !isFolder(path) && isFolder(folderOf(path));
     const bool failed =
             take("Save file path " + path + " fail") || take("Open file path " + path + " fail");
-    if (decide(!possible, failed, excused(path), "the failure to open " + path)) return false;
+    if (decide(!isPossible(path), failed, excused(path), "the failure to open " + path)) {
+        return false;
+    }
     write(path, text, append);
     return true;
 }
 
-void DeviceModel::remove(const std::string& path) {
+bool DeviceModel::remove(const std::string& path) {
     if (mCutShort || excused(path)) mUnsure.insert(path);
-    if (take("file " + path + " remove failed")) {
-        if (path == kFlag) mBooks.submitted.clear();  // it is flagged still
-        return;
-    }
+    if (take("file " + path + " remove failed")) return false;
     mFiles.erase(path);
     mWritten[path] = mNow;
+    return true;
 }
 
 bool DeviceModel::makeFolder(const std::string& path) {
-    if (exists(path) && mBooks.unsureFolders.count(path) == 0) return true;
-    const bool failed = take("BOOTVIGIL create " + path + " failed").has_value();
-    const bool possible = isFolder(folderOf(path));
-    if (decide(!possible, failed, excused(path), "the failure to create " + path)) return false;
-    mBooks.folders.insert(path);
-    if (mOperations.count("mkdir " + path) > 0) {
-        mBooks.unsureFolders.erase(path);
-        expectCall(mOperations, "chmod 0777 " + path);
+    if (exists(path)) return true;
+    if (says("BOOTVIGIL create " + path + " failed", !isFolder(folderOf(path)), excused(path))) {
+        return false;
+    }
+    addFolder(path);
+    if (mActs[TraceEvent::OPERATION].count("mkdir " + path) > 0) {
+        expectAct(TraceEvent::OPERATION, "chmod 0777 " + path);
     } else if (mCutShort || mNoMemory) {
-        mBooks.unsureFolders.insert(path);  // the process may have ended before
-    } else if (mBooks.unsureFolders.erase(path) == 0) {
+        mUnsure.insert(path + "/");  // the process may have ended before
+    } else {
         broken("does not make " + path);
     }
     return true;
+}
+
+void DeviceModel::addFolder(const std::string& path) {
+    for (std::string folder = path; !folder.empty(); folder = folderOf(folder)) {
+        mFiles[folder + "/"];
+    }
 }
 
 }  // namespace lab

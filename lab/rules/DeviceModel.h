@@ -9,19 +9,17 @@
 #include <set>
 #include <string>
 
-#include "lab/rules/Books.h"
 #include "lab/rules/Evidence.h"
 
 namespace lab {
 
 class DeviceModel : protected Evidence {
 protected:
-    DeviceModel(const BootObservation& boot, Books& books);
+    explicit DeviceModel(const BootObservation& boot);
 
     // What the world did during the message, up to that time.
     void applyChanges(int64_t until);
     void applyChange(const TraceEvent& event);
-    void forgetFolders(const std::string& top);
 
     std::string property(const std::string& name, const std::string& missing = "0") const;
     int number(const std::string& name, const char* missing = "0") const;
@@ -41,22 +39,23 @@ protected:
     bool write(const std::string& path, const std::string& text, bool append = false);
     // The same where a failure is logged: what was logged counts.
     bool writeOrLog(const std::string& path, const std::string& text, bool append);
-    void remove(const std::string& path);
+    // Whether the daemon could.
+    bool remove(const std::string& path);
     // Whether the folder is there, or could be made.
     bool makeFolder(const std::string& path);
+    // With those above it.
+    void addFolder(const std::string& path);
 
-    Books& mBooks;
     TextMap mProperties, mFiles, mWorldFiles;
     std::set<std::string> mIgnored;           // files that are the world's
     std::map<std::string, int64_t> mWritten;  // when, by the daemon
-    std::set<std::string> mAway;              // folders of a partition that is absent
     int mKilledBy = 0;                        // signal of the world's
 
 private:
-    void addFoldersOf(const std::string& path);
     void changeFile(const std::string& path, int64_t when);
+    bool isPossible(const std::string& path) const;
 
-    std::set<size_t> mApplied;  // changes
+    std::set<size_t> mApplied;  // changes, by event
     int64_t mJump = 0;          // of the time of day, seconds
 };
 

@@ -3,6 +3,8 @@
 
 #include "lab/rules/Evidence.h"
 
+#include <stdio.h>
+
 #include <utility>
 
 #include "lab/base/DevicePaths.h"
@@ -12,7 +14,7 @@ namespace lab {
 
 namespace {
 
-// Starts of log lines that only a rule may bring about.
+// Starts of log lines that must not be there unless a rule takes them.
 const std::vector<std::string> kNeedARule = {"errNotify",
                                              "checkReason Reason",
                                              "first timer",
@@ -32,16 +34,22 @@ const std::vector<std::string> kNeedARule = {"errNotify",
                                              "bootvigil exit",
                                              "BOOTVIGIL create",
                                              "BOOTVIGIL writeM",
-                                             "BOOTVIGIL velafs AvailableSize n"};
+                                             "BOOTVIGIL velafs"};
+
+// How an objection names an act of each kind.
+const std::map<TraceEvent::Kind, std::string> kVerbs = {{TraceEvent::PROPERTY, "set "},
+                                                        {TraceEvent::REQUEST,
+                                                         "ask the log-capture service for "},
+                                                        {TraceEvent::MONITOR,
+                                                         "stop the kernel's monitor"},
+                                                        {TraceEvent::SIGNAL, "send signal "},
+                                                        {TraceEvent::OPERATION, ""}};
 
 }  // namespace
 
 void Evidence::broken(const std::string& what, Kind kind) {
     std::string text = format("%.3f s: ", static_cast<double>(mNow) / 1000.0);
-    for (const char c : what) {
-        text += c >= ' ' && c <= '~' ? std::string(1, c)
-                                     : format("\\x%02X", static_cast<unsigned char>(c));
-    }
+    for (const unsigned char c : what) text += format(c < ' ' || c > '~' ? "\\x%02X" : "%c", c);
     mViolations.push_back({kind, text});
 }
 
@@ -49,26 +57,26 @@ void Evidence::openMessage(size_t from, size_t to) {
     mFrom = from;
     mTo = to;
     mLogs.clear();
-    mSets.clear();
-    mSignals.clear();
-    mRequests.clear();
-    mMonitor.clear();
-    mOperations.clear();
+    mActs.clear();
     mNow = from < to ? mSeen.events[from].ms : 0;
     for (size_t i = from; i < to; ++i) {
         const TraceEvent& event = mSeen.events[i];
         std::string text = event.text;
         while (!text.empty() && text.back() == '\n') text.pop_back();
-        if (event.kind == TraceEvent::LOG) mLogs.push_back(text.substr(2));
-        if (event.kind == TraceEvent::PROPERTY) mSets.insert(text);
-        if (event.kind == TraceEvent::SIGNAL) mSignals.insert(text);
-        if (event.kind == TraceEvent::REQUEST) mRequests.insert(text);
-        if (event.kind == TraceEvent::MONITOR) mMonitor.insert("the boot is the daemon's");
-        if (event.kind == TraceEvent::FAULT) checkFault(text);
-        if (event.kind == TraceEvent::OPERATION) {
+        if (event.kind == TraceEvent::LOG) {
+            mLogs.push_back(text.substr(2));
+        } else if (event.kind == TraceEvent::FAULT) {
+            mFaults.insert(text);
+            mNoMemory |= text == "malloc";
+            mNoSpace |= text == "space";
+            if (const auto path = after(text, "open")) mUnopened.insert(*path);
+        } else if (event.kind == TraceEvent::IDLE) {
+            checkIdle(text);
+        } else if (event.kind == TraceEvent::OPERATION) {
             checkOperation(text, i > 0 && mSeen.events[i - 1].kind == TraceEvent::FAULT);
+        } else if (kVerbs.count(event.kind) > 0) {
+            mActs[event.kind].insert(text);
         }
-        if (event.kind == TraceEvent::IDLE) checkIdle(text);
     }
     const bool died = mSeen.end == End::KILLED || (mSeen.end == End::EXITED && mSeen.status != 0);
     const bool cutOff = mSeen.end == End::CUT_OFF && mSeen.endedAt <= mNow + 2000;
@@ -76,16 +84,23 @@ void Evidence::openMessage(size_t from, size_t to) {
 }
 
 void Evidence::closeMessage() {
-    for (const std::string& name : mSets) broken("sets " + name + " against the rules");
-    for (const std::string& text : mSignals) broken("sends signal " + text + " against the rules");
-    for (const std::string& text : mRequests) broken("asks for " + text + " against the rules");
-    if (!mMonitor.empty()) broken("stops the kernel's monitor against the rules");
+    mActs.erase(TraceEvent::OPERATION);
+    for (const auto& [kind, texts] : mActs) {
+        for (const std::string& text : texts) broken("must not " + kVerbs.at(kind) + text);
+    }
     if (mNoMemory) return;
     for (const std::string& line : mLogs) {
         for (const std::string& start : kNeedARule) {
-            if (startsWith(line, start)) broken("says \"" + line + "\" against the rules");
+            if (startsWith(line, start)) broken("must not say \"" + line + "\"");
         }
     }
+}
+
+bool Evidence::decide(bool predicted, bool observed, bool excused, const std::string& what) {
+    if (predicted != observed && !excused && !mNoMemory && !(mCutShort && !observed)) {
+        broken(what + (observed ? ", which must not be" : " is missing"));
+    }
+    return observed || (mCutShort && predicted);
 }
 
 std::optional<std::string> Evidence::take(const std::string& start) {
@@ -97,56 +112,44 @@ std::optional<std::string> Evidence::take(const std::string& start) {
 
 std::optional<std::string> Evidence::expect(const std::string& start) {
     std::optional<std::string> line = take(start);
-    if (!line && !mCutShort && !mNoMemory) broken("does not say \"" + start + "\", as it must");
+    decide(true, line.has_value(), false, "\"" + start + "\"");
     return line;
 }
 
-void Evidence::expectCall(std::multiset<std::string>& calls, const std::string& call) {
-    const auto found = calls.find(call);
-    if (found != calls.end()) {
-        calls.erase(found);
+bool Evidence::says(const std::string& start, bool predicted, bool excused) {
+    return decide(predicted, take(start).has_value(), excused, "\"" + start + "\"");
+}
+
+void Evidence::expectAct(TraceEvent::Kind kind, const std::string& text) {
+    const auto found = mActs[kind].find(text);
+    if (found != mActs[kind].end()) {
+        mActs[kind].erase(found);
     } else if (!mCutShort && !mNoMemory) {
-        broken("does not do what it must: " + call);
+        broken("must " + kVerbs.at(kind) + text);
     }
-}
-
-bool Evidence::decide(bool predicted, bool observed, bool excused, const std::string& what) {
-    if (predicted != observed && !excused && !mNoMemory && !(mCutShort && !observed)) {
-        broken(what + (observed ? ", which must not be" : " is missing"));
-    }
-    return observed || (mCutShort && predicted);
-}
-
-void Evidence::checkFault(const std::string& fault) {
-    mFaults.insert(fault);
-    if (fault == "malloc") mNoMemory = true;
-    if (fault == "space") mNoSpace = true;
-    const std::string open = "open ";
-    if (startsWith(fault, open)) mUnopened.insert(fault.substr(open.size()));
 }
 
 // "17 write /path", maybe with " failed": only on the named paths.
-void Evidence::checkOperation(const std::string& operation, bool injected) {
-    const size_t verb = operation.find(' ') + 1;
-    const size_t from = operation.find(" /") + 1;
-    std::string path = operation.substr(from);
-    const std::string failed = " failed";
-    const bool archive = startsWith(path, kLogs + "/") && contains(path, ".zs");
-    if (endsWith(path, failed)) {
-        path.resize(path.size() - failed.size());
-        // Without a fault it must be one that the model finds too.
-        if (injected || mNoSpace || mSeen.device.partitionSize) {
-            mUnsure.insert(path);
-            if (archive) mArchiveFault = operation.substr(verb, from - verb - 1);
-        }
-    }
-    mOperations.insert(operation.substr(verb, from - verb) + path);
+void Evidence::checkOperation(std::string operation, bool injected) {
     static const std::set<std::string> named = {kOwnFolder,     kRecordFolder,  kRecord,
                                                 kBackup,        kFlag,          kUploads,
                                                 kReason,        kFailureUpload, kHistory,
                                                 kSuccessUpload, kPmic,          kHwInfo,
                                                 kJournal,       kMarker,        kInitLog,
                                                 kLogs};
+    operation.erase(0, operation.find(' ') + 1);
+    const std::string failed = " failed";
+    const bool fails = endsWith(operation, failed);
+    if (fails) operation.resize(operation.size() - failed.size());
+    mActs[TraceEvent::OPERATION].insert(operation);
+    const size_t blank = operation.find(" /");
+    const std::string path = operation.substr(blank + 1);
+    const bool archive = startsWith(path, kLogs + "/") && contains(path, kArchiveSuffix);
+    // Without a fault it must be one that the model finds too.
+    if (fails && (injected || mNoSpace || mSeen.device.partitionSize)) {
+        mUnsure.insert(path);
+        if (archive) mArchiveFault = operation.substr(0, blank);
+    }
     if (named.count(path) == 0 && !archive && !startsWith(path, kKernelLog) &&
         !startsWith(path, kKeptLogs)) {
         broken("touches " + path + ", which no rule names");

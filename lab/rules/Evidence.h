@@ -2,11 +2,12 @@
 // What was seen of one message of a boot, what excuses it, and the objections to it.
 //
 // The rules are in layers, each of which knows those below it: Evidence; DeviceModel, the device as
-// the rules know it; DaemonModel, what each message must do; and Rules.cpp, which goes through a
-// boot message by message and looks at its end.
+// the rules know it; DaemonModel, what each message must do; BootWalk, which takes a boot through
+// the model message by message; and Rules.cpp, what must hold of the boot as a whole.
 
 #pragma once
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -27,18 +28,20 @@ protected:
 
     // The events from `from` until before `to` are those of one message.
     void openMessage(size_t from, size_t to);
-    // What no rule has taken must not have been.
+    // Objects to what no rule has taken.
     void closeMessage();
 
     void broken(const std::string& what, Kind kind = Kind::RULE);
+    // What was seen goes on; it must be what the rules say unless something excuses it.
+    bool decide(bool predicted, bool observed, bool excused, const std::string& what);
     // Takes the first log line that starts so.
     std::optional<std::string> take(const std::string& start);
     // The same where there must be one.
     std::optional<std::string> expect(const std::string& start);
-    // Takes a call that must have been seen.
-    void expectCall(std::multiset<std::string>& calls, const std::string& call);
-    // What was seen goes on; it must be what the rules say unless something excuses it.
-    bool decide(bool predicted, bool observed, bool excused, const std::string& what);
+    // The same where the rules say whether there must be one.
+    bool says(const std::string& start, bool predicted, bool excused = false);
+    // Takes an act that must have been seen.
+    void expectAct(TraceEvent::Kind kind, const std::string& text);
 
     const BootObservation& mSeen;
     std::vector<Violation> mViolations;
@@ -47,9 +50,9 @@ protected:
     int64_t mNow = 0;
     size_t mFrom = 0, mTo = 0;
     std::vector<std::string> mLogs;  // without priority; taken ones are empty
-    std::multiset<std::string> mSets, mSignals, mRequests, mMonitor;
-    std::multiset<std::string> mOperations;  // without number and outcome
-    bool mCutShort = false;                  // the process ended in the middle of it
+    // Operations are without number and outcome.
+    std::map<TraceEvent::Kind, std::multiset<std::string>> mActs;
+    bool mCutShort = false;  // the process ended in the middle of it
 
     // What excuses deviations.
     bool mNoSpace = false;  // or no writing at all
@@ -64,8 +67,7 @@ protected:
     std::string mArchiveFault;        // the operation on an archive that failed last
 
 private:
-    void checkFault(const std::string& fault);
-    void checkOperation(const std::string& operation, bool injected);
+    void checkOperation(std::string operation, bool injected);
     void checkIdle(const std::string& held);
 };
 

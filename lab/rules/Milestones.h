@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// In the rules' order; a device that starts again logs them anew. The detail phase of a restart
+// In the rules' order; a device that starts again logs them again. The detail phase of a restart
 // loop is the place of the first one missing, counted from kFirstMilestoneDetail.
 inline const std::vector<std::string> kMilestones = {
         "vold:fbeEnable:START",

@@ -23,9 +23,10 @@ struct BootObservation {
 
     const Scenario& device;
     const Boot& boot;
-    TextMap properties;   // at its start
-    TextMap filesBefore;  // the files below /velafs and /data but for archives (.zs)
-    TextMap filesAfter;   // and for those that only the world fills; by device path
+    TextMap properties;  // at its start
+    // By device path: the folders from /velafs and /data on, which end in "/", and the files below
+    // them but for archives (.zs) and for those that only the world fills.
+    TextMap filesBefore, filesAfter;
     std::vector<TraceEvent> events;
     End end = End::EXITED;
     int status = 0;       // exit status or signal

@@ -4,9 +4,10 @@
 
 #pragma once
 
+#include <set>
+#include <string>
 #include <vector>
 
-#include "lab/rules/Books.h"
 #include "lab/rules/Observation.h"
 
 namespace lab {
@@ -17,7 +18,7 @@ public:
     std::vector<Violation> check(const BootObservation& boot);
 
 private:
-    Books mBooks;
+    std::set<std::string> mSubmitted;  // record lines
 };
 
 }  // namespace lab

@@ -6,10 +6,11 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
-#include "lab/base/DataFolder.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
+#include "lab/base/LogText.h"
 #include "lab/base/Text.h"
 #include "lab/device/DeviceRoot.h"
 
@@ -23,13 +24,25 @@ constexpr time_t kBetweenBoots = 60;  // seconds of the clock
 
 const std::string kAway = kPartition + ".away";  // where an absent partition is kept
 
-// The lines of the sample from the `from`th byte on, `size` bytes of them.
-std::string sampleLog(const std::string& sample, size_t from, int64_t size) {
-    std::string text;
-    while (static_cast<int64_t>(text.size()) < size) {
-        text += sample.substr(from % sample.size(), static_cast<size_t>(size) - text.size());
-        from = 0;
+// The first `size` bytes of what a buffer holds, in whole lines but for the last.
+std::string bufferText(const std::string& buffer, size_t size) {
+    struct Made {
+        LogText source;
+        std::string text;
+    };
+    static std::map<std::string, Made> all;  // is the same for every scenario, so it is made once
+    auto found = all.find(buffer);
+    if (found == all.end()) {
+        uint64_t seed = 0;  // so that the buffers differ
+        for (const char letter : buffer) seed = 31 * seed + static_cast<unsigned char>(letter);
+        const auto kind = buffer == "kernel"  ? LogText::Buffer::KERNEL
+                          : buffer == "crash" ? LogText::Buffer::CRASH
+                                              : LogText::Buffer::MAIN;
+        found = all.emplace(buffer, Made{LogText(kind, seed), ""}).first;
     }
+    Made& made = found->second;
+    while (made.text.size() < size) made.source.append(made.text);
+    std::string text = made.text.substr(0, size);
     if (!text.empty()) text.back() = '\n';
     return text;
 }
@@ -109,18 +122,15 @@ void Platform::setProperties(const Boot& boot) {
 
 // The buffers stay from boot to boot, but for the daemon's own lines at the end of one.
 void Platform::fillLogs() {
-    static const std::string sample = readFile(dataPath("logs/logcat_sample.txt"));
     const std::string own = mRoot.at(kMainLogBuffer);
     if (mOwnBufferSize) return fs::resize_file(own, *mOwnBufferSize);
     const std::string folder = mRoot.at(kLogBuffers);
-    size_t from = 0;
     for (const auto& [buffer, size] : mDevice.logSizes) {
         const bool endless = mDevice.endlessLogs.count(buffer) != 0;
         // What repeats itself would take no room.
-        std::string text = endless ? noise() : sampleLog(sample, from, size);
+        std::string text = endless ? noise() : bufferText(buffer, static_cast<size_t>(size));
         if (mDevice.nulLogs.count(buffer) != 0) std::fill(text.begin(), text.end(), '\0');
         writeFile(folder + buffer, text);
-        from += 20000;  // so that the buffers differ
         if (endless) writeFile(folder + buffer + kEndlessMark, "");
     }
     mOwnBufferSize = fs::file_size(own);

@@ -36,12 +36,21 @@ TextMap readFiles(const DeviceRoot& root, Wanted wanted) {
     return files;
 }
 
-// The files that the daemon keeps its state in.
+// The files that the daemon keeps its state in, and all folders, which end in "/".
 TextMap filesKept(const DeviceRoot& root) {
     constexpr uintmax_t kLargest = 256UL * 1024;  // a file that fills the partition is none
-    return readFiles(root, [](const fs::directory_entry& entry) {
+    TextMap files = readFiles(root, [](const fs::directory_entry& entry) {
         return entry.path().extension() != kArchiveSuffix && entry.file_size() <= kLargest;
     });
+    for (const std::string& folder : {kPartition, kData}) {
+        if (fs::exists(root.at(folder))) files[folder + "/"];
+        std::error_code absent;
+        for (const auto& entry : fs::recursive_directory_iterator(root.at(folder), absent)) {
+            if (!entry.is_directory()) continue;
+            files[entry.path().string().substr(root.path().size()) + "/"];
+        }
+    }
+    return files;
 }
 
 // A damaged one holds nothing.
