@@ -191,14 +191,9 @@ int openWatched(const char* path, bool forWriting, Open open) {
     if (!watching()) return open();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
-    if (isProperty(path)) {
-        const int fd = open();
-        if (forWriting && fd >= 0 && fd < kMaxFd) gPaths[fd] = path;
-        return fd;
-    }
     const bool device = onDevice(path);
     if (device && forWriting) keepOld(path);
-    const int fd = failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
+    const int fd = !isProperty(path) && failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
     if (forWriting && fd >= 0 && fd < kMaxFd && (device || isMessage(path))) gPaths[fd] = path;
     if (device && forWriting) operationDone(Call::OPEN, path, fd >= 0);
     return fd;
