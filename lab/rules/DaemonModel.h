@@ -35,26 +35,21 @@ std::vector<std::string> split(const std::string& text, const std::string& by);
 std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason);
 int digitAt(const std::string& text, size_t index);
 
-// The archives that the daemon makes itself, and the log that each holds.
-inline const TextMap kArchives = {{"android_crash_log", "crash"},
-                                  {"android_main_log", "main"},
-                                  {"android_events_log", "events"},
-                                  {"android_system_log", "system"},
-                                  {"android_radio_log", "radio"},
-                                  {"sys_kernel_log", "kernel"},
-                                  {"console-ramoops-0", ""}};
+// The archives that the daemon makes itself; each has its log's name in the middle.
+inline const std::vector<std::string> kArchives = {"android_crash_log",  "android_main_log",
+                                                   "android_events_log", "android_system_log",
+                                                   "android_radio_log",  "sys_kernel_log",
+                                                   "console-ramoops-0"};
 
 class DaemonModel : protected DeviceModel {
 protected:
-    // `submitted`: record lines, by earlier boots and this one.
-    DaemonModel(const BootObservation& boot, std::set<std::string>& submitted);
+    explicit DaemonModel(const BootObservation& boot);
 
     void beforeMessages();
     void post(int what, int64_t seconds);
     // Throws MustEnd.
     void handle(int what);
 
-    std::set<std::string>& mSubmitted;
     std::multimap<int64_t, int> mPending;  // messages, by when they are due
     bool mReset = false;                   // asked of the platform
     int64_t mRequest = -1;                 // to the platform, when
@@ -79,8 +74,6 @@ private:
     void poll();
     void timeout();
     void checkWizard();
-    void recover();
-    void afterBoot();
 
     // What is found out.
     bool booted() const;
@@ -100,14 +93,11 @@ private:
     bool usable();
     void notify(int type, int phase, int detail, int reason);
     std::string recordLine(int code, const std::string& info, const std::string& extra) const;
-    void saveRecord(const std::string& line);
     void backUp();
     void revert();
     void submit();
-    std::string lastRecordLine();
     void upload(const std::string& path, const std::string& text);
     void capture(Wanted wanted);
-    void expectRequest(const Wanted& wanted);
     void leaveMarker();
     void saveDeviceInfo();
     void captureSelf();
@@ -122,7 +112,6 @@ private:
     std::string historyLine() const;
     int lastAction() const;
     void removeHistory();
-    void chooseList();
     bool runRecovery();
     Step predict(const std::string& place, const std::string& last) const;
     Step observe();

@@ -33,6 +33,7 @@
 #include "lab/base/ProcessEnd.h"
 #include "lab/device/DeviceWorld.h"
 #include "lab/device/LibcFiles.h"
+#include "lab/rules/Rules.h"
 
 // The daemon's own main, compiled under this name.
 int bootvigilMain();
@@ -174,7 +175,7 @@ void ScenarioRun::run() {
                                        clock,       console,        {},
                                        {}};
         if (mKeep != Keep::TRACE) readArchives(observation);
-        outcome.violations = mRules.check(observation);
+        outcome.violations = checkRules(observation);
         if (mTrace.full()) throw std::runtime_error("a boot's trace is longer than expected");
         mOutcomes.push_back(std::move(outcome));
     }

@@ -14,7 +14,7 @@
 #include "lab/base/Trace.h"
 #include "lab/device/DeviceRoot.h"
 #include "lab/device/RunLog.h"
-#include "lab/rules/Rules.h"
+#include "lab/rules/Observation.h"
 #include "lab/scenario/Scenario.h"
 
 namespace lab {
@@ -81,7 +81,6 @@ private:
     DeviceRoot mRoot;
     std::optional<RunLog> mLog;
     Trace mTrace;
-    Rules mRules;
     std::optional<TextMap> mFilesLeft;  // by the boot before
     uint64_t mFingerprint = 0xcbf29ce484222325;
     std::vector<BootOutcome> mOutcomes;
