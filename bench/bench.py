@@ -16,7 +16,6 @@ import threading
 import time
 
 BIN = "build/bin/"
-SAMPLE = "lab/data/logs/logcat_sample.txt"
 ZSTD = "zstd -5 --check --single-thread -q"
 MIB = 1 << 20
 
@@ -45,7 +44,7 @@ def machine():
 
 def make_log(path, size):
     with open(path, "wb") as out:
-        subprocess.run([BIN + "bench-make-log", SAMPLE, str(size)], stdout=out, check=True)
+        subprocess.run([BIN + "bench-make-log", str(size)], stdout=out, check=True)
 
 
 def in_turn(commands, rounds, runs=1):

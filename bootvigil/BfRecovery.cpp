@@ -5,12 +5,10 @@
 
 #include "BfRecovery.h"
 
-#include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <string>
@@ -20,7 +18,9 @@
 #include <log/log.h>
 
 #include "BootState.h"
+#include "FailureCodes.h"
 #include "StoragePaths.h"
+#include "Uploads.h"
 #include "Utils.h"
 
 namespace {
@@ -30,15 +30,16 @@ const std::string kHistoryPath = "/velafs/boot_vigil/recovery_flag.txt";
 const std::string kDisablePath = "/velafs/boot_vigil/bfEnable";           // pushed from outside
 const std::string kOverridePath = "/velafs/boot_vigil/recoveryList";      // pushed from outside
 const std::string kReportPath = "/velafs/SDD/bf_upload/recovery_record";  // for the uploader
+// By design: nobody reads this one.
 [[maybe_unused]] const std::string kRecoverInfoPath = "/velafs/boot_vigil/RecoverInfo";
 
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
-constexpr int kLastEarlyReason = 100;  // larger reasons are judged by the check after boot only
+constexpr int kLastEarlyReason = REASON_STUCK;  // only the check after boot judges larger ones
 
-// This system's own rule: the table is filled by a line of the override file that matches and is
-// long enough, and otherwise keeps what an earlier failure of the same run put into it.
+// By design: only a line of the override file that matches and is long enough fills the table; it
+// otherwise keeps what an earlier failure of the same run put into it.
 int gOverrideModes[kRecoveryListSize] = {};
 
 uint8_t byteAt(const std::string& text, size_t index) {
@@ -197,7 +198,8 @@ bool BfRecovery::checkIfRecoverySuccess(int kind) {
 
 bool BfRecovery::checkIfDisable() {
     const uint8_t reason = static_cast<uint8_t>(getBFReason());
-    if (isRescueEnable() && (reason == 120 || reason == 20)) {
+    if (isRescueEnable() &&
+        (reason == REASON_SYSTEM_ERROR_BOOTED || reason == REASON_SYSTEM_ERROR)) {
         ALOGE("recovery is disable for rescue.");
         return true;
     }
@@ -211,7 +213,8 @@ bool BfRecovery::checkIfDisable() {
         return true;
     }
     if (exists(kDisablePath)) {
-        ALOGD("recovery is disable in network");  // said before the file is read, whatever it holds
+        ALOGD("recovery is disable in network");  // logged before the file is read, whatever it
+                                                  // holds
         const std::vector<std::string> lines = getFileLines(kDisablePath);
         for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
             ALOGD("recovery disable info %s", line->c_str());
@@ -232,7 +235,7 @@ void BfRecovery::cleanRecoveryHistory() {
 
 int BfRecovery::getCurrentRecoveryMode() {
     const std::string history = getFirstLine(kHistoryPath);
-    return history.size() >= 2 ? static_cast<signed char>(history[1]) - '0' : 0;
+    return history.size() >= 2 ? byteAt(history, 1) - '0' : 0;
 }
 
 int BfRecovery::getLastBfReason() {
@@ -242,28 +245,7 @@ int BfRecovery::getLastBfReason() {
 
 void BfRecovery::submitSuccessInfo(int mode) {
     ALOGE("enter submitSuccessInfo");
-    const int reason = static_cast<uint8_t>(getLastBfReason());
-    const std::string report =
-            std::to_string(mode) + "|" + getLocalTime() + "|" + std::to_string(reason);
-    if (!exists(kBfUploadDir)) {
-        ALOGE("BOOTVIGIL /velafs/SDD/bf_upload not exist \n");
-        if (mkdir(kBfUploadDir, 0777) != 0) {
-            ALOGE("BOOTVIGIL create %s failed(%s)", kBfUploadDir, strerror(errno));
-            return;
-        }
-        chmod(kBfUploadDir, 0777);
-    }
-    if (exists(kReportPath)) {
-        // The text names the other upload file; it is kept so.
-        ALOGE("BOOTVIGIL /velafs/SDD/bf_upload/boot_vigil exist \n");
-        return;  // the uploader has not collected it yet
-    }
-    std::ofstream out(kReportPath);
-    if (!out.is_open()) {
-        ALOGE("Open file path %s fail.", kReportPath.c_str());
-        return;
-    }
-    out << "BFRECOVERY|" << report;
-    out.close();
-    chmod(kReportPath.c_str(), 0777);
+    std::string report = std::to_string(mode) + "|" + getLocalTime() + "|";
+    report += std::to_string(static_cast<uint8_t>(getLastBfReason()));
+    leaveUpload(kReportPath, "BFRECOVERY|" + report, ANDROID_LOG_ERROR);
 }

@@ -14,18 +14,18 @@ public:
     bool runRecovery(int errCode, bool firstBoot);
 
     // Judges the last action after a good boot, reports a success for upload and clears the
-    // history. `kind` is 1 at boot completion, 2 at the check after it; reasons above 100 are
-    // judged by kind 2 only.
+    // history. `kind` is 1 at boot completion, 2 at the check after it; only kind 2
+    // judges reasons above 100.
     bool checkIfRecoverySuccess(int kind);
 
-    // True when recovery must not run. Property and disable file decide once a process; the rescue
-    // mode is asked every time.
+    // True when recovery must not run. The property and the disable file decide once per process;
+    // the rescue mode is read every time.
     bool checkIfDisable();
 
     static void cleanRecoveryHistory();
 
-    // Mode and reason of the last action, 0 when none; read them as a byte: any character of the
-    // history file is taken.
+    // Mode and reason of the last action, 0 when none. Any character of the history file is taken,
+    // so the mode may lie outside 0 to 9, and only the reason's low byte counts.
     static int getCurrentRecoveryMode();
     static int getLastBfReason();
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is asked once the framework has booted: finished, stuck in the set-up wizard, in error?
+// The checks once the framework has booted: finished, stuck in the set-up wizard, in error?
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
@@ -15,17 +15,14 @@
 
 #include "BootState.h"
 #include "Bootvigil.h"
+#include "FailureCodes.h"
+#include "StoragePaths.h"
 #include "Utils.h"
 
 namespace {
 
 constexpr const char* kCompletionEvent = "Post BOOT_COMPLETED";
-constexpr int kOobePhase1 = 6;  // "persist.sys.oobe" is 1
-constexpr int kOobePhase2 = 7;  // it is 2, which is also what an unset one counts as
-constexpr int kOobeChecks = 2;  // that only count, after the one that first saw a phase
-
-constexpr uint8_t kSystemError = 20;
-constexpr uint8_t kSystemErrorBooted = 120;  // the same, once the boot is complete
+constexpr int kOobeChecks = 2;  // further ones that see the same phase and only count
 
 }  // namespace
 
@@ -40,8 +37,8 @@ static bool checkBootFinished(int* phase) {
     char value[PROPERTY_VALUE_MAX] = {};
     property_get("persist.sys.oobe", value, "2");
     const int oobe = atoi(value);
-    if (oobe == 1) *phase = kOobePhase1;
-    if (oobe == 2) *phase = kOobePhase2;
+    if (oobe == 1) *phase = PHASE_OOBE;
+    if (oobe == 2) *phase = PHASE_KEY_LOCK;
     Splitter splitter;
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
@@ -56,9 +53,9 @@ bool Bootvigil::checkBootAllComplete() {
     int phase = 0;
     if (!checkBootFinished(&phase)) return false;
 
-    // A set-up-wizard stall recorded in this run has resolved itself: it was none.
+    // A set-up-wizard stall recorded in this run has resolved itself, so it was no failure.
     if (mOobePhase >= 1 && mOobePhase == mErrNumInfo->mMainPhase &&
-        (mOobePhase == kOobePhase1 || mOobePhase == kOobePhase2)) {
+        (mOobePhase == PHASE_OOBE || mOobePhase == PHASE_KEY_LOCK)) {
         mErrNumInfo->revertLastInfo();
         removeFile(kBfFlagPath);
         mOobePhase = 0;
@@ -68,7 +65,7 @@ bool Bootvigil::checkBootAllComplete() {
     const uint8_t flagged = flag.empty() ? 0 : static_cast<uint8_t>(flag[0]);
     if (flagged < '1') return true;
     mErrNumInfo->submitInfo();
-    mErrNumInfo->saveRecoveryInfo(mErrNumInfo->mErrType != 0 ? 1 : 2);
+    mErrNumInfo->saveRecoveryInfo(mErrNumInfo->mErrType != TYPE_NONE ? 1 : 2);
     removeFile(kBfFlagPath);
     return true;
 }
@@ -86,23 +83,17 @@ bool Bootvigil::checkStuckOOBE(bool* keepWatching) {
         ++mOobeCheckCount;
         return false;
     }
-    if (mErrNumInfo != nullptr) {
-        ALOGD("errNotify type = %d, phase=%d, detailPhase=%d", 5, phase, 0);
-        errNotifyWithReason(5, static_cast<char>(phase), 0, static_cast<char>(getBFReason()));
-    }
+    notifyAfterBoot(static_cast<char>(phase));
     *keepWatching = false;
     return false;
 }
 
 bool Bootvigil::checkSystemError() {
-    const auto reason = static_cast<uint8_t>(getBFReason());
+    auto reason = static_cast<uint8_t>(getBFReason());
     ALOGD("BOOTVIGIL checkSystemError reason=%d\n", reason);
-    if (reason != kSystemError && reason != kSystemErrorBooted) return false;
-    const uint8_t recorded = isBootComplete() ? kSystemErrorBooted : reason;
-    errNotifyWithReason(2, 5, 0, static_cast<char>(recorded));
-    long type = kCaptureTypeBase;
-    int pid = 0;
-    std::string ext;
-    captureLog(type, pid, ext);
+    if (reason != REASON_SYSTEM_ERROR && reason != REASON_SYSTEM_ERROR_BOOTED) return false;
+    if (isBootComplete()) reason = REASON_SYSTEM_ERROR_BOOTED;
+    errNotifyWithReason(TYPE_SYSTEM, PHASE_SYSTEM_SERVER, DETAIL_NONE, static_cast<char>(reason));
+    captureSystem();
     return true;
 }

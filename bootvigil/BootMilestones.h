@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The boot events by which progress, and a restart loop, are told.
+// The boot events that show progress, and a restart loop.
 
 #pragma once
 
 #include <algorithm>
 #include <iterator>
-#include <string>
+#include <string_view>
 
 constexpr int kMilestoneCount = 11;
 
 // In the table's own order; index + kFirstMilestoneDetail is a restart loop's detail phase.
-inline const std::string kBootMilestones[kMilestoneCount] = {
+constexpr const char* kMilestoneNames[kMilestoneCount] = {
         "vold:fbeEnable:START",
         "Zygote:Preload Start",
         "Zygote:Preload End",
@@ -27,8 +27,8 @@ inline const std::string kBootMilestones[kMilestoneCount] = {
 constexpr int kFirstMilestoneDetail = 4;
 
 // The event's place in the table, -1 when it is no milestone.
-inline int milestoneIndex(const std::string& event) {
-    const auto* const end = std::end(kBootMilestones);
-    const auto* const found = std::find(std::begin(kBootMilestones), end, event);
-    return found == end ? -1 : static_cast<int>(found - std::begin(kBootMilestones));
+inline int milestoneIndex(std::string_view event) {
+    const auto* const end = std::end(kMilestoneNames);
+    const auto* const found = std::find(std::begin(kMilestoneNames), end, event);
+    return found == end ? -1 : static_cast<int>(found - std::begin(kMilestoneNames));
 }

@@ -33,7 +33,7 @@ void Bootvigil::parseBootProf() {
     Splitter splitter;
     std::string event;
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        // time, "pid-process", event; whatever follows the event is not looked at
+        // time, "pid-process", event; what follows the event is ignored
         const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
         if (pieces.size() < 3) continue;
         event = pieces[2];

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The probes: one property or file, one question about the state of the boot, one answer.
+// The probes: each reads one property or file and answers one question about the boot.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
@@ -14,6 +14,8 @@
 
 #include <cutils/properties.h>
 #include <log/log.h>
+
+#include "StoragePaths.h"
 
 namespace {
 
@@ -55,7 +57,7 @@ bool checkFirstBootInNative() {
         ALOGE("checkFirstBootInNative found file");
         return false;
     }
-    std::ofstream file(kFirstBootMarker);  // its folder is the platform's to make
+    std::ofstream file(kFirstBootMarker);  // the platform makes its folder
     if (!file.is_open()) {
         ALOGE("Creat file path %s fail.", kFirstBootMarker);
         return false;
@@ -73,7 +75,7 @@ int getBFReason() {
     if (gBFReason != 0) return gBFReason;
     const int reason = atoi(readProperty("sys.vela.boot_fail_reason", "0").c_str());
     gBFReason = static_cast<uint8_t>(reason);
-    return reason;  // uncut, this once: later calls give the cached low byte
+    return reason;  // the whole number, this once: later calls give the cached low byte
 }
 
 void setBFReason(uint8_t reason) {

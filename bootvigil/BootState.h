@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The probes: one property or file, one question about the state of the boot, one answer.
+// The probes: each reads one property or file and answers one question about the boot.
 
 #pragma once
 

@@ -10,61 +10,72 @@
 
 #include "BfRecovery.h"
 #include "BootMilestones.h"
-#include "BootvigilHandler.h"
 #include "ErrNumInfo.h"
 #include "Handler.h"
 #include "StoragePaths.h"
 #include "compress/CompressBase.h"
 
-// The boot profile to read; MSG_START switches it to "/proc/velabootprof" where that exists.
+// The texts of kMilestoneNames, built once by Bootvigil.cpp.
+extern const std::string kBootMilestones[kMilestoneCount];
+
+// The boot profile to read. By design: changeable; MSG_START switches it to "/proc/velabootprof"
+// where that exists.
 extern std::string kBootProfPath;
 
-// In the last boot event while packages are optimised, which is slow and not stuck.
+// Part of the last boot event while packages are optimised, which is slow but not stuck.
 constexpr const char* kDexOptMark = "performDexOpt";
 
 // Base of the type masks handed to the log-capture service, which defines their bits.
 constexpr long kCaptureTypeBase = 0x60036;
 
-// Once Start() has returned only the handler thread touches the object, so nothing is locked.
+class BootvigilHandler;
+
+// Once Start() has returned, only the handler thread touches the object, so nothing is locked.
 class Bootvigil : public android::RefBase {
 public:
-    // The one object, made (with its running handler thread) by the first call and never released.
-    // Not safe against concurrent first calls.
+    // The one object. The first call makes it, with its handler thread running, and nothing ever
+    // releases it. Concurrent first calls are not safe.
     static Bootvigil* createInstance();
 
     // Posts the first message; cancels the kernel-side monitor unless the debug property is set.
     void Start();
 
-    // Makes the persistent directories where missing; false when nothing can be written there.
+    // Makes missing persistent directories; false when nothing can be written there.
     static bool checkVelafs();
 
     // Records a failure: the codes and the time in mErrNumInfo, a line in the record file. The
     // codes are bytes, whatever the sign of char.
     void errNotifyWithReason(char type, char phase, char detailPhase, char reason);
 
+    // Records a failure reported or noticed after boot, with the cached boot-failure reason.
+    void notifyAfterBoot(char phase);
+
     // Re-reads the boot profile: sets mRestartLoop and mPhaseIndex when a milestone has come five
     // times, else updates mLastLine and mSameLineCount; fills mMilestones and clears mStuckPID.
     void parseBootProf();
 
-    // Decides whether and where the boot is stuck. True: the failure is recorded, recovery is
-    // posted (neither for a boot animation that stays), and the capture triple is filled. False: no
-    // stuck process could be named; the triple is untouched.
+    // Decides whether and where the boot is stuck. True: the capture triple is filled, and unless
+    // only the boot animation stays, the failure is recorded and recovery is posted. False: no
+    // stuck process could be named, and the triple is untouched.
     bool checkReason(long& type, int& pid, std::string& ext);
 
-    // The boot has finished for good; also submits a failure flagged by an earlier boot, or takes
-    // back a set-up-wizard stall that has resolved itself.
+    // True when the boot has finished for good. Then it also submits a failure that an earlier boot
+    // flagged, and takes back a set-up-wizard stall that has resolved itself.
     bool checkBootAllComplete();
 
     // The set-up wizard check after boot: true when the boot has finished. `*keepWatching` becomes
     // false once a set-up-wizard stall has been declared, else true.
     bool checkStuckOOBE(bool* keepWatching);
 
-    // The platform has declared failure 20 or 120: it is then recorded and the logs are captured.
+    // True when the platform has declared a system error; it is then recorded and captured.
     bool checkSystemError();
 
     // Preserves the logs of a failure: asks the log-capture service or captures them itself, and
     // sets mCaptureState. `note` lists extra files, each followed by ";".
     void captureLog(long& type, int& pid, std::string& note);
+
+    // The same for a failure without a stuck process, with the base type.
+    void captureSystem(std::string note = "");
 
     // Makes a log kept by the raw-log library readable and asks for a capture that names it.
     void captureRawLog(std::string path);
@@ -75,11 +86,11 @@ public:
     // Appends what `command` prints to `output`; 0, or -1 when it can't be started.
     int shellCmdFile(const char* command, std::string& output);
 
-    std::string mSpare;  // neither read nor written
+    std::string mSpare;  // By design: never used; it only keeps its place in the object.
     android::sp<HandlerThread> mHandlerThread;
     android::sp<BootvigilHandler> mHandler;
     bool mRestartLoop = false;
-    int mStuckPID = -1;                      // -1: none, 0: stuck, but the process is not known
+    int mStuckPID = -1;                      // -1: none, 0: stuck, but the process is unknown
     std::string mLastLine;                   // "pid-process | event" of the last event line
     int mSameLineCount = 0;                  // polls in which mLastLine did not change
     std::map<std::string, int> mMilestones;  // occurrences of each milestone in the last parse

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The six messages that drive a run from the start to exit(0): the whole control flow.
+// Handles the six messages that drive a run from the start to exit(0). They are posted here, except
+// MSG_START, which Bootvigil::Start() posts, and MSG_RECOVERY after a stall or a restart loop,
+// which Bootvigil::checkReason() posts.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
 #include "BootvigilHandler.h"
 
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 
 #include <string>
@@ -16,15 +17,15 @@
 #include <log/log.h>
 
 #include "BootState.h"
-#include "Bootvigil.h"
+#include "FailureCodes.h"
+#include "Messages.h"
+#include "StoragePaths.h"
 #include "Utils.h"
 
 namespace {
 
 constexpr const char* kVelaBootProf = "/proc/velabootprof";
 constexpr const char* kVersion = "3.365";
-constexpr const char* kKelCapture = "0xffffff06";  // the log-capture service's own file name
-constexpr uint8_t kReasonAfterBoot = 22;           // the platform reports a failure after boot
 
 }  // namespace
 
@@ -88,20 +89,27 @@ void BootvigilHandler::onPoll(const android::Message& message) {
         return;
     }
 
-    if (!mBooted) {
-        if (mMonitor->mErrNumInfo->mErrType == 0) {
-            mMonitor->parseBootProf();
-            if (mMonitor->mRestartLoop) {
-                long type = 0;
-                int pid = -1;
-                std::string ext;
-                if (mMonitor->checkReason(type, pid, ext)) mMonitor->captureLog(type, pid, ext);
-            }
-        }
-        sendMessageDelayed(kPollPeriod, message);
-        return;
+    if (mBooted) {
+        pollBooted(message);
+    } else {
+        pollBooting(message);
     }
+}
 
+void BootvigilHandler::pollBooting(const android::Message& message) {
+    if (mMonitor->mErrNumInfo->mErrType == TYPE_NONE) {
+        mMonitor->parseBootProf();
+        if (mMonitor->mRestartLoop) {
+            long type = 0;
+            int pid = -1;
+            std::string ext;
+            if (mMonitor->checkReason(type, pid, ext)) mMonitor->captureLog(type, pid, ext);
+        }
+    }
+    sendMessageDelayed(kPollPeriod, message);
+}
+
+void BootvigilHandler::pollBooted(const android::Message& message) {
     ALOGD("handleMessage booted, Anim closed.");
     if (!mRawLogDone) {
         handleRawLogs();
@@ -116,24 +124,19 @@ void BootvigilHandler::onPoll(const android::Message& message) {
     }
 
     if (exists(kPmicInfoPath)) removeFile(kPmicInfoPath);
-    if (static_cast<uint8_t>(getBFReason()) != kReasonAfterBoot) {
+    if (static_cast<uint8_t>(getBFReason()) != REASON_AFTER_BOOT) {
         sendMessageDelayed(kPollPeriod, message);
         return;
     }
-    if (mMonitor->mErrNumInfo != nullptr) {
-        ALOGD("errNotify type = %d, phase=%d, detailPhase=%d", 5, 7, 0);
-        mMonitor->errNotifyWithReason(5, 7, 0, static_cast<char>(getBFReason()));
-    }
-    long type = kCaptureTypeBase;
-    int pid = 0;
-    std::string ext;
-    mMonitor->captureLog(type, pid, ext);
+    mMonitor->notifyAfterBoot(PHASE_KEY_LOCK);
+    mMonitor->captureSystem();
     sendMessageDelayed(kShortDelay, android::Message(MSG_RECOVERY));
 }
 
-// Checks that an earlier capture has left what it should; the service's failure is made good here.
+// Checks that an earlier capture has left its files. Where the service has failed, the logs are
+// captured here instead.
 void BootvigilHandler::followUpCapture() {
-    if (mMonitor->mCaptureState == 1 && !isFileExitInPath(kBootVigilDir, kKelCapture)) {
+    if (mMonitor->mCaptureState == 1 && !isFileExitInPath(kBootVigilDir, kKelId)) {
         ALOGD("kel dont capture log in boot vigil");
         saveInfoWithTime(kLogInfoPath, "kel dont capture log in boot vigil");
         removeFile(kReasonPath);
@@ -149,7 +152,7 @@ void BootvigilHandler::followUpCapture() {
 // Records and captures the raw logs that the platform has kept from a failed earlier boot.
 void BootvigilHandler::handleRawLogs() {
     if (VelaLogRaw::HasInitLog()) {
-        mMonitor->errNotifyWithReason(5, 8, 1, 100);
+        mMonitor->errNotifyWithReason(TYPE_STALL, PHASE_INIT, DETAIL_RAW_LOG, REASON_STUCK);
         if (VelaLogRaw::GetInitLogMsg()) {
             ALOGD("init:get log.");
             mMonitor->captureRawLog(kInitMsgPath);
@@ -162,7 +165,7 @@ void BootvigilHandler::handleRawLogs() {
     }
 
     if (VelaLogRaw::HasKernelLog()) {
-        mMonitor->errNotifyWithReason(1, 3, 1, 100);
+        mMonitor->errNotifyWithReason(TYPE_KERNEL, PHASE_KERNEL, DETAIL_RAW_LOG, REASON_STUCK);
         std::string path;
         if (VelaLogRaw::GetKernelLogMsgAndPath(path)) {
             ALOGD("kernel:get log: %s.", path.c_str());
@@ -177,7 +180,7 @@ void BootvigilHandler::handleRawLogs() {
 }
 
 void BootvigilHandler::onBootTimeout(const android::Message& message) {
-    if (mMonitor->mErrNumInfo->mErrType != 0) return;
+    if (mMonitor->mErrNumInfo->mErrType != TYPE_NONE) return;
     if (mMonitor->checkBootAllComplete()) return;
     if (!mBooted) mBooted = checkBooted();
 

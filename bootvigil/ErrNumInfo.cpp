@@ -5,10 +5,7 @@
 
 #include "ErrNumInfo.h"
 
-#include <errno.h>
 #include <stdio.h>
-#include <string.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <vector>
@@ -16,7 +13,9 @@
 #include <log/log.h>
 
 #include "BootState.h"
+#include "FailureCodes.h"
 #include "StoragePaths.h"
+#include "Uploads.h"
 #include "Utils.h"
 
 namespace {
@@ -75,7 +74,7 @@ struct FailureSummary {
 };
 
 // Takes the summary from a record line; false when it is damaged.
-// This system's own rule: each value ends at its first colon, so that the time loses its minutes.
+// By design: each value ends at its first colon, so the time loses its minutes.
 bool parseFailureLine(const std::string& line, FailureSummary& summary) {
     const std::vector<std::string> fields = split(line, kFieldSeparator);
     if (fields.size() < 3) {
@@ -98,16 +97,16 @@ bool parseFailureLine(const std::string& line, FailureSummary& summary) {
     return true;
 }
 
-// True for the phases that are not failures of the device: somebody has to use it.
-// This system's own rule: the third character of the number's text is taken for the phase, also
-// where a phase of 0 has made the text shorter.
+// True for the phases in which the device has not failed, but waits for somebody to use it.
+// By design: the third character of the number's text counts as the phase, even where a phase of 0
+// has made the text shorter.
 bool waitsForUser(const std::string& errNum) {
     const char phase = errNum.size() >= 3 ? errNum[2] : '\0';
-    if (phase == '6') {
+    if (phase == '0' + PHASE_OOBE) {
         ALOGE("phaseLogInfo: this is OOBE");
         return true;
     }
-    if (phase == '7') {
+    if (phase == '0' + PHASE_KEY_LOCK) {
         ALOGE("phaseLogInfo: this is KEY lock");
         return true;
     }
@@ -117,7 +116,7 @@ bool waitsForUser(const std::string& errNum) {
 }  // namespace
 
 ErrNumInfo::ErrNumInfo()
-    : mTimeStamp("not set"), mMainPhase(0), mDetailPhase(0), mErrType(0), mReason(0) {}
+    : mTimeStamp("not set"), mMainPhase(0), mDetailPhase(0), mErrType(TYPE_NONE), mReason(0) {}
 
 void ErrNumInfo::setLocalTimeStamp() {
     mTimeStamp = getLocalTime();
@@ -216,25 +215,5 @@ void ErrNumInfo::submitInfo() {
                                         ? summary.errNum + "|" + summary.time + "|" + summary.info
                                         : "Unknow|Unknow|Unknow";
     if (waitsForUser(summary.errNum)) return;
-
-    if (!exists(kBfUploadDir)) {
-        ALOGD("BOOTVIGIL /velafs/SDD/bf_upload not exist \n");
-        if (mkdir(kBfUploadDir, 0777) != 0) {
-            ALOGE("BOOTVIGIL create %s failed(%s)", kBfUploadDir, strerror(errno));
-            return;
-        }
-        chmod(kBfUploadDir, 0777);
-    }
-    if (exists(kUploadPath)) {
-        ALOGD("BOOTVIGIL /velafs/SDD/bf_upload/boot_vigil exist \n");
-        return;  // the uploader has not collected it yet
-    }
-    std::ofstream out(kUploadPath);
-    if (!out.is_open()) {
-        ALOGE("Open file path %s fail.", kUploadPath.c_str());
-        return;
-    }
-    out << "BOOTVIGIL|" << payload;
-    out.close();
-    chmod(kUploadPath.c_str(), 0777);
+    leaveUpload(kUploadPath, "BOOTVIGIL|" + payload, ANDROID_LOG_DEBUG);
 }

@@ -21,7 +21,7 @@ public:
     // has 5120 bytes, and writes the main phase to the flag file. True when the line was written.
     bool saveLogInfo();
 
-    // These three work on the files alone.
+    // These three read and change the files only.
 
     // Appends a stamp: error number 0xf00000 + `code`. False when there is no record file.
     static bool saveRecoveryInfo(unsigned int code);
@@ -36,9 +36,9 @@ public:
     std::string mTimeStamp;
     uint8_t mMainPhase;
     uint8_t mDetailPhase;
-    uint8_t mErrType;  // 0: no failure recorded yet
+    uint8_t mErrType;  // TYPE_NONE: no failure recorded yet
     uint8_t mReason;
     std::string mCoreErrInfo;
-    std::string mExpInfo;   // part of every record line, assigned by nobody
-    std::string mReserved;  // neither read nor written
+    std::string mExpInfo;   // By design: nobody assigns it; every record line has it, empty.
+    std::string mReserved;  // By design: never used; it only keeps its place in the object.
 };

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// One worker thread with a queue of delayed messages, on top of the platform's Looper.
+// A worker thread with a queue of delayed messages, on top of the platform's Looper.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
 #include "Handler.h"
 
 #include <log/log.h>
+
+#include "StoragePaths.h"
 
 Handler::Handler(const android::sp<android::Looper>& looper) : mLooper(looper) {}
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One worker thread with a queue of delayed messages, on top of the platform's Looper.
+// A worker thread with a queue of delayed messages, on top of the platform's Looper.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 #include <utils/RefBase.h>
 #include <utils/Thread.h>
 
-// Receives the messages that it posts to itself; bound to one Looper for life.
+// Receives the messages that it posts to itself. Its Looper never changes.
 class Handler : public android::MessageHandler {
 public:
     explicit Handler(const android::sp<android::Looper>& looper);
@@ -18,23 +18,22 @@ public:
 
     void handleMessage(const android::Message& message) override;
 
+    android::sp<android::Looper> mLooper;
+
 protected:
     ~Handler() override = default;
-
-private:
-    android::sp<android::Looper> mLooper;
 };
 
-// Owns a Looper and, once run(), delivers its messages for ever: there is no stop.
+// Owns a Looper and, once run, delivers its messages for ever: there is no stop.
 class HandlerThread : public android::Thread {
 public:
     HandlerThread();
 
-    // Valid from construction on, before the thread runs.
+    // Valid before the thread runs too.
     android::sp<android::Looper> getLooper();
+
+    android::sp<android::Looper> mLooper;
 
 private:
     bool threadLoop() override;
-
-    android::sp<android::Looper> mLooper;
 };

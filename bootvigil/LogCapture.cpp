@@ -12,22 +12,24 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <cutils/properties.h>
 #include <kelclient.h>
 #include <log/log.h>
 
 #include "Bootvigil.h"
+#include "StoragePaths.h"
 #include "Utils.h"
 
 namespace {
 
 constexpr const char* kCommandLine = "/proc/cmdline";
 constexpr const char* kKernelLog = "/dev/kmsg";
-constexpr const char* kKelId = "0xffffff06";
 constexpr const char* kMarker = "bootvigil init_monitor_thread_main create KE";
 constexpr const char* kPowerOffKey = "poffsts=";
 constexpr size_t kPowerOffLength = 4;
@@ -37,8 +39,8 @@ constexpr int kLevel = 5;
 constexpr int kExitRead = 4;
 constexpr size_t kChunk = 4096;
 
-// In this order, after which the previous boot's console follows. The texts are arrays because
-// the compressor takes them as changeable.
+// In this order; the previous boot's console follows. The texts are arrays because the compressor
+// takes them as changeable.
 struct LogCommand {
     char command[24];
     char name[24];
@@ -94,9 +96,9 @@ void saveCurrentDevInfo(const std::string& token) {
     file << token << " ";
 }
 
-// Records the flash and memory tokens, last one first; one that holds both keys comes twice.
+// Records the flash and memory tokens, last one first; one with both keys is recorded twice.
 void saveDeviceIdentification(const std::vector<std::string>& commandLine) {
-    if (exists(kMemHwInfoPath)) return;
+    if (commandLine.empty() || exists(kMemHwInfoPath)) return;
     for (auto line = commandLine.rbegin(); line != commandLine.rend(); ++line) {
         const std::vector<std::string> tokens = split(*line, " ");
         for (auto token = tokens.rbegin(); token != tokens.rend(); ++token) {
@@ -108,8 +110,8 @@ void saveDeviceIdentification(const std::vector<std::string>& commandLine) {
 
 // Leaves the marker in the kernel log, which the next boot may find in the previous console.
 void writeMonitorKey() {
-    const int fd =
-            TEMP_FAILURE_RETRY(open(kKernelLog, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const android::base::unique_fd fd(TEMP_FAILURE_RETRY(
+            open(kKernelLog, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)));
     if (fd < 0) {
         ALOGE("BOOTVIGIL Failed to open %s \n", kKernelLog);
         return;
@@ -118,7 +120,21 @@ void writeMonitorKey() {
         ALOGE("BOOTVIGIL Failed to write %s \n", kKernelLog);
     }
     ALOGD("BOOTVIGIL writeMonitorKey key %s", kMarker);
-    close(fd);
+}
+
+// All that is left where the partition can't be used.
+void leaveMarker(Bootvigil& monitor) {
+    // By design: the first path has no leading "/", and the second console is read when the first
+    // command could be started, not when it failed.
+    std::string console;
+    if (monitor.shellCmdFile("cat sys/fs/pstore/console-ramoops-0", console) == 0) {
+        monitor.shellCmdFile("cat /sys/fs/pstore/console-ramoops", console);
+    }
+    if (contains(console, kMarker)) {
+        ALOGE("BOOTVIGIL findMonitorKey return");
+        return;
+    }
+    writeMonitorKey();
 }
 
 bool isKelRunning() {
@@ -143,17 +159,7 @@ void Bootvigil::captureLog(long& type, int& pid, std::string& note) {
     }
 
     if (!checkVelafs()) {
-        // Nothing can be kept. This system's own rules: the first path has no leading "/", and the
-        // second console is read when the first command could be started, not when it failed.
-        std::string console;
-        if (shellCmdFile("cat sys/fs/pstore/console-ramoops-0", console) == 0) {
-            shellCmdFile("cat /sys/fs/pstore/console-ramoops", console);
-        }
-        if (contains(console, kMarker)) {
-            ALOGE("BOOTVIGIL findMonitorKey return");
-            return;
-        }
-        writeMonitorKey();
+        leaveMarker(*this);
         return;
     }
 
@@ -174,6 +180,12 @@ void Bootvigil::captureLog(long& type, int& pid, std::string& note) {
     mCaptureState = 2;
 }
 
+void Bootvigil::captureSystem(std::string note) {
+    long type = kCaptureTypeBase;
+    int pid = 0;
+    captureLog(type, pid, note);
+}
+
 void Bootvigil::compressLogs() {
     for (LogCommand& log : gLogCommands) {
         mCompressor->compressShellCmdFile(log.command, log.name, kLevel);
@@ -183,31 +195,27 @@ void Bootvigil::compressLogs() {
 
 void Bootvigil::captureRawLog(std::string path) {
     chmod(path.c_str(), 0777);
-    long type = kCaptureTypeBase;
-    int pid = 0;
     std::string note = path + ";";
     if (exists(kHealthInfoPath)) note += kHealthInfoPath + ";";
-    captureLog(type, pid, note);
+    captureSystem(note);
 }
 
 int Bootvigil::shellCmdFile(const char* command, std::string& output) {
-    FILE* pipe = popen(command, "r");
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command, "r"), pclose);
     if (pipe == nullptr) return -1;
-    // This system's own rule: the buffer is not cleared between reads and is appended as a text,
-    // so that a chunk ends at its first NUL, and a short last one drags bytes of the one before it
-    // along.
+    // By design: the buffer is not cleared between reads and is appended as a text. So a chunk ends
+    // at its first NUL, and a short last chunk drags along bytes of the one before.
     char buffer[kChunk] = {};
     bool last = false;
     while (!last) {
-        const size_t size = fread(buffer, 1, kChunk, pipe);
+        const size_t size = fread(buffer, 1, kChunk, pipe.get());
         last = size < kChunk;
-        if (last && !feof(pipe)) {
+        if (last && !feof(pipe.get())) {
             perror("fread");
             exit(kExitRead);
         }
         output.append(buffer, strnlen(buffer, kChunk));
     }
     ALOGE("shellCmdFile %s \n", output.c_str());
-    pclose(pipe);
     return 0;
 }

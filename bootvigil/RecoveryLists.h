@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The recovery actions, and which of them follow each other for a failure's reason.
+// The recovery actions, and their order for each reason of a failure.
 
 #pragma once
+
+#include "FailureCodes.h"
 
 // Values of a recovery list.
 enum RecoveryMode {
@@ -15,12 +17,16 @@ constexpr int kRecoveryListSize = 5;
 
 struct RecoveryList {
     int reason;
-    int modes[kRecoveryListSize];
+    int modes[kRecoveryListSize];  // the rest is RECOVERY_NONE
 };
 
-// Used where no override list was pushed to the device.
+// Used where no override list was pushed to the device. Reasons without a name are the platform's.
 constexpr RecoveryList kDefaultRecoveryLists[] = {
-        {100, {1, 2, 5, 0, 0}}, {20, {1, 2, 5, 0, 0}}, {21, {1, 5, 0, 0, 0}},
-        {23, {1, 5, 0, 0, 0}},  {22, {1, 5, 0, 0, 0}}, {99, {5, 1, 0, 0, 0}},
-        {120, {1, 2, 5, 0, 0}},
+        {REASON_STUCK, {RECOVERY_REBOOT, RECOVERY_WAIT_USER, RECOVERY_DATA_RESET}},
+        {REASON_SYSTEM_ERROR, {RECOVERY_REBOOT, RECOVERY_WAIT_USER, RECOVERY_DATA_RESET}},
+        {21, {RECOVERY_REBOOT, RECOVERY_DATA_RESET}},
+        {23, {RECOVERY_REBOOT, RECOVERY_DATA_RESET}},
+        {REASON_AFTER_BOOT, {RECOVERY_REBOOT, RECOVERY_DATA_RESET}},
+        {99, {RECOVERY_DATA_RESET, RECOVERY_REBOOT}},
+        {REASON_SYSTEM_ERROR_BOOTED, {RECOVERY_REBOOT, RECOVERY_WAIT_USER, RECOVERY_DATA_RESET}},
 };

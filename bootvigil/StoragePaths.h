@@ -5,11 +5,13 @@
 
 #include <string>
 
-// Each source file that includes this builds its own copies of these six, in this order.
+// By design: every source file of the monitor includes this header and builds its own copies of
+// these six, in this order.
 const std::string kInitMsgPath = "/velafs/boot_vigil/init_msg";  // written by VelaLogRaw
 const std::string kBfRecordPath = "/velafs/SDD/bfRecord.txt";
 const std::string kBfRecordBackupPath = "/velafs/SDD/bfRecord_backup.txt";
-const std::string kInitMsgPath2 = "/velafs/boot_vigil/init_msg";  // same text on purpose
+// By design: nobody reads these three.
+const std::string kInitMsgPath2 = "/velafs/boot_vigil/init_msg";
 const std::string kVdfsMarkPath = "/velafs/boot_vigil/VDFS";
 const std::string kVdfsBlockPath = "/dev/block/by-name/vdfs";
 
@@ -19,6 +21,9 @@ extern const std::string kPmicInfoPath;
 extern const std::string kMemHwInfoPath;
 extern const std::string kHealthInfoPath;
 extern const std::string kLogInfoPath;
+
+// Under this id the log-capture service is asked, and its capture has it in its file name.
+constexpr const char* kKelId = "0xffffff06";
 
 constexpr const char* kVelafsDir = "/velafs";
 constexpr const char* kBootVigilDir = "/velafs/boot_vigil";

@@ -4,13 +4,12 @@
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
 #include <signal.h>
-#include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,26 +17,46 @@
 #include <log/log.h>
 
 #include "Bootvigil.h"
+#include "BootvigilHandler.h"
+#include "FailureCodes.h"
+#include "Messages.h"
+#include "StoragePaths.h"
 #include "Utils.h"
 
 namespace {
 
 constexpr const char* kSystemServerStart = "Android:SysServerInit_START";
 constexpr const char* kOtherReason = "Other Reason";
-// This system's own rule: nothing separates the second file of this list from the third.
+// By design: nothing separates the second file of this list from the third.
 constexpr const char* kPackageFiles =
         "/data/system/users/0.xml;/data/system/users/userlist.xml"
         "/data/system/packages.xml;/data/system/uiderrors.txt";
 
-// The detail phase names the situation; 4 to 14 are milestones.
-constexpr uint8_t kBeforeSystemServer = 1;
-constexpr uint8_t kInSystemServer = 2;
-constexpr uint8_t kAnimationShown = 3;
-constexpr uint8_t kPmsScanEnd = 10;
-constexpr uint8_t kPmsReady = 11;
-constexpr uint8_t kNoMilestone = 255;
+// What is known about a boot that may be stuck.
+struct Facts {
+    int stuckPid = -1;
+    bool restartLoop = false;
+    int missing = -1;  // the milestone that the loop never reaches
+    bool animationStays = false;
+    bool inSystemServer = false;
+};
 
-constexpr char kReasonStuck = 100;
+// Where a boot is stuck, and what a capture of it is asked for.
+struct Situation {
+    int detail;
+    FailureType type;  // TYPE_NONE: neither recorded nor recovered from
+    FailurePhase phase;
+    long captureType;
+};
+
+constexpr Situation kBeforeSystemServer = {DETAIL_BEFORE_SYSTEM_SERVER, TYPE_STALL,
+                                           PHASE_BEFORE_SYSTEM_SERVER, kCaptureTypeBase + 0x400};
+constexpr Situation kInSystemServer = {DETAIL_IN_SYSTEM_SERVER, TYPE_STALL, PHASE_SYSTEM_SERVER,
+                                       kCaptureTypeBase + 0x240};
+constexpr Situation kAnimationStays = {DETAIL_ANIMATION_STAYS, TYPE_NONE, PHASE_NONE,
+                                       kCaptureTypeBase + 0x1000};
+constexpr Situation kRestartLoop = {DETAIL_NO_MILESTONE, TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER,
+                                    kCaptureTypeBase};
 
 int readNumber(const char* property) {
     char value[PROPERTY_VALUE_MAX] = {};
@@ -63,82 +82,83 @@ int stuckPid(const std::string& lastLine, int sameLineCount, int timeoutCount) {
 }
 
 // The milestone that a restarting boot never reaches: the first after the looping one that the
-// counted tail of the profile lacks.
-std::string loopReason(int phaseIndex, const std::map<std::string, int>& milestones) {
-    if (static_cast<unsigned int>(phaseIndex) >= kMilestoneCount) return kOtherReason;
+// counted tail of the profile lacks. -1 when there is none.
+int missingMilestone(int phaseIndex, const std::map<std::string, int>& milestones) {
+    if (static_cast<unsigned int>(phaseIndex) >= kMilestoneCount) return -1;
     for (int i = phaseIndex; i < kMilestoneCount; ++i) {
         const auto milestone = milestones.find(kBootMilestones[i]);
         if (milestone == milestones.end()) continue;
         ALOGD("getRebootReason find Reason key %s, value %d", milestone->first.c_str(),
               milestone->second);
-        if (milestone->second == 0) return milestone->first;
+        if (milestone->second == 0) return i;
     }
-    return kOtherReason;
+    return -1;
+}
+
+Facts gatherFacts(const Bootvigil& monitor) {
+    Facts facts;
+    facts.stuckPid = stuckPid(monitor.mLastLine, monitor.mSameLineCount, monitor.mTimeoutCount);
+    facts.restartLoop = monitor.mRestartLoop;
+    if (facts.restartLoop) {
+        facts.missing = missingMilestone(monitor.mPhaseIndex, monitor.mMilestones);
+        ALOGD("reboot reason  = %s ",
+              facts.missing < 0 ? kOtherReason : kMilestoneNames[facts.missing]);
+        return facts;
+    }
+    const auto started = monitor.mMilestones.find(kSystemServerStart);
+    facts.inSystemServer = started != monitor.mMilestones.end() && started->second == 1;
+    const int completed = readNumber("sys.boot_completed");
+    const int animExit = readNumber("service.bootanim.exit");
+    facts.animationStays = completed == 1 && animExit == 0;
+    return facts;
+}
+
+// A restart loop comes first and needs no pid; then an animation that stays although the boot has
+// completed; only then is a stuck process asked for. Nothing when there is none.
+std::optional<Situation> decide(const Facts& facts) {
+    if (facts.restartLoop) {
+        Situation loop = kRestartLoop;
+        if (facts.missing >= 0) loop.detail = kFirstMilestoneDetail + facts.missing;
+        return loop;
+    }
+    if (facts.animationStays) return kAnimationStays;
+    if (facts.stuckPid == -1) return std::nullopt;
+    return facts.inSystemServer ? kInSystemServer : kBeforeSystemServer;
 }
 
 }  // namespace
 
 bool Bootvigil::checkReason(long& type, int& pid, std::string& ext) {
-    mStuckPID = stuckPid(mLastLine, mSameLineCount, mTimeoutCount);
-
-    // A restart loop comes first and needs no pid; then an animation that stays although the boot
-    // has completed; only then is a stuck process asked for.
-    uint8_t detail = kAnimationShown;
-    if (mRestartLoop) {
-        const std::string reason = loopReason(mPhaseIndex, mMilestones);
-        ALOGD("reboot reason  = %s ", reason.c_str());
-        const int milestone = milestoneIndex(reason);
-        detail = milestone < 0 ? kNoMilestone
-                               : static_cast<uint8_t>(milestone + kFirstMilestoneDetail);
-        errNotifyWithReason(2, 4, static_cast<char>(detail), kReasonStuck);
+    const Facts facts = gatherFacts(*this);
+    mStuckPID = facts.stuckPid;
+    const std::optional<Situation> situation = decide(facts);
+    if (!situation) {
+        ALOGD("Not found mStuckPID ");
+        return false;
+    }
+    const int detail = situation->detail;
+    if (situation->type != TYPE_NONE) {
+        errNotifyWithReason(situation->type, situation->phase, static_cast<char>(detail),
+                            REASON_STUCK);
         mHandler->sendMessageDelayed(kShortDelay, android::Message(MSG_RECOVERY));
-    } else {
-        const auto started = mMilestones.find(kSystemServerStart);
-        const int completed = readNumber("sys.boot_completed");
-        const int animExit = readNumber("service.bootanim.exit");
-        if (completed != 1 || animExit != 0) {
-            if (mStuckPID == -1) {
-                ALOGD("Not found mStuckPID ");
-                return false;
-            }
-            const bool inSystemServer = started != mMilestones.end() && started->second == 1;
-            detail = inSystemServer ? kInSystemServer : kBeforeSystemServer;
-            errNotifyWithReason(5, inSystemServer ? 5 : 4, static_cast<char>(detail), kReasonStuck);
-            mHandler->sendMessageDelayed(kShortDelay, android::Message(MSG_RECOVERY));
-        }
     }
 
-    char code[10] = {};
-    snprintf(code, sizeof(code), "%d", detail);
-    ALOGD("checkReason Reason = %s, file Reason = %s", code, mStuckReason.c_str());
-    type = kCaptureTypeBase;
+    const std::string code = std::to_string(detail);
+    ALOGD("checkReason Reason = %s, file Reason = %s", code.c_str(), mStuckReason.c_str());
+    type = situation->captureType;
     pid = mStuckPID;
     ext.clear();
     if (exists(kHealthInfoPath)) ext += kHealthInfoPath + ";";
-    switch (detail) {
-        case kBeforeSystemServer:
-            type = kCaptureTypeBase + 0x400;
-            break;
-        case kInSystemServer:
-            type = kCaptureTypeBase + 0x240;
-            // The process dumps its stacks before they are captured. This system's own rule: a pid
-            // of 0 is passed on as it is, and signals the daemon's own process group.
-            kill(mStuckPID, SIGQUIT);
-            sleep(2);
-            break;
-        case kAnimationShown:
-            type = kCaptureTypeBase + 0x1000;
-            break;
-        case kPmsScanEnd:
-        case kPmsReady:
-            ext += kPackageFiles;
-            break;
-        default:
-            break;
+    if (detail == DETAIL_IN_SYSTEM_SERVER) {
+        // The process dumps its stacks before they are captured. By design: a pid of 0 is passed on
+        // too, which signals the daemon's own process group.
+        kill(mStuckPID, SIGQUIT);
+        sleep(2);
     }
+    if (detail == DETAIL_PMS_SCAN_END || detail == DETAIL_PMS_READY) ext += kPackageFiles;
 
     std::ofstream file(kReasonPath);
-    ALOGD("checkReason save file path %s Reason = %s ", kReasonPath.c_str(), code);
+    ALOGD("checkReason save file path %s Reason = %s ", kReasonPath.c_str(), code.c_str());
     if (file.is_open()) file << code;
     return true;
 }

@@ -10,13 +10,16 @@
 // Whether there is a file or folder of this name.
 bool exists(const std::string& path);
 
+// Makes a directory that all may use; false (and a log line) when that fails.
+bool makeDirectory(const char* path);
+
 // Cuts `str` at every occurrence of the whole text `pattern` (never empty) and returns the pieces,
-// trimmed of blanks as Utils.cpp lays down; empty pieces are dropped and logged.
-// A piece of blanks only ends the process: its std::out_of_range is caught by nobody.
+// trimmed of blanks as Utils.cpp says; empty pieces are dropped and logged.
+// A piece of only blanks ends the process: it throws std::out_of_range, which nothing catches.
 std::vector<std::string> split(std::string str, std::string pattern);
 
-// split() for many texts in a row, without a copy of each piece: the pieces are good until the next
-// call.
+// split() for many texts in a row, without a copy of each piece: the pieces are valid until the
+// next call.
 class Splitter {
 public:
     const std::vector<std::string_view>& split(std::string_view str, std::string_view pattern);

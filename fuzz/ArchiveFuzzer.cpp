@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The report's archive reader against zstd's own decompression.
 
-#include "Archive.h"
+#include "report/read/Archive.h"
 
 #include <zstd.h>
 

@@ -14,6 +14,7 @@
 #include "bootvigil/BootMilestones.h"
 #include "bootvigil/BootState.h"
 #include "bootvigil/Bootvigil.h"
+#include "bootvigil/BootvigilHandler.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
 
@@ -108,7 +109,7 @@ struct Model {
     }
 };
 
-// The one monitor, as at the start of a boot. Its messages go to a looper that nobody runs.
+// The one monitor, as at the start of a boot. Its messages go to a looper that doesn't run.
 Bootvigil& freshMonitor(const android::sp<android::Looper>& looper) {
     static android::sp<Bootvigil> monitor;
     if (monitor == nullptr) {

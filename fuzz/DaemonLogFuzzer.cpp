@@ -3,10 +3,10 @@
 
 #include <stdexcept>
 
-#include "Boots.h"
-#include "DaemonLog.h"
 #include "fuzz/FuzzDevice.h"
 #include "lab/replay/Rebuild.h"
+#include "report/read/Boots.h"
+#include "report/read/DaemonLog.h"
 
 using namespace fuzz;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every fuzzer stands on: a device's folders beside the workstation's own, the calls by which
-// the daemon would end or reach other processes, and its log.
+// What every fuzzer needs: a device's folders beside the workstation's own, the calls by which the
+// daemon would end or reach other processes, and its log.
 
 #pragma once
 
@@ -33,7 +33,7 @@ void setProperty(const std::string& name, const std::optional<std::string>& valu
 // How a value reads that properties keep: cut at 91 bytes and its first NUL.
 std::string propertyValue(const std::optional<std::string>& value, const std::string& ifEmpty);
 
-// What the daemon does to the world while this object lives: nothing of it happens.
+// What the daemon does to the world while this object lives: it is recorded and has no effect.
 class Watch {
 public:
     Watch();

@@ -7,10 +7,13 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Formats.h"
-#include "Report.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
+#include "report/read/Report.h"
+#include "report/show/Json.h"
+#include "report/show/Page.h"
+#include "report/show/Text.h"
+#include "report/show/TraceEvents.h"
 
 using namespace fuzz;
 
@@ -77,7 +80,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fault("the text would steer a terminal");
     }
     if (!nlohmann::json::accept(report::dump(report::toJson(report)))) fault("the JSON is none");
-    if (!nlohmann::json::accept(report::toPerfetto(report))) fault("the trace events are no JSON");
+    if (!nlohmann::json::accept(report::toTraceEvents(report))) {
+        fault("the trace events are no JSON");
+    }
     // The page is large and takes its time: one input in eight.
     if (size % 8 == 0 && countOf("</script", pageOf(report)) != elements + report.captures.size()) {
         fault("something in a file ends an element of the page");

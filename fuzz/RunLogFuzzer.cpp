@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The run log that a lab writes, as the report reads it.
 
-#include "Boots.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
+#include "report/read/Boots.h"
 
 using namespace fuzz;
 

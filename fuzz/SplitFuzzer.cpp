@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (const std::out_of_range&) {
     }
     if (fields.has_value() != expected.has_value()) {
-        fault(expected ? "split ends the process" : "split survives a field of blanks");
+        fault(expected ? "split ends the process" : "split survives a blank field");
     }
     if (fields != expected) fault("split gives other fields");
     if (watch.log != log) fault("split logs other lines");

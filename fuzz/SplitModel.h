@@ -9,7 +9,7 @@
 
 namespace fuzz {
 
-// A text has ended the process: a field is made of blanks only.
+// A text has ended the process: it has a blank field.
 using Fields = std::optional<std::vector<std::string>>;
 
 // `log`, where given, receives what is logged on the way.

@@ -5,8 +5,6 @@
 
 #include <exception>
 
-#include <CLI/CLI.hpp>
-
 #include "lab/commands/Commands.h"
 #include "lab/device/DeviceRoot.h"
 
@@ -14,18 +12,9 @@ int main(int argc, char** argv) {
     using namespace lab;
     try {
         requireDeviceRoot(argv);
-        CLI::App app("Boots the daemon on simulated devices, in virtual time.");
-        app.require_subcommand(1);
-        int status = 0;
-        for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) {
-            add(app, status);
-        }
-        try {
-            app.parse(argc, argv);
-        } catch (const CLI::ParseError& error) {
-            return app.exit(error) == 0 ? 0 : kWrongUsage;
-        }
-        return status;
+        CommandLine line("Boots the daemon on simulated devices, in virtual time.");
+        for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
+        return line.run(argc, argv);
     } catch (const std::exception& error) {
         fprintf(stderr, "bootvigil-lab: %s\n", error.what());
         return kFailed;

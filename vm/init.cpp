@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The virtual device's init: makes the ground that the platform gives the daemon, starts it, and
-// does as the platform does when it asks for a reboot. It logs to the kernel log, as inits do.
+// The virtual device's init: provides what the platform gives the daemon, starts it, and reboots
+// when it asks for that. It logs to the kernel log, as inits do.
 //
 // The kernel's command line says what goes wrong: "hang=cold" stalls each boot that is no recovery
 // reboot; "power=cut" leaves the machine on after the daemon's end, until its power is cut.

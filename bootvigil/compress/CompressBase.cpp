@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Interface of the log compressor, and the archiving of its output directory.
+// The interface of the log compressor, and the archive of its output directory.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
@@ -44,7 +44,7 @@ int CompressBase::endCompress() {
     }
     if (child == 0) {
         execl("/system/bin/sh", "sh", "-c", commandLine, nullptr);
-        // This system's own rule: a child whose exec failed goes on as the parent does.
+        // By design: a child whose exec failed goes on as the parent does.
         ALOGE("execl on command '%s' failed\n", commandLine);  // NOLINT(clang-analyzer-unix.Vfork)
     } else {
         waitpid(child, &status, 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Compresses captured logs into zstd files, one frame with a content checksum each.
+// Compresses captured logs into zstd files: one frame with a content checksum per log.
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
@@ -12,6 +12,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <memory>
+
+#include <android-base/unique_fd.h>
 #include <log/log.h>
 #include <zstd.h>
 
@@ -64,8 +67,26 @@ OutputPath formatOutputPath(const CompressBase& compressor, const char* fileName
     return path;
 }
 
-FILE* openOutput(const OutputPath& path) {
-    FILE* output = fopen(path.text, "wb");
+// An input or output, closed at the end of its scope; a failure to close ends the process.
+struct CloseFile {
+    void operator()(FILE* file) const {
+        if (fclose(file) != 0) {
+            perror("fclose");
+            exit(kExitClose);
+        }
+    }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+// The output of a command, whose exit status does not matter.
+struct ClosePipe {
+    void operator()(FILE* pipe) const {
+        pclose(pipe);
+    }
+};
+
+File openOutput(const OutputPath& path) {
+    File output(fopen(path.text, "wb"));
     if (output == nullptr) {
         perror(path.text);
         exit(kExitOpenOutput);
@@ -73,14 +94,9 @@ FILE* openOutput(const OutputPath& path) {
     return output;
 }
 
-void closeFile(FILE* file) {
-    if (fclose(file) != 0) {
-        perror("fclose");
-        exit(kExitClose);
-    }
-}
-
-char* allocate(size_t size) {
+// By design: the carry buffer is allocated although nobody reads it, and so can fail. A compiler
+// that saw through this function would leave that allocation out.
+[[gnu::noinline]] char* allocate(size_t size) {
     void* memory = calloc(1, size);
     if (memory == nullptr) {
         perror("malloc");
@@ -89,68 +105,99 @@ char* allocate(size_t size) {
     return static_cast<char*>(memory);
 }
 
-ZSTD_CCtx* createContext(int level) {
-    ZSTD_CCtx* cctx = ZSTD_createCCtx();
-    CHECK(cctx != NULL, "ZSTD_createCCtx() failed!");
-    CHECK_ZSTD(ZSTD_CCtx_setParameter(cctx, ZSTD_c_compressionLevel, level));
-    CHECK_ZSTD(ZSTD_CCtx_setParameter(cctx, ZSTD_c_checksumFlag, 1));
-    return cctx;
-}
+class Buffer {
+public:
+    Buffer() = default;
+    explicit Buffer(size_t size) : mData(allocate(size)), mSize(size) {}
 
-struct Buffer {
-    char* data;
-    size_t size;
+    char* data() const {
+        return mData.get();
+    }
+    size_t size() const {
+        return mSize;
+    }
+
+private:
+    struct Free {
+        void operator()(char* data) const {
+            free(data);
+        }
+    };
+    std::unique_ptr<char, Free> mData;
+    size_t mSize = 0;
 };
 
-// Feeds `size` bytes to the frame and writes what comes out; the last block ends the frame.
-void compressBlock(ZSTD_CCtx* cctx, const char* block, size_t size, bool last, Buffer out,
-                   FILE* file) {
-    const ZSTD_EndDirective directive = last ? ZSTD_e_end : ZSTD_e_continue;
-    ZSTD_inBuffer input = {block, size, 0};
-    bool finished = false;
-    while (!finished) {
-        ZSTD_outBuffer output = {out.data, out.size, 0};
-        const size_t remaining = ZSTD_compressStream2(cctx, &output, &input, directive);
-        CHECK_ZSTD(remaining);
-        if (fwrite(out.data, 1, output.pos, file) < output.pos) {
-            perror("fwrite");
-            exit(kExitWrite);
-        }
-        finished = last ? remaining == 0 : input.pos == input.size;
+// One frame, written to a file through an output buffer.
+class Frame {
+public:
+    Frame(FILE* file, const Buffer& out, int level)
+        : mFile(file), mOut(out), mContext(ZSTD_createCCtx()) {
+        ZSTD_CCtx* const cctx = mContext.get();
+        CHECK(cctx != NULL, "ZSTD_createCCtx() failed!");
+        CHECK_ZSTD(ZSTD_CCtx_setParameter(cctx, ZSTD_c_compressionLevel, level));
+        CHECK_ZSTD(ZSTD_CCtx_setParameter(cctx, ZSTD_c_checksumFlag, 1));
     }
-    CHECK(input.pos == input.size,
-          "Impossible: zstd only returns 0 when the input is completely consumed!");
-}
 
-// Compresses everything that buffered reads of `in.size` bytes give.
-void compressBuffered(FILE* input, Buffer in, Buffer out, ZSTD_CCtx* cctx, FILE* output) {
+    // Feeds `size` bytes to the frame and writes what comes out; the last block ends the frame.
+    void add(const char* block, size_t size, bool last) {
+        const ZSTD_EndDirective directive = last ? ZSTD_e_end : ZSTD_e_continue;
+        ZSTD_inBuffer input = {block, size, 0};
+        bool finished = false;
+        while (!finished) {
+            ZSTD_outBuffer output = {mOut.data(), mOut.size(), 0};
+            const size_t remaining =
+                    ZSTD_compressStream2(mContext.get(), &output, &input, directive);
+            CHECK_ZSTD(remaining);
+            if (fwrite(mOut.data(), 1, output.pos, mFile) < output.pos) {
+                perror("fwrite");
+                exit(kExitWrite);
+            }
+            finished = last ? remaining == 0 : input.pos == input.size;
+        }
+        CHECK(input.pos == input.size,
+              "Impossible: zstd only returns 0 when the input is completely consumed!");
+    }
+
+private:
+    struct FreeContext {
+        void operator()(ZSTD_CCtx* context) const {
+            ZSTD_freeCCtx(context);
+        }
+    };
+
+    FILE* const mFile;
+    const Buffer& mOut;
+    const std::unique_ptr<ZSTD_CCtx, FreeContext> mContext;
+};
+
+// Compresses everything that buffered reads of the size of `in` give.
+void compressBuffered(FILE* input, const Buffer& in, Frame& frame) {
     bool last = false;
     while (!last) {
-        const size_t size = fread(in.data, 1, in.size, input);
-        last = size < in.size;
+        const size_t size = fread(in.data(), 1, in.size(), input);
+        last = size < in.size();
         if (last && !feof(input)) {
             perror("fread");
             exit(kExitRead);
         }
-        compressBlock(cctx, in.data, size, last, out, output);
+        frame.add(in.data(), size, last);
     }
 }
 
 // Cuts a stream into blocks of kBlockSize.
-// This system's own rule: when a read overshoots the end of a block, its surplus goes to a carry
-// buffer and is never copied back. The next block begins with that many zero bytes instead, and so
-// does every block after it until the next surplus is measured, also one that the end of the input
-// cuts short.
+// By design: when a read overshoots the end of a block, its surplus goes to a carry buffer and is
+// never copied back. The next block begins with that many zero bytes instead, and so does every
+// later block until the next surplus is measured, even one that the end of the input cuts short.
 class BlockReader {
 public:
-    BlockReader(int fd, char* block, char* readBuffer, char* carryBuffer)
-        : mFd(fd), mBlock(block), mReadBuffer(readBuffer), mCarryBuffer(carryBuffer) {}
+    BlockReader(int fd, const Buffer& block)
+        : mFd(fd), mBlock(block.data()), mReadBuffer(kReadSize), mCarryBuffer(kReadSize) {}
 
     // Fills the (cleared) block and returns its size; less than kBlockSize is the last one.
     size_t fill() {
         size_t filled = 0;
         for (;;) {
-            const ssize_t count = read(mFd, mReadBuffer, kReadSize);
+            const ssize_t count = read(mFd, mReadBuffer.data(), kReadSize);
             if (count < 0) {
                 if (errno == EINTR) continue;
                 return 0;  // what was gathered for this block is dropped
@@ -159,14 +206,14 @@ public:
             const size_t got = static_cast<size_t>(count);
             const size_t room = kBlockSize - mCarry - filled;
             if (got <= room) {
-                memcpy(mBlock + mCarry + filled, mReadBuffer, got);
+                memcpy(mBlock + mCarry + filled, mReadBuffer.data(), got);
                 filled += got;
                 continue;
             }
-            memcpy(mBlock + mCarry + filled, mReadBuffer, room);
+            memcpy(mBlock + mCarry + filled, mReadBuffer.data(), room);
             mCarry = got - room;
-            memset(mCarryBuffer, 0, kReadSize);
-            memcpy(mCarryBuffer, mReadBuffer + room, mCarry);
+            memset(mCarryBuffer.data(), 0, kReadSize);
+            memcpy(mCarryBuffer.data(), mReadBuffer.data() + room, mCarry);
             return kBlockSize;
         }
     }
@@ -174,32 +221,33 @@ public:
 private:
     const int mFd;
     char* const mBlock;
-    char* const mReadBuffer;
-    char* const mCarryBuffer;
+    const Buffer mReadBuffer;
+    const Buffer mCarryBuffer;
     size_t mCarry = 0;
 };
 
 }  // namespace
 
+// Each of the three operations declares what it owns so that the context is freed first, then the
+// output is closed, then the input. An ordinary file's buffers are freed last, other buffers before
+// the output is closed.
+
 int CompressZstd::compressComFile(char* input, char* fileName, int level) {
     const OutputPath path = formatOutputPath(*this, fileName);
     CHECK(input != NULL, "compressComFile input == NULL!");
     CHECK(fileName != NULL, "compressComFile fileName == NULL!");
-    FILE* source = fopen(input, "rb");
+    Buffer out;
+    Buffer in;
+    const File source(fopen(input, "rb"));
     if (source == nullptr) {
         ALOGD("compressComFile open %s failed!!!", input);
         return -1;
     }
-    FILE* output = openOutput(path);
-    const Buffer in = {allocate(ZSTD_CStreamInSize()), ZSTD_CStreamInSize()};
-    const Buffer out = {allocate(ZSTD_CStreamOutSize()), ZSTD_CStreamOutSize()};
-    ZSTD_CCtx* cctx = createContext(level);
-    compressBuffered(source, in, out, cctx, output);
-    ZSTD_freeCCtx(cctx);
-    closeFile(output);
-    closeFile(source);
-    free(in.data);
-    free(out.data);
+    File output = openOutput(path);
+    in = Buffer(ZSTD_CStreamInSize());
+    out = Buffer(ZSTD_CStreamOutSize());
+    Frame frame(output.get(), out, level);
+    compressBuffered(source.get(), in, frame);
     return 0;
 }
 
@@ -207,34 +255,23 @@ int CompressZstd::compressStreamFile(const char* input, const char* fileName, in
     const OutputPath path = formatOutputPath(*this, fileName);
     CHECK(input != NULL, "compressStreamFile input == NULL!");
     CHECK(fileName != NULL, "compressStreamFile fileName == NULL!");
-    FILE* output = openOutput(path);
-    const int fd = TEMP_FAILURE_RETRY(open(input, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    android::base::unique_fd fd;
+    File output = openOutput(path);
+    fd.reset(TEMP_FAILURE_RETRY(open(input, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
     if (fd < 0) {
         ALOGI("compressStreamFile (%s) fail,reason : %s\n", input, strerror(errno));
-        closeFile(output);
         return -1;
     }
-    char* block = allocate(kBlockSize);
-    const Buffer out = {allocate(kBlockSize), kBlockSize};
-    char* readBuffer = allocate(kReadSize);
-    char* carryBuffer = allocate(kReadSize);
-    ZSTD_CCtx* cctx = createContext(level);
-
-    BlockReader reader(fd, block, readBuffer, carryBuffer);
+    const Buffer block(kBlockSize);
+    const Buffer out(kBlockSize);
+    BlockReader reader(fd.get(), block);
+    Frame frame(output.get(), out, level);
     size_t size = kBlockSize;
     while (size == kBlockSize) {
         size = reader.fill();
-        compressBlock(cctx, block, size, size < kBlockSize, out, output);
-        memset(block, 0, kBlockSize);
+        frame.add(block.data(), size, size < kBlockSize);
+        memset(block.data(), 0, kBlockSize);
     }
-
-    ZSTD_freeCCtx(cctx);
-    free(block);
-    free(out.data);
-    free(readBuffer);
-    free(carryBuffer);
-    closeFile(output);
-    close(fd);
     return 0;
 }
 
@@ -243,22 +280,17 @@ int CompressZstd::compressShellCmdFile(char* cmd, char* fileName, int level) {
     ALOGD("compressShellCmdFile:output=%s, input=%s", path.text, cmd);
     CHECK(cmd != NULL, "compressShellCmdFile cmd == NULL!");
     CHECK(fileName != NULL, "compressShellCmdFile fileName == NULL!");
-    FILE* output = openOutput(path);
-    FILE* pipe = popen(cmd, "r");
+    std::unique_ptr<FILE, ClosePipe> pipe;
+    File output = openOutput(path);
+    pipe.reset(popen(cmd, "r"));
     if (pipe == nullptr) {
         ALOGD("compressShellCmdFile popen cmd %s failed!!!", cmd);
-        closeFile(output);
         return -1;
     }
-    const Buffer in = {allocate(kBlockSize), kBlockSize};
-    const Buffer out = {allocate(kBlockSize), kBlockSize};
-    ZSTD_CCtx* cctx = createContext(level);
-    compressBuffered(pipe, in, out, cctx, output);
-    ZSTD_freeCCtx(cctx);
-    free(in.data);
-    free(out.data);
-    closeFile(output);
-    pclose(pipe);
+    const Buffer in(kBlockSize);
+    const Buffer out(kBlockSize);
+    Frame frame(output.get(), out, level);
+    compressBuffered(pipe.get(), in, frame);
     return 0;
 }
 

@@ -4,6 +4,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include "lab/base/Text.h"
 
 namespace lab {
 
@@ -34,23 +37,57 @@ inline const std::string kMarker = "/data/vela_dfr/firstboot";
 inline const std::string kPackageFiles =
         "/data/system/users/0.xml;/data/system/users/userlist.xml/data/system/packages.xml;"
         "/data/system/uiderrors.txt";
+inline const std::string kDev = "/dev";
 inline const std::string kBootMonitor = "/dev/bootvigilk";
 inline const std::string kKernelMessages = "/dev/kmsg";
 inline const std::string kKeptLogs = "/dev/velarawlog/";  // the platform's
+inline const std::string kProc = "/proc";
 inline const std::string kBootProfile = "/proc/bootprof";
 inline const std::string kVelaBootProfile = "/proc/velabootprof";
 inline const std::string kCommandLine = "/proc/cmdline";
 inline const std::string kHealth = "proc/vela_healthinfo/healthinfo_show";  // relative, so named
+inline const std::string kPstore = "/sys/fs/pstore";
 inline const std::string kPstoreConsole = "/sys/fs/pstore/console-ramoops-0";
 
 // The log-capture service's capture is a file of its own folder with this in its name.
 inline const std::string kLogServiceId = "0xffffff06";
 
 // The simulated platform's.
-constexpr const char* kPropertyDir = "/dev/__properties__/";
-constexpr char kKelRequestFile[] = "/dev/kel/requests";
+inline const std::string kToolFolder = "/system/bin/";
+inline const std::string kShell = "/system/bin/sh";
+inline const std::string kPropertyDir = "/dev/__properties__/";
+inline const std::string kKelFolder = "/dev/kel";
+inline const std::string kKelRequestFile = "/dev/kel/requests";
+inline const std::string kLogBuffers = "/dev/log/";
+inline const std::string kMainLogBuffer = "/dev/log/main";
+inline const std::string kKernelLogBuffer = "/dev/log/kernel";
+inline const std::string kEndlessMark =
+        ".endless";  // after a buffer's name: its command never ends
+
+// The archives of captured logs, and the log buffers that they are captured from.
+struct CapturedLog {
+    const char* archive;
+    const char* buffer;
+};
+constexpr CapturedLog kCapturedLogs[] = {
+        {"android_crash_log", "crash"},   {"android_main_log", "main"},
+        {"android_events_log", "events"}, {"android_system_log", "system"},
+        {"android_radio_log", "radio"},   {"sys_kernel_log", "kernel"},
+};
+
+inline std::string archivePath(const std::string& name) {
+    return kLogs + "/" + name + kArchiveSuffix;
+}
+
+// Properties that the platform sets to "1" when the boot is done.
+constexpr const char* kCompleted[] = {"sys.boot_completed", "service.bootanim.exit",
+                                      "sys.vela.BOOT_COMPLETED"};
 
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
+
+inline bool onPartition(std::string_view path) {
+    return startsWith(path, kPartition);
+}
 
 }  // namespace lab

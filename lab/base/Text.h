@@ -9,12 +9,13 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lab {
 
-inline bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
+inline bool startsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
 }
 
 inline bool endsWith(const std::string& text, const std::string& end) {
@@ -57,6 +58,14 @@ template <typename... Values>
 std::string format(const char* layout, Values... values) {
     char text[1024];
     snprintf(text, sizeof(text), layout, values...);
+    return text;
+}
+
+// "490" or "12.5": no more decimals than are needed, three at most.
+inline std::string formatSeconds(double seconds) {
+    std::string text = format("%.3f", seconds);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') text.pop_back();
     return text;
 }
 

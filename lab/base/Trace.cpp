@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a boot did, event by event, in memory that outlives the boot's process however it ended.
+// What a boot did, event by event, and its clock, in memory that outlives the boot's process
+// however it ended.
 
 #include "lab/base/Trace.h"
 
@@ -26,6 +27,7 @@ struct Head {
 
 struct Trace::Memory {
     std::mutex lock;  // between the threads of one process
+    std::atomic<int64_t> clock;
     size_t size;
     bool full;
     char data[kCapacity];
@@ -46,6 +48,7 @@ Trace::~Trace() {
 void Trace::clear() {
     // A boot's process may have died while it held the lock.
     new (&mMemory->lock) std::mutex;
+    mMemory->clock = 0;
     mMemory->size = 0;
     mMemory->full = false;
 }
@@ -66,6 +69,10 @@ void Trace::add(int64_t ms, TraceEvent::Kind kind, std::string_view text) {
     memcpy(to, &head, sizeof(head));
     memcpy(to + sizeof(head), text.data(), text.size());
     mMemory->size += needed;
+}
+
+std::atomic<int64_t>& Trace::clock() {
+    return mMemory->clock;
 }
 
 bool Trace::full() const {

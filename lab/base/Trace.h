@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a boot did, event by event, in memory that outlives the boot's process however it ended.
+// What a boot did, event by event, and its clock, in memory that outlives the boot's process
+// however it ended.
 
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +50,9 @@ public:
     // By any thread of a process that was forked after the trace was made. What no longer fits is
     // dropped, and full() says so.
     void add(int64_t ms, TraceEvent::Kind kind, std::string_view text);
+
+    // Device time in ms, for the boot's process to set; 0 after clear().
+    std::atomic<int64_t>& clock();
 
     bool full() const;
     std::vector<TraceEvent> events() const;

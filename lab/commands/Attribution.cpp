@@ -11,8 +11,6 @@
 #include <string>
 #include <thread>
 
-#include <CLI/CLI.hpp>
-
 #include "lab/commands/Commands.h"
 
 namespace lab {
@@ -26,28 +24,23 @@ struct Options {
     bool markdown = false;
 };
 
-void printAttribution(const Options& options) {
+int printAttribution(const Options& options) {
     const auto lines =
             measureAttribution(options.seed, options.count, options.jobs, options.markdown);
     for (const std::string& line : lines) printf("%s\n", line.c_str());
+    return 0;
 }
 
 }  // namespace
 
-void addAttribution(CLI::App& app, int& /* status */) {
-    CLI::App* command = app.add_subcommand("attribution",
-                                           "count how often the daemon names what hangs, and acts "
-                                           "on a slow boot");
+void addAttribution(CommandLine& line) {
     const auto options = std::make_shared<Options>();
-    const CLI::Range positive(1, 1000000);
-    command->add_option("--seed", options->seed, "of the boots")->capture_default_str();
-    command->add_option("--count", options->count, "of stalls, and of slow boots")
-            ->check(positive)
-            ->capture_default_str();
-    command->add_option("--jobs", options->jobs, "processes at a time; by default one per core")
-            ->check(positive);
-    command->add_flag("--markdown", options->markdown, "print the tables as Markdown");
-    command->callback([options] { printAttribution(*options); });
+    line.add("attribution", "count how often the daemon names what hangs, and acts on a slow boot")
+            .number("--seed", options->seed, "of the boots")
+            .count("--count", options->count, 1000000, "of stalls, and of slow boots")
+            .count("--jobs", options->jobs, 1000000, "processes at a time; by default one per core")
+            .flag("--markdown", options->markdown, "print the tables as Markdown")
+            .does([options] { return printAttribution(*options); });
 }
 
 }  // namespace lab

@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands of bootvigil-lab. Each adds itself with its options to the program's command line;
-// when it is called it leaves its exit status in `status`, or throws std::exception.
+// The commands of bootvigil-lab. Each adds itself, with its options, to the program's command line.
 
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include "lab/commands/CommandLine.h"
 
 namespace lab {
 
-// Exit statuses of every command, beside 0. `sagas` has more: see lab/random/Sagas.h.
-constexpr int kFailed = 1;  // what was expected or recorded does not hold, or nothing can be run
-constexpr int kWrongUsage = 2;
+// Exit status of every command where what was expected or recorded does not hold, or nothing could
+// be run. `sagas` has more: see lab/random/Judge.h.
+constexpr int kFailed = 1;
 
-void addRun(CLI::App& app, int& status);
-void addList(CLI::App& app, int& status);
-void addSagas(CLI::App& app, int& status);
-void addReplay(CLI::App& app, int& status);
-void addAttribution(CLI::App& app, int& status);
+void addRun(CommandLine& line);
+void addList(CommandLine& line);
+void addSagas(CommandLine& line);
+void addReplay(CommandLine& line);
+void addAttribution(CommandLine& line);
 
 }  // namespace lab

@@ -7,8 +7,6 @@
 #include <filesystem>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "lab/base/DataFolder.h"
 #include "lab/commands/Commands.h"
 #include "lab/scenario/Scenario.h"
@@ -17,7 +15,7 @@ namespace lab {
 
 namespace {
 
-void listScenarios() {
+int listScenarios() {
     const std::string folder = dataPath("scenarios");
     std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -28,12 +26,13 @@ void listScenarios() {
         printf("%-28s %s\n", file.stem().c_str(), readScenario(file).about.c_str());
     }
     printf("\nthey are in %s\n", folder.c_str());
+    return 0;
 }
 
 }  // namespace
 
-void addList(CLI::App& app, int& /* status */) {
-    app.add_subcommand("list", "list the shipped scenarios")->callback(listScenarios);
+void addList(CommandLine& line) {
+    line.add("list", "list the shipped scenarios").does(listScenarios);
 }
 
 }  // namespace lab

@@ -8,8 +8,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 #include "lab/commands/Commands.h"
 
 namespace lab {
@@ -29,15 +27,12 @@ int replayRecord(const Options& options) {
 
 }  // namespace
 
-void addReplay(CLI::App& app, int& status) {
-    CLI::App* command =
-            app.add_subcommand("replay", "boot today's daemon on what a device recorded");
+void addReplay(CommandLine& line) {
     const auto options = std::make_shared<Options>();
-    command->add_option("folder", options->folder, "a copy of the device's persistent partition")
-            ->required();
-    command->add_option("--profile", options->profile,
-                        "the device's boot profile, if it was pulled");
-    command->callback([options, &status] { status = replayRecord(*options); });
+    line.add("replay", "boot today's daemon on what a device recorded")
+            .argument("folder", options->folder, "a copy of the device's persistent partition")
+            .text("--profile", options->profile, "the device's boot profile, if it was pulled")
+            .does([options] { return replayRecord(*options); });
 }
 
 }  // namespace lab

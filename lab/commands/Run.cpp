@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
+#include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
@@ -95,15 +96,15 @@ int runScenario(const Options& options) {
 
 }  // namespace
 
-void addRun(CLI::App& app, int& status) {
-    CLI::App* command = app.add_subcommand("run", "run a scenario and check what it expects");
+void addRun(CommandLine& line) {
     const auto options = std::make_shared<Options>();
-    command->add_option("scenario", options->file, "the scenario, a YAML file")->required();
-    command->add_option("--out", options->folder, "keep the run in this folder (missing or empty)");
-    command->add_flag("--quiet", options->quiet, "print only what does not hold");
-    command->add_flag("--effects", options->effects,
-                      "print the lines that a scenario's timeline expects");
-    command->callback([options, &status] { status = runScenario(*options); });
+    line.add("run", "run a scenario and check what it expects")
+            .argument("scenario", options->file, "the scenario, a YAML file")
+            .text("--out", options->folder, "keep the run in this folder (missing or empty)")
+            .flag("--quiet", options->quiet, "print only what does not hold")
+            .flag("--effects", options->effects,
+                  "print the lines that a scenario's timeline expects")
+            .does([options] { return runScenario(*options); });
 }
 
 }  // namespace lab

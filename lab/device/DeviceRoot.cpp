@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 
 namespace lab {
@@ -25,32 +26,24 @@ namespace {
 
 bool gInside = false;
 
+// The workstation's.
 constexpr const char* kBusybox = "/bin/busybox";
 // Small enough that a capture's many shells don't outweigh the daemon: they start in a third of the
 // time that busybox takes.
-constexpr const char* kShell = "/usr/lib/klibc/bin/sh";
-constexpr const char* kCat = "/usr/lib/klibc/bin/cat";
+constexpr const char* kSmallShell = "/usr/lib/klibc/bin/sh";
+constexpr const char* kSmallCat = "/usr/lib/klibc/bin/cat";
 constexpr const char* kInNamespace = "BOOTVIGIL_LAB_IN_NAMESPACE";
 
-constexpr const char* kTools[] = {"rm", "tar", "printf", "head", "yes", "sleep"};
-
-// Like a device's: they print what the simulated buffers hold.
-constexpr const char* kLogcat =
-        "#!/system/bin/sh\n"
-        "while [ $# -gt 0 ]; do [ \"$1\" = -b ] && buffer=$2; shift; done\n"
-        "[ -e /dev/log/$buffer.endless ] && while cat /dev/log/$buffer; do :; done\n"
-        "exec cat /dev/log/$buffer\n";
-constexpr const char* kDmesg =
-        "#!/system/bin/sh\n"
-        "exec cat /dev/log/kernel\n";
+constexpr const char* kBusyboxTools[] = {"rm", "tar", "printf", "head", "yes", "sleep"};
 
 // The library that is the interpreter of both: its name holds a version, and the shell names it. An
 // emulator of programs may show another /lib to one that looks around there.
 std::string shellLibrary() {
-    const std::string shell = readFile(kShell);
+    const std::string shell = readFile(kSmallShell);
     const size_t name = shell.find("/lib/klibc-");
     if (name == std::string::npos) {
-        throw std::runtime_error(std::string(kShell) + " is not klibc's (package klibc-utils)");
+        throw std::runtime_error(std::string(kSmallShell) +
+                                 " is not klibc's (package klibc-utils)");
     }
     return shell.c_str() + name;
 }
@@ -65,8 +58,9 @@ void linkOrCopy(const std::string& from, const std::string& to) {
     }
 }
 
-void writeScript(const std::string& path, const char* text) {
-    writeFile(path, text);
+// Adds a program to the root; like a device's, these print what the simulated buffers hold.
+void writeScript(const std::string& path, const std::string& text) {
+    writeFile(path, "#!" + kShell + "\n" + text);
     chmod(path.c_str(), 0755);
 }
 
@@ -74,7 +68,7 @@ void writeScript(const std::string& path, const char* text) {
 
 void requireDeviceRoot(char** argv) {
     for (const auto& [program, package] :
-         {std::pair{kBusybox, "busybox-static"}, std::pair{kShell, "klibc-utils"}}) {
+         {std::pair{kBusybox, "busybox-static"}, std::pair{kSmallShell, "klibc-utils"}}) {
         if (fileExists(program)) continue;
         fprintf(stderr, "%s: %s is missing (package %s)\n", argv[0], program, package);
         exit(1);
@@ -101,8 +95,8 @@ void requireDeviceRoot(char** argv) {
 }
 
 void copyDeviceTools(const std::string& folder) {
-    for (const std::string& path :
-         {std::string(kBusybox), std::string(kShell), std::string(kCat), shellLibrary()}) {
+    for (const std::string& path : {std::string(kBusybox), std::string(kSmallShell),
+                                    std::string(kSmallCat), shellLibrary()}) {
         makeFolders(std::filesystem::path(folder + path).parent_path());
         linkOrCopy(path, folder + path);
     }
@@ -112,23 +106,30 @@ DeviceRoot::DeviceRoot(std::string path, const std::string& tools) : mPath(std::
     if (fileExists(mPath) && !std::filesystem::is_empty(mPath)) {
         throw std::runtime_error("cannot make a device root of " + mPath + ": it is not empty");
     }
-    for (const char* folder : {"/dev", "/data", "/proc", "/sys/fs/pstore", "/system/bin", "/lib"}) {
+    for (const std::string& folder : {kDev, kData, kProc, kPstore, kToolFolder}) {
         makeFolders(at(folder));
     }
-    for (const char* folder : {"/velafs/boot_vigil/log", "/velafs/SDD"}) {
-        makeFolders(at(folder), 0777);
-    }
+    makeFolders(at("/lib"));
+    makeFolders(at(kLogs), 0777);
+    makeFolders(at(kRecordFolder), 0777);
     std::filesystem::create_directory_symlink("system/bin", at("/bin"));
     const std::string library = shellLibrary();
-    linkOrCopy(tools + kShell, at("/system/bin/sh"));
-    linkOrCopy(tools + kCat, at("/system/bin/cat"));
+    linkOrCopy(tools + kSmallShell, at(kShell));
+    linkOrCopy(tools + kSmallCat, at(kToolFolder + "cat"));
     linkOrCopy(tools + library, at(library));
-    linkOrCopy(tools + kBusybox, at("/system/bin/busybox"));
-    for (const char* tool : kTools) {
-        std::filesystem::create_symlink("busybox", at("/system/bin/") + tool);
+    linkOrCopy(tools + kBusybox, at(kToolFolder + "busybox"));
+    for (const char* tool : kBusyboxTools) {
+        std::filesystem::create_symlink("busybox", at(kToolFolder + tool));
     }
-    writeScript(at("/system/bin/logcat"), kLogcat);
-    writeScript(at("/system/bin/dmesg"), kDmesg);
+    const std::string buffer = kLogBuffers + "$buffer";
+    writeScript(at(kToolFolder + "logcat"),
+                "while [ $# -gt 0 ]; do [ \"$1\" = -b ] && buffer=$2; shift; done\n"
+                "[ -e " +
+                        buffer + kEndlessMark + " ] && while cat " + buffer +
+                        "; do :; done\n"
+                        "exec cat " +
+                        buffer + "\n");
+    writeScript(at(kToolFolder + "dmesg"), "exec cat " + kKernelLogBuffer + "\n");
 }
 
 std::string DeviceRoot::at(const std::string& devicePath) const {
@@ -141,23 +142,23 @@ void DeviceRoot::mountPartition(size_t bytes) const {
     // chroot "/" is no mount that could be made private, and so none of ours to worry about.
     if (unshare(CLONE_NEWNS) != 0 ||
         (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 && errno != EINVAL)) {
-        failWithErrno("cannot make a mount namespace for", at("/velafs"));
+        failWithErrno("cannot make a mount namespace for", at(kPartition));
     }
-    if (mount("velafs", at("/velafs").c_str(), "tmpfs", 0, options.c_str()) != 0) {
-        failWithErrno("cannot mount a partition at", at("/velafs"));
+    if (mount("velafs", at(kPartition).c_str(), "tmpfs", 0, options.c_str()) != 0) {
+        failWithErrno("cannot mount a partition at", at(kPartition));
     }
 }
 
 void DeviceRoot::makePartitionWritable() const {
-    if (mount(nullptr, at("/velafs").c_str(), nullptr, MS_REMOUNT, nullptr) != 0) {
-        failWithErrno("cannot make writable", at("/velafs"));
+    if (mount(nullptr, at(kPartition).c_str(), nullptr, MS_REMOUNT, nullptr) != 0) {
+        failWithErrno("cannot make writable", at(kPartition));
     }
 }
 
 void DeviceRoot::unmountPartition() const {
     namespace fs = std::filesystem;
-    const fs::path partition = at("/velafs");
-    const fs::path copy = at("/velafs.copy");
+    const fs::path partition = at(kPartition);
+    const fs::path copy = at(kPartition + ".copy");
     fs::copy(partition, copy, fs::copy_options::recursive);
     // A command that was killed a moment ago may still hold a file.
     if (umount2(partition.c_str(), MNT_DETACH) != 0) failWithErrno("cannot unmount", partition);

@@ -6,8 +6,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -19,11 +17,14 @@
 #include <filesystem>
 #include <utility>
 
-#include "Archive.h"
+#include <nlohmann/json.hpp>
+
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
+#include "lab/base/Text.h"
 #include "lab/device/LibcFiles.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 
@@ -31,42 +32,40 @@ namespace {
 
 using How = WatchedFile::How;
 
-constexpr const char* kKelCapture = "/velafs/boot_vigil/0xffffff06";
-
 std::vector<WatchedFile> watchedFiles() {
     std::vector<WatchedFile> files = {
-            {std::string(kPropertyDir) + "sys.bootvigil.version", "version", How::TEXT, "", ""},
-            {"/velafs/SDD/bfRecord.txt", "record", How::LINES, "", ""},
-            {"/velafs/SDD/bfRecord_backup.txt", "backup", How::LINES, "", ""},
-            {"/velafs/SDD/bfflag.txt", "flag", How::TEXT, "", ""},
-            {"/velafs/boot_vigil/reason.txt", "reason", How::TEXT, "", ""},
-            {"/velafs/boot_vigil/pmic_info", "pmic", How::LINES, "", ""},
-            {"/velafs/boot_vigil/mem_hwinfo", "hwinfo", How::TEXT, "", ""},
-            {kKelRequestFile, "kel", How::LINES, "", ""},
-            {"/dev/kmsg", "kmsg", How::TEXT, "", ""},
+            {kPropertyDir + "sys.bootvigil.version", "version", How::TEXT},
+            {kRecord, "record", How::LINES},
+            {kBackup, "backup", How::LINES},
+            {kFlag, "flag", How::TEXT},
+            {kReason, "reason", How::TEXT},
+            {kPmic, "pmic", How::LINES},
+            {kHwInfo, "hwinfo", How::TEXT},
+            {kKelRequestFile, "kel", How::LINES},
+            {kKernelMessages, "kmsg", How::TEXT},
     };
-    for (const char* name :
-         {"android_crash_log", "android_main_log", "android_events_log", "android_system_log",
-          "android_radio_log", "sys_kernel_log", "console-ramoops-0"}) {
-        files.push_back({std::string("/velafs/boot_vigil/log/") + name + ".zs", "captured",
-                         How::ARCHIVE, name, ""});
+    const auto addArchive = [&](const std::string& name) {
+        files.push_back({archivePath(name), "captured", How::ARCHIVE, name});
+    };
+    for (const CapturedLog& log : kCapturedLogs) addArchive(log.archive);
+    addArchive("console-ramoops-0");
+    for (const WatchedFile& file : std::vector<WatchedFile>{
+                 {kJournal, "journal", How::LINES},
+                 {kHistory, "history", How::TEXT},
+                 {kFailureUpload, "upload", How::TEXT, "boot_vigil"},
+                 {kSuccessUpload, "upload", How::TEXT, "recovery_record"},
+                 {kPropertyDir + kRebootRequest, "request", How::TEXT, "reboot"},
+                 {kPropertyDir + kResetRequest, "request", How::TEXT, "reset"},
+         }) {
+        files.push_back(file);
     }
-    files.push_back({"/velafs/boot_vigil/log/info", "journal", How::LINES, "", ""});
-    files.push_back({"/velafs/boot_vigil/recovery_flag.txt", "history", How::TEXT, "", ""});
-    for (const char* name : {"boot_vigil", "recovery_record"}) {
-        files.push_back(
-                {std::string("/velafs/SDD/bf_upload/") + name, "upload", How::TEXT, name, ""});
-    }
-    files.push_back(
-            {std::string(kPropertyDir) + kRebootRequest, "request", How::TEXT, "reboot", ""});
-    files.push_back({std::string(kPropertyDir) + kResetRequest, "request", How::TEXT, "reset", ""});
     return files;
 }
 
-// Changes whenever the file has been written; empty when it isn't there.
-std::string identity(const std::string& path) {
+// Changes whenever the file has been written.
+std::optional<std::string> identity(const std::string& path) {
     struct stat info = {};
-    if (stat(path.c_str(), &info) != 0) return "";
+    if (stat(path.c_str(), &info) != 0) return std::nullopt;
     return std::to_string(info.st_ino) + ":" + std::to_string(info.st_size) + ":" +
            std::to_string(info.st_mtim.tv_sec) + ":" + std::to_string(info.st_mtim.tv_nsec);
 }
@@ -76,12 +75,10 @@ std::string textOf(const std::string& path) {
     return std::filesystem::is_regular_file(path) ? readFile(path) : "";
 }
 
-// Takes the next line off `text`.
-std::string takeLine(std::string& text) {
-    const size_t end = text.find('\n');
-    std::string line = text.substr(0, end);
-    text.erase(0, end == std::string::npos ? end : end + 1);
-    return line;
+std::optional<std::string> look(const WatchedFile& file) {
+    if (file.how == How::ARCHIVE) return identity(file.path);
+    if (!fileExists(file.path)) return std::nullopt;
+    return textOf(file.path);
 }
 
 // Writes zeros until nothing more fits, byte by byte in the end.
@@ -98,8 +95,7 @@ void fillPartition(const std::string& path) {
 
 // The platform's other programs can't write to a partition that is absent or read-only either.
 bool canChange(const std::string& path) {
-    const bool partition = path.rfind("/velafs", 0) == 0;
-    return !partition || access("/velafs", W_OK) == 0;
+    return !onPartition(path) || access(kPartition.c_str(), W_OK) == 0;
 }
 
 Held heldResources() {
@@ -126,7 +122,7 @@ DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, 
       mTrace(trace),
       mChanges(boot.changes),
       mWatched(log != nullptr ? watchedFiles() : std::vector<WatchedFile>()) {
-    for (WatchedFile& file : mWatched) report(file, /* silent= */ true);
+    for (WatchedFile& file : mWatched) file.seen = look(file);
     showProfile(0);
 }
 
@@ -141,61 +137,69 @@ void DeviceWorld::advanceTo(int64_t target) {
         try {
             apply(change);
         } catch (const std::exception& error) {
-            fprintf(stderr, "lab: %s\n", error.what());
-            _exit(kBrokenLab);
+            endBroken(error.what());
         }
     }
     if (target != kNever) showProfile(target);
 }
 
 void DeviceWorld::apply(const Change& change) {
-    const bool file = change.kind == Change::Kind::WRITE || change.kind == Change::Kind::REMOVE;
-    if (file && !canChange(change.name)) return;
+    using Kind = Change::Kind;
     const std::string number = std::to_string(change.number);
     switch (change.kind) {
-        case Change::Kind::SET:
+        case Kind::SET:
             writeFile(kPropertyDir + change.name, change.value);
             tell("set", change.name + " " + change.value,
                  {{"name", change.name}, {"value", change.value}});
             break;
-        case Change::Kind::WRITE:
-            writeFile(change.name, change.value);
-            tell("write", change.name, {{"path", change.name}});
+        case Kind::WRITE:
+        case Kind::REMOVE:
+        case Kind::FILL:
+        case Kind::READ_ONLY:
+            applyToFile(change);
             break;
-        case Change::Kind::REMOVE:
-            std::filesystem::remove_all(change.name);
-            tell("remove", change.name, {{"path", change.name}});
-            break;
-        case Change::Kind::FILL:
-            fillPartition(change.name);
-            tell("fill", change.name, {{"path", change.name}});
-            break;
-        case Change::Kind::READ_ONLY:
-            if (mount(nullptr, change.name.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) !=
-                0) {
-                failWithErrno("cannot make read-only", change.name);
-            }
-            calls::partitionReadOnly();
-            tell("read-only", change.name, {{"path", change.name}});
-            break;
-        case Change::Kind::CLOCK:
+        case Kind::CLOCK:
             vtime::shiftTimeOfDay(change.number);
             tell("clock", number, {{"seconds", change.number}});
             break;
-        case Change::Kind::SIGNAL:
+        case Kind::SIGNAL:
             tell("signal", number, {{"signal", change.number}});
             raise(static_cast<int>(change.number));  // to this thread, so that it is at once
             break;
-        case Change::Kind::POWER_CYCLE:
-        case Change::Kind::PLATFORM_REBOOT:
+        case Kind::POWER_CYCLE:
+        case Kind::PLATFORM_REBOOT:
             // The daemon is still running.
             tell("end", "cut off", {{"why", "cut off"}});
-            if (change.kind == Change::Kind::POWER_CYCLE) calls::cutPower();
+            if (change.kind == Kind::POWER_CYCLE) calls::cutPower();
             _exit(kCutOff);
-        case Change::Kind::END:
+        case Kind::END:
             tell("end", "still running", {{"why", "still running"}});
             _exit(kStillRunning);
     }
+}
+
+void DeviceWorld::applyToFile(const Change& change) {
+    using Kind = Change::Kind;
+    const std::string& path = change.name;
+    const bool byProgram = change.kind == Kind::WRITE || change.kind == Kind::REMOVE;
+    if (byProgram && !canChange(path)) return;
+    const char* what = "read-only";
+    if (change.kind == Kind::WRITE) {
+        what = "write";
+        writeFile(path, change.value);
+    } else if (change.kind == Kind::REMOVE) {
+        what = "remove";
+        std::filesystem::remove_all(path);
+    } else if (change.kind == Kind::FILL) {
+        what = "fill";
+        fillPartition(path);
+    } else {
+        if (mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+            failWithErrno("cannot make read-only", path);
+        }
+        calls::partitionReadOnly();
+    }
+    tell(what, path, {{"path", path}});
 }
 
 void DeviceWorld::tell(const char* kind, const std::string& text, const Record& fields) {
@@ -213,8 +217,8 @@ void DeviceWorld::add(Change change) {
 // What the platform does about the daemon's requests, after its own delay.
 void DeviceWorld::answerRequests() {
     const int64_t now = vtime::now();
-    if (!mRequestSeen && (fileExists(std::string(kPropertyDir) + kRebootRequest) ||
-                          fileExists(std::string(kPropertyDir) + kResetRequest))) {
+    if (!mRequestSeen &&
+        (fileExists(kPropertyDir + kRebootRequest) || fileExists(kPropertyDir + kResetRequest))) {
         mRequestSeen = true;
         add({now + mRebootAfter, Change::Kind::PLATFORM_REBOOT, "", ""});
     }
@@ -222,7 +226,7 @@ void DeviceWorld::answerRequests() {
     if (requests != mKelRequests) {
         mKelRequests = std::move(requests);
         if (mBoot.kelAnswersAfter) {
-            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kKelCapture, "capture\n"});
+            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kOwnFolder + "/" + kLogServiceId, "capture\n"});
         }
     }
 }
@@ -243,50 +247,45 @@ void DeviceWorld::showProfile(int64_t now) {
 
 void DeviceWorld::observe() {
     const calls::Unwatched ownWork;
-    for (WatchedFile& file : mWatched) report(file, /* silent= */ false);
+    for (WatchedFile& file : mWatched) {
+        std::optional<std::string> now = look(file);
+        if (now == file.seen) continue;
+        now.swap(file.seen);
+        recordChange(file, now.value_or(""));
+    }
 }
 
-void DeviceWorld::report(WatchedFile& file, bool silent) {
-    const bool archive = file.how == How::ARCHIVE;
-    std::string content;
-    if (fileExists(file.path)) {
-        // An empty file differs from none.
-        content = archive ? identity(file.path) : textOf(file.path) + '\0';
-    }
-    if (content == file.seen) return;
-    const std::string before = std::exchange(file.seen, content);
-    if (silent) return;
-
+void DeviceWorld::recordChange(const WatchedFile& file, const std::string& before) {
     Record fields = Record::object();
     if (!file.name.empty()) fields["name"] = file.name;
-    if (content.empty()) {
+    if (!file.seen) {
         fields["removed"] = true;
-        mLog->add(vtime::now(), file.kind, fields);
-        return;
-    }
-    if (archive) {
+    } else if (file.how == How::LINES) {
+        return recordLines(file, before, std::move(fields));
+    } else if (file.how == How::TEXT) {
+        fields["text"] = *file.seen;
+    } else {
         const report::ArchiveInfo info = report::inspectArchive(file.path);
         fields["bytes"] = info.content;
         fields["compressed"] = info.size;
         if (!info.error.empty()) fields["error"] = info.error;
-        mLog->add(vtime::now(), file.kind, fields);
-        return;
     }
-    content.pop_back();
-    if (file.how == How::TEXT) {
-        fields["text"] = content;
-        mLog->add(vtime::now(), file.kind, fields);
-        return;
+    mLog->add(vtime::now(), file.kind, fields);
+}
+
+void DeviceWorld::recordLines(const WatchedFile& file, const std::string& before, Record fields) {
+    std::string text = *file.seen;
+    if (startsWith(text, before)) {
+        text.erase(0, before.size());
+        if (text.empty()) return;  // created, and nothing written yet
+    } else {
+        fields["rewritten"] = true;
     }
-    const std::string old = before.empty() ? before : before.substr(0, before.size() - 1);
-    const bool extended = content.compare(0, old.size(), old) == 0;
-    if (!extended) fields["rewritten"] = true;
-    std::string lines = extended ? content.substr(old.size()) : content;
-    if (extended && lines.empty()) return;  // created, and nothing written yet
-    do {
-        fields["text"] = takeLine(lines);
+    // A file that was emptied is one empty line.
+    for (const std::string& line : text.empty() ? std::vector<std::string>(1) : linesOf(text)) {
+        fields["text"] = line;
         mLog->add(vtime::now(), file.kind, fields);
-    } while (!lines.empty());
+    }
 }
 
 void DeviceWorld::onIdle() {
@@ -326,8 +325,7 @@ void DeviceWorld::onSignal(pid_t pid, int signal) {
 }
 
 void DeviceWorld::onFreeSpace(const char* path, struct statfs& info) {
-    const bool partition = strncmp(path, "/velafs", 7) == 0;
-    if (partition && calls::spaceLeft() >= 0) {
+    if (onPartition(path) && calls::spaceLeft() >= 0) {
         info.f_bsize = 1;
         info.f_bavail = static_cast<fsblkcnt_t>(calls::spaceLeft());
     } else if (!mOwnPartition) {

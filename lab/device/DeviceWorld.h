@@ -21,10 +21,10 @@ namespace lab {
 struct WatchedFile {
     enum class How { LINES, TEXT, ARCHIVE };
     std::string path;
-    const char* kind;  // of the records
-    How how;           // new lines, the whole text, or the size of what a .zs file holds
-    std::string name;  // second word of the record, may be empty
-    std::string seen;  // content or identity at the last look
+    const char* kind;       // of the records
+    How how;                // new lines, the whole text, or the size of what a .zs file holds
+    std::string name = {};  // second word of the record, may be empty
+    std::optional<std::string> seen = {};  // content or identity at the last look, if it was there
 };
 
 // What a process holds open.
@@ -51,10 +51,12 @@ public:
 
 private:
     void apply(const Change& change);
+    void applyToFile(const Change& change);
     void add(Change change);
     void answerRequests();
     void showProfile(int64_t now);
-    void report(WatchedFile& file, bool silent);
+    void recordChange(const WatchedFile& file, const std::string& before);
+    void recordLines(const WatchedFile& file, const std::string& before, Record fields);
     void tell(const char* kind, const std::string& text, const Record& fields);
 
     const Boot& mBoot;

@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -25,6 +24,7 @@
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
+#include "lab/base/Text.h"
 #include "lab/device/LibcTime.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -46,7 +46,6 @@ using Call = Fault::Call;
 
 constexpr int64_t kWriteBack = 30000;  // ms after which a kernel has written out what was written
 constexpr int kMaxFd = 1024;
-constexpr char kKeptLogs[] = "/dev/velarawlog/";
 constexpr size_t kCallKinds = static_cast<size_t>(Call::MALLOC) + 1;
 
 const char* const kCallNames[kCallKinds] = {"open",  "write", "close", "rename", "remove",
@@ -77,16 +76,11 @@ bool watching() {
 }
 
 bool onDevice(const char* path) {
-    return strncmp(path, "/velafs", 7) == 0 || strncmp(path, "/data", 5) == 0 ||
-           strncmp(path, kKeptLogs, strlen(kKeptLogs)) == 0;
-}
-
-bool onPartition(const std::string& path) {
-    return path.rfind("/velafs", 0) == 0;
+    return onPartition(path) || startsWith(path, kData) || startsWith(path, kKeptLogs);
 }
 
 bool isProperty(const std::string& path) {
-    return path.rfind(kPropertyDir, 0) == 0;
+    return startsWith(path, kPropertyDir);
 }
 
 // What is written there is a message to the platform, and traced as such.
@@ -224,7 +218,7 @@ ssize_t writeWatched(int fd, const void* data, size_t size) {
     if (isMessage(path)) {
         const std::string text(static_cast<const char*>(data), size);
         if (isProperty(path)) {
-            const std::string name = path.substr(strlen(kPropertyDir));
+            const std::string name = path.substr(kPropertyDir.size());
             gTrace->add(vtime::now(), TraceEvent::PROPERTY, name + " " + text);
         } else {
             gTrace->add(vtime::now(), TraceEvent::REQUEST, text);

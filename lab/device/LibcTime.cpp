@@ -17,6 +17,8 @@
 
 #include <mutex>
 
+#include "lab/base/ProcessEnd.h"
+
 namespace lab::vtime {
 
 namespace {
@@ -76,7 +78,7 @@ void start(World* world, std::atomic<int64_t>* clock, time_t wallClock) {
 
 void letTimeFlow() {
     const uint64_t one = 1;
-    if (write(gFlowing, &one, sizeof(one)) != sizeof(one)) _exit(127);
+    if (write(gFlowing, &one, sizeof(one)) != sizeof(one)) endBroken("cannot let time flow");
 }
 
 void stop() {

@@ -9,7 +9,10 @@
 
 #include <fstream>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/base/Files.h"
+#include "lab/base/ProcessEnd.h"
 
 namespace lab {
 
@@ -29,7 +32,9 @@ void RunLog::add(int64_t ms, const char* kind, const Record& fields) {
     const std::string rest = fields.dump(-1, ' ', false, Record::error_handler_t::replace);
     line += fields.empty() ? "}" : "," + rest.substr(1);
     line += '\n';
-    if (write(mFd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(127);
+    if (write(mFd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
+        endBroken(("cannot write " + mPath).c_str());
+    }
 }
 
 std::vector<Record> RunLog::read() const {

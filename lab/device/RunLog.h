@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace lab {
 
@@ -30,7 +30,7 @@ public:
     }
 
     // `fields` must be an object; bytes that are no UTF-8 are replaced.
-    void add(int64_t ms, const char* kind, const Record& fields = Record::object());
+    void add(int64_t ms, const char* kind, const Record& fields);
 
     // Every record so far.
     std::vector<Record> read() const;

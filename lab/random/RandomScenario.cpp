@@ -5,47 +5,21 @@
 #include "lab/random/RandomScenario.h"
 
 #include <signal.h>
+#include <stdlib.h>
 
 #include <algorithm>
-#include <random>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
 
 #include "lab/base/DevicePaths.h"
-#include "lab/base/Files.h"
+#include "lab/base/Draw.h"
 #include "lab/rules/Milestones.h"
 
 namespace lab {
 
 namespace {
-
-// A stream of its own for each subject, so that one more draw here leaves the others as they were.
-class Draw {
-public:
-    Draw(uint64_t seed, uint64_t stream) : mEngine(engineOf(seed, stream)) {}
-
-    // From 0 to below `limit`.
-    int64_t below(int64_t limit) {
-        return static_cast<int64_t>(mEngine() % static_cast<uint64_t>(limit));
-    }
-    int64_t between(int64_t least, int64_t most) {
-        return least + below(most - least + 1);
-    }
-    bool percent(int64_t chance) {
-        return below(100) < chance;
-    }
-    template <typename List>
-    const auto& of(const List& list) {
-        return list[static_cast<size_t>(below(static_cast<int64_t>(std::size(list))))];
-    }
-
-private:
-    static std::mt19937_64 engineOf(uint64_t seed, uint64_t stream) {
-        std::seed_seq sequence{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
-                               static_cast<uint32_t>(stream)};
-        return std::mt19937_64(sequence);
-    }
-
-    std::mt19937_64 mEngine;
-};
 
 constexpr const char* kGarbage[] = {"", " ", "yes", "-1", "2", "0x1", "1 ", "999999999999", "\x01"};
 // Only the first three switch anything off.
@@ -61,13 +35,13 @@ constexpr const char* kCommandLines[] =
          "quiet mem_index=1 poffsts=",
          "poffsts=\nquiet\n",
          ""};
+using What = Change::Kind;
 constexpr int64_t kLongestBoot = 1500;  // seconds
 
 // All calls that the daemon makes: it renames nothing.
-constexpr Fault::Call kFailingCalls[] = {Fault::Call::OPEN,  Fault::Call::WRITE,
-                                         Fault::Call::CLOSE, Fault::Call::REMOVE,
-                                         Fault::Call::MKDIR, Fault::Call::CHMOD,
-                                         Fault::Call::POPEN, Fault::Call::MALLOC};
+using Call = Fault::Call;
+constexpr Call kFailingCalls[] = {Call::OPEN,  Call::WRITE, Call::CLOSE, Call::REMOVE,
+                                  Call::MKDIR, Call::CHMOD, Call::POPEN, Call::MALLOC};
 constexpr Unsynced kDamages[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED, Unsynced::CUT,
                                  Unsynced::MIXED};
 
@@ -83,54 +57,35 @@ const ProfileScript& healthyProfile() {
     return profile;
 }
 
-// How likely what is, in percent.
+// How likely what is, in percent. The order is the one in which the odds are drawn.
 struct Odds {
-    int64_t stall = 0;
-    int64_t loop = 0;
-    int64_t slow = 0;
-    int64_t wizard = 0;
-    int64_t oddEvent = 0;
-    int64_t damagedProfile = 0;
-    int64_t systemError = 0;
-    int64_t keptLogs = 0;
-    int64_t person = 0;
-    int64_t powerCut = 0;
-    int64_t failing = 0;
-    int64_t noSpace = 0;
-    int64_t absent = 0;
-    int64_t clock = 0;
-    int64_t signal = 0;
-    int64_t garbage = 0;
-    int64_t settings = 0;
-    int64_t service = 0;
-    int64_t collector = 0;
-    int64_t leftovers = 0;
-    int64_t full = 0;
-    int64_t commandLine = 0;
+    std::function<int64_t()> next = [] { return 0; };
+    int64_t stall = next(), loop = next(), slow = next(), damagedProfile = next(),
+            systemError = next(), keptLogs = next(), person = next(), powerCut = next(),
+            failing = next(), noSpace = next(), absent = next(), clock = next(), signal = next(),
+            garbage = next(), settings = next(), service = next(), collector = next(),
+            leftovers = next(), wizard = next(), oddEvent = next(), full = next(),
+            commandLine = next();
+};
 
-    // Drawn once for a scenario, with whole kinds of events left out.
-    void draw(Draw& draw) {
-        for (int64_t* chance :
-             {&stall,  &loop,     &slow,     &damagedProfile, &systemError, &keptLogs,
-              &person, &powerCut, &failing,  &noSpace,        &absent,      &clock,
-              &signal, &garbage,  &settings, &service,        &collector,   &leftovers,
-              &wizard, &oddEvent, &full,     &commandLine}) {
-            *chance = draw.percent(40) ? 0 : draw.between(1, 40);
-        }
-    }
+// A text by its name, and what it may be.
+struct Choice {
+    std::string name;
+    std::vector<const char*> values;
 };
 
 class BootMaker {
 public:
-    BootMaker(const Odds& odds, uint64_t seed, uint64_t number)
+    BootMaker(const Odds& odds, uint64_t seed, int64_t number)
         : mOdds(odds),
           mCourse(seed, 100 * number),
           mPlatform(seed, 100 * number + 1),
           mPeople(seed, 100 * number + 2),
-          mFaults(seed, 100 * number + 3) {}
+          mFaults(seed, 100 * number + 3) {
+        mBoot.profile = healthyProfile();
+    }
 
     Boot make() {
-        mBoot.profile = healthyProfile();
         if (mCourse.percent(mOdds.stall)) {
             stall();
         } else if (mCourse.percent(mOdds.loop)) {
@@ -149,26 +104,28 @@ public:
     }
 
     Boot makeHealthy() {
-        mBoot.profile = healthyProfile();
         completeAt(20 + mCourse.below(40));
         return finish();
     }
 
     Boot makeStalled() {
         stall();
-        mBoot.changes.push_back({600000, Change::Kind::POWER_CYCLE, "", "", 0});
+        change({600000, What::POWER_CYCLE, "", ""});
         return finish();
     }
 
 private:
+    void change(const Change& change) {
+        mBoot.changes.push_back(change);
+    }
+
     void set(int64_t second, const std::string& name, const std::string& value) {
-        mBoot.changes.push_back({second * 1000, Change::Kind::SET, name, value, 0});
+        change({second * 1000, What::SET, name, value});
     }
 
     void completeAt(int64_t second) {
         mBoot.about += " completes at " + std::to_string(second);
-        for (const char* name :
-             {"sys.boot_completed", "service.bootanim.exit", "sys.vela.BOOT_COMPLETED"}) {
+        for (const char* name : kCompleted) {
             // Early, late, never, or not to be read as a number.
             if (mCourse.percent(mOdds.garbage)) {
                 if (mCourse.percent(50)) set(second, name, mCourse.of(kGarbage));
@@ -209,7 +166,6 @@ private:
     // Gives the last event.
     std::string cutAnywhere() {
         std::string last = mCourse.of(healthyProfile().events()).name;
-        mBoot.profile = healthyProfile();
         mBoot.profile.cutAfter(last);
         return last;
     }
@@ -243,8 +199,8 @@ private:
         const std::string milestone = mCourse.of(kMilestones);
         mBoot.profile.cutAfter(mCourse.of(kMilestones));
         mBoot.about += " loops on " + milestone;
-        mBoot.profile.loop(milestone, static_cast<int>(mCourse.between(1, 12)),
-                           mCourse.between(1, 120) * 1000);
+        const int64_t everyMs = mCourse.between(1, 120) * 1000;
+        mBoot.profile.loop(milestone, static_cast<int>(mCourse.between(1, 12)), everyMs);
     }
 
     void damagedProfile() {
@@ -273,10 +229,11 @@ private:
     void platform() {
         if (mPlatform.percent(mOdds.systemError)) {
             static constexpr const char* kReasons[] = {"20", "22", "120", "21", "300", "276", "x"};
-            set(mPlatform.below(400), "sys.vela.boot_fail_reason", mPlatform.of(kReasons));
+            const char* reason = mPlatform.of(kReasons);
+            set(mPlatform.below(400), "sys.vela.boot_fail_reason", reason);
         }
-        for (const char* kept : {"/dev/velarawlog/init", "/dev/velarawlog/kernel"}) {
-            if (mPlatform.percent(mOdds.keptLogs)) mBoot.files[kept] = "kept\n";
+        for (const char* kept : {"init", "kernel"}) {
+            if (mPlatform.percent(mOdds.keptLogs)) mBoot.files[kKeptLogs + kept] = "kept\n";
         }
         if (mPlatform.percent(mOdds.keptLogs)) mBoot.files["/" + kHealth] = "good\n";
         if (mPlatform.percent(mOdds.service)) {
@@ -299,21 +256,17 @@ private:
     void people() {
         for (const std::string& upload : {kFailureUpload, kSuccessUpload}) {
             if (mPeople.percent(mOdds.collector)) {
-                mBoot.changes.push_back(
-                        {mPeople.below(600000), Change::Kind::REMOVE, upload, "", 0});
+                change({mPeople.below(600000), What::REMOVE, upload, ""});
             }
         }
         if (mPeople.percent(mOdds.person)) {
-            mBoot.changes.push_back(
-                    {mPeople.between(1, 900) * 1000, Change::Kind::POWER_CYCLE, "", "", 0});
+            change({mPeople.between(1, 900) * 1000, What::POWER_CYCLE, "", ""});
         }
         if (mPeople.percent(mOdds.settings)) {
-            mBoot.changes.push_back({mPeople.below(300000), Change::Kind::WRITE, kSwitch,
-                                     mPeople.of(kSwitches), 0});
+            change({mPeople.below(300000), What::WRITE, kSwitch, mPeople.of(kSwitches)});
         }
         if (mPeople.percent(mOdds.clock)) {
-            mBoot.changes.push_back({mPeople.below(500000), Change::Kind::CLOCK, "", "",
-                                     mPeople.between(-400000, 400000)});
+            change({mPeople.below(500000), What::CLOCK, "", "", mPeople.between(-400000, 400000)});
         }
     }
 
@@ -321,18 +274,14 @@ private:
         if (mFaults.percent(mOdds.signal)) {
             static constexpr int kSignals[] = {SIGTERM,  SIGKILL, SIGCHLD,
                                                SIGWINCH, SIGCONT, SIGQUIT};
-            mBoot.changes.push_back(
-                    {mFaults.below(600000), Change::Kind::SIGNAL, "", "", mFaults.of(kSignals)});
+            change({mFaults.below(600000), What::SIGNAL, "", "", mFaults.of(kSignals)});
         }
-        if (mFaults.percent(mOdds.failing)) {
-            for (int64_t i = mFaults.between(1, 3); i > 0; --i) {
-                Fault fault;
-                const bool open = mFails && mFaults.percent(30);
-                fault.call = open ? Fault::Call::OPEN : mFaults.of(kFailingCalls);
-                fault.nth = nthOf(fault.call);
-                fault.times = mFaults.percent(70) ? 1 : mFaults.between(2, 100);
-                mBoot.faults.push_back(fault);
-            }
+        const bool failing = mFaults.percent(mOdds.failing);
+        for (int64_t i = failing ? mFaults.between(1, 3) : 0; i > 0; --i) {
+            const bool open = mFails && mFaults.percent(30);
+            const Call call = open ? Call::OPEN : mFaults.of(kFailingCalls);
+            const int64_t nth = nthOf(call);
+            mBoot.faults.push_back({call, nth, mFaults.percent(70) ? 1 : mFaults.between(2, 100)});
         }
         if (mFaults.percent(mOdds.noSpace)) {
             mBoot.space = mFaults.percent(50) ? mFaults.below(600) : mFaults.below(60000);
@@ -342,25 +291,24 @@ private:
         mBoot.damageSeed = mFaults.below(1000000);
     }
 
-    int64_t nthOf(Fault::Call call) {
+    int64_t nthOf(Call call) {
         // There are many more allocations than other calls.
-        if (call == Fault::Call::MALLOC) return mFaults.between(1, 3000);
+        if (call == Call::MALLOC) return mFaults.between(1, 3000);
         // A recovery opens its few files after some thirty others.
-        if (call == Fault::Call::OPEN && mFails && mFaults.percent(70)) {
+        if (call == Call::OPEN && mFails && mFaults.percent(70)) {
             return mFaults.between(24, 38);
         }
         return mFaults.between(1, mFaults.percent(50) ? 30 : 90);
     }
 
     Boot finish() {
-        mBoot.changes.push_back({kLongestBoot * 1000, Change::Kind::END, "", "", 0});
+        change({kLongestBoot * 1000, What::END, "", ""});
         std::stable_sort(mBoot.changes.begin(), mBoot.changes.end(),
                          [](const Change& a, const Change& b) { return a.at < b.at; });
         // Nothing comes after the boot's end.
         const auto end =
-                std::find_if(mBoot.changes.begin(), mBoot.changes.end(), [](const Change& change) {
-                    return change.kind >= Change::Kind::POWER_CYCLE;
-                });
+                std::find_if(mBoot.changes.begin(), mBoot.changes.end(),
+                             [](const Change& each) { return each.kind >= What::POWER_CYCLE; });
         mBoot.changes.erase(end + 1, mBoot.changes.end());
         return mBoot;
     }
@@ -368,128 +316,157 @@ private:
     const Odds& mOdds;
     Boot mBoot;
     bool mFails = false;  // by itself
-    Draw mCourse;
-    Draw mPlatform;
-    Draw mPeople;
-    Draw mFaults;
+    Draw mCourse, mPlatform, mPeople, mFaults;
 };
 
-// What earlier boots, or somebody else, may have left on the partition.
-void addLeftovers(Draw& draw, const Odds& odds, TextMap& files) {
-    // Most often the next step is a reset.
-    static constexpr const char* kHistories[] = {"22d", "22d", "22d", "22d", "11d", "35d", "11\x16",
-                                                 "11x", "53d", "",    "1",   "x",   "13d", "45d"};
-    static constexpr const char* kLists[] = {"100|11500\n100|51000\n",
-                                             "100|12500\n20|15000\n",
-                                             "100|11111\n",
-                                             "100|51000\n",
-                                             "100|125\n",
-                                             "100|13500\n",
-                                             "120|22222\n",
-                                             "no list\n|\n",
-                                             "100|00000\n",
-                                             "100|52000\n100|1\n",
-                                             "20|15000\n100|12500\n100|21500\n"};
-    const std::string record =
-            "TIME:Sun Nov 15 10:05:18 2026;    ERR_NUM:0x401564;    ERR_INFO:567-main  | x;    "
-            "ERR_EXPINFO:Country(NG)  ;\n";
-    const auto maybe = [&](const std::string& path, const std::string& content) {
-        if (draw.percent(odds.leftovers)) files[path] = content;
-    };
-    maybe(kHistory, draw.of(kHistories));
-    maybe(kOverride, draw.of(kLists));
-    maybe(kSwitch, draw.of(kSwitches));
-    maybe(kReason, "2");
-    maybe(kPmic, "x");
-    maybe(kHwInfo, "FlashID=1 ");
-    for (const std::string& upload : {kFailureUpload, kSuccessUpload}) {
-        maybe(upload, "not collected yet");
+class DeviceMaker {
+public:
+    explicit DeviceMaker(uint64_t seed) : mSeed(seed), mDraw(seed, 0) {
+        mScenario.about = "seed " + std::to_string(seed);
+        mScenario.clock += mDraw.below(10000000);
+        mScenario.commandLine = "quiet FlashID=90014a483942 mem_index=3 poffsts=0x09\n";
+        mScenario.properties["ro.boot.mode"] = "normal";
+        mScenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
+                              {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
     }
-    std::string records;
-    for (int64_t i = draw.below(60); i > 0; --i) records += record;
-    if (draw.percent(20)) records.resize(records.size() / 2);
-    maybe(kRecord, records);
-    maybe(kFlag, draw.percent(80) ? "4" : "");
-}
+
+    Scenario make() {
+        // Whole kinds of events are left out.
+        mOdds = {[&] { return mDraw.percent(40) ? 0 : mDraw.between(1, 40); }};
+        if (!mDraw.percent(30)) mScenario.files[kMarker] = "";
+        drawSettings();
+        drawLogs();
+        mScenario.rebootAfter = mDraw.between(5, 20) * 1000;
+        drawLeftovers();
+        for (int64_t number = mDraw.between(1, 7); number > 0; --number) {
+            mScenario.boots.push_back(BootMaker(mOdds, mSeed, number).make());
+        }
+        makeReadOnly();
+        fill();
+        return mScenario;
+    }
+
+    // Five boots of a kind, on a device that nothing is wrong with.
+    Scenario make(Boot (BootMaker::*makeBoot)()) {
+        mScenario.files[kMarker] = "";
+        for (int64_t number = 1; number <= 5; ++number) {
+            BootMaker maker(mOdds, mSeed, number);
+            mScenario.boots.push_back((maker.*makeBoot)());
+        }
+        return mScenario;
+    }
+
+private:
+    void drawSettings() {
+        static const Choice kSettings[] = {
+                {"ro.vela.bfRecovery.support", {"0", "1", "x"}},
+                {"persist.sys.enable_rescue", {"true"}},
+                {"persist.sys.bootvigil.debug", {"1"}},
+                // Who watches from the kernel: nobody else, unless this is a number.
+                {"persist.sys.bootvigil.debug.startbootvigil", {"1", "0", "-1", "x", "01x", " 2"}},
+        };
+        for (const Choice& setting : kSettings) {
+            if (mDraw.percent(mOdds.settings))
+                mScenario.properties[setting.name] = mDraw.of(setting.values);
+        }
+        if (mDraw.percent(mOdds.commandLine)) mScenario.commandLine = mDraw.of(kCommandLines);
+        if (mDraw.percent(mOdds.settings)) mScenario.properties["persist.sys.oobe_country"] = "NG";
+    }
+
+    void drawLogs() {
+        if (mDraw.percent(mOdds.garbage)) mScenario.logSizes["main"] = mDraw.below(300000);
+        if (mDraw.percent(mOdds.garbage)) mScenario.nulLogs.insert("system");
+        if (mDraw.percent(mOdds.garbage)) mScenario.logSizes["kernel"] = 0;
+        if (mDraw.percent(mOdds.absent) && mDraw.percent(20)) mScenario.logFolder = false;
+    }
+
+    // What earlier boots, or somebody else, may have left on the partition.
+    void drawLeftovers() {
+        static const Choice kLeftovers[] = {
+                // Most often the next step is a reset.
+                {kHistory,
+                 {"22d", "22d", "22d", "22d", "11d", "35d", "11\x16", "11x", "53d", "", "1", "x",
+                  "13d", "45d"}},
+                {kOverride,
+                 {"100|11500\n100|51000\n", "100|12500\n20|15000\n", "100|11111\n", "100|51000\n",
+                  "100|125\n", "100|13500\n", "120|22222\n", "no list\n|\n", "100|00000\n",
+                  "100|52000\n100|1\n", "20|15000\n100|12500\n100|21500\n"}},
+                {kSwitch, {std::begin(kSwitches), std::end(kSwitches)}},
+                {kReason, {"2"}},
+                {kPmic, {"x"}},
+                {kHwInfo, {"FlashID=1 "}},
+                {kFailureUpload, {"not collected yet"}},
+                {kSuccessUpload, {"not collected yet"}},
+        };
+        const auto maybe = [&](const std::string& path, const std::string& content) {
+            if (mDraw.percent(mOdds.leftovers)) mScenario.files[path] = content;
+        };
+        for (const Choice& left : kLeftovers) maybe(left.name, mDraw.of(left.values));
+        std::string records;
+        for (int64_t i = mDraw.below(60); i > 0; --i) {
+            records +=
+                    "TIME:Sun Nov 15 10:05:18 2026;    ERR_NUM:0x401564;    ERR_INFO:567-main  | "
+                    "x;    ERR_EXPINFO:Country(NG)  ;\n";
+        }
+        if (mDraw.percent(20)) records.resize(records.size() / 2);
+        maybe(kRecord, records);
+        maybe(kFlag, mDraw.percent(80) ? "4" : "");
+        // A recovery under way on a first boot is the one that must not reset again.
+        if (mScenario.files.count(kHistory) != 0 && mDraw.percent(40)) {
+            mScenario.files.erase(kMarker);
+        }
+    }
+
+    // In some boots; the partition is a file system of its own then.
+    void makeReadOnly() {
+        std::vector<Boot>& boots = mScenario.boots;
+        const bool away = std::any_of(boots.begin(), boots.end(),
+                                      [](const Boot& boot) { return boot.partitionAbsent; });
+        if (away || !mDraw.percent(mOdds.absent)) return;
+        mScenario.partitionSize = 8 << 20;
+        for (Boot& boot : boots) {
+            if (!mDraw.percent(30)) continue;
+            const int64_t at = mDraw.below(300000);
+            const auto later = std::find_if(boot.changes.begin(), boot.changes.end(),
+                                            [&](const Change& change) { return change.at > at; });
+            if (later != boot.changes.end()) {
+                boot.changes.insert(later, {at, What::READ_ONLY, kPartition, ""});
+            }
+        }
+    }
+
+    // What a command prints without end must come to an end where there is no room for it.
+    void fill() {
+        std::vector<Boot>& boots = mScenario.boots;
+        const bool full = mDraw.percent(mOdds.full) && mDraw.percent(30);
+        for (Boot& boot : boots) {
+            if (full && !boot.space) boot.space = mDraw.below(mDraw.percent(50) ? 2000 : 60000);
+        }
+        static constexpr const char* kEndless[] = {"crash", "events", "radio"};
+        const bool limited = std::all_of(boots.begin(), boots.end(),
+                                         [](const Boot& boot) { return boot.space.has_value(); });
+        if (limited) mScenario.endlessLogs.insert(mDraw.of(kEndless));
+    }
+
+    const uint64_t mSeed;
+    Draw mDraw;
+    Odds mOdds;
+    Scenario mScenario;
+};
 
 }  // namespace
 
 Scenario randomScenario(uint64_t seed, Boots boots) {
-    Draw device(seed, 0);
-    Odds odds;
-    Scenario scenario;
-    scenario.about = "seed " + std::to_string(seed);
-    scenario.clock += device.below(10000000);
-    scenario.commandLine = "quiet FlashID=90014a483942 mem_index=3 poffsts=0x09\n";
-    scenario.properties["ro.boot.mode"] = "normal";
-    scenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
-                         {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
-    if (boots != Boots::ALL) {
-        scenario.files[kMarker] = "";
-        for (uint64_t i = 1; i <= 5; ++i) {
-            BootMaker maker(odds, seed, i);
-            scenario.boots.push_back(boots == Boots::HEALTHY ? maker.makeHealthy()
-                                                             : maker.makeStalled());
-        }
-        return scenario;
+    DeviceMaker maker(seed);
+    switch (boots) {
+        case Boots::ALL:
+            return maker.make();
+        case Boots::HEALTHY:
+            return maker.make(&BootMaker::makeHealthy);
+        case Boots::STALLED:
+            return maker.make(&BootMaker::makeStalled);
     }
-
-    odds.draw(device);
-    if (!device.percent(30)) scenario.files[kMarker] = "";
-    if (device.percent(odds.settings)) {
-        static constexpr const char* kSupport[] = {"0", "1", "x"};
-        scenario.properties["ro.vela.bfRecovery.support"] = device.of(kSupport);
-    }
-    if (device.percent(odds.settings)) scenario.properties["persist.sys.enable_rescue"] = "true";
-    if (device.percent(odds.settings)) scenario.properties["persist.sys.bootvigil.debug"] = "1";
-    if (device.percent(odds.settings)) {
-        // Who watches from the kernel: nobody else, unless this is a number.
-        static constexpr const char* kWatches[] = {"1", "0", "-1", "x", "01x", " 2"};
-        scenario.properties["persist.sys.bootvigil.debug.startbootvigil"] = device.of(kWatches);
-    }
-    if (device.percent(odds.commandLine)) scenario.commandLine = device.of(kCommandLines);
-    if (device.percent(odds.settings)) scenario.properties["persist.sys.oobe_country"] = "NG";
-    if (device.percent(odds.garbage)) scenario.logSizes["main"] = device.below(300000);
-    if (device.percent(odds.garbage)) scenario.nulLogs.insert("system");
-    if (device.percent(odds.garbage)) scenario.logSizes["kernel"] = 0;
-    if (device.percent(odds.absent) && device.percent(20)) scenario.logFolder = false;
-    scenario.rebootAfter = device.between(5, 20) * 1000;
-    addLeftovers(device, odds, scenario.files);
-    // A recovery under way on a first boot is the one that must not reset again.
-    if (scenario.files.count(kHistory) != 0 && device.percent(40)) {
-        scenario.files.erase(kMarker);
-    }
-    for (auto number = static_cast<uint64_t>(device.between(1, 7)); number > 0; --number) {
-        scenario.boots.push_back(BootMaker(odds, seed, number).make());
-    }
-
-    const bool absentAtTimes = std::any_of(scenario.boots.begin(), scenario.boots.end(),
-                                           [](const Boot& boot) { return boot.partitionAbsent; });
-    if (!absentAtTimes && device.percent(odds.absent)) {
-        // A file system of its own, which can become read-only.
-        scenario.partitionSize = 8 << 20;
-        for (Boot& boot : scenario.boots) {
-            if (!device.percent(30)) continue;
-            const Change change = {device.below(300000), Change::Kind::READ_ONLY, kPartition, "",
-                                   0};
-            const auto later = std::find_if(boot.changes.begin(), boot.changes.end(),
-                                            [&](const Change& c) { return c.at > change.at; });
-            if (later != boot.changes.end()) boot.changes.insert(later, change);
-        }
-    }
-    // What a command prints without end must come to an end where there is no room for it.
-    if (device.percent(odds.full) && device.percent(30)) {
-        for (Boot& boot : scenario.boots) {
-            if (!boot.space) boot.space = device.below(device.percent(50) ? 2000 : 60000);
-        }
-    }
-    const bool limited = std::all_of(scenario.boots.begin(), scenario.boots.end(),
-                                     [](const Boot& boot) { return boot.space.has_value(); });
-    if (limited) {
-        static constexpr const char* kEndless[] = {"crash", "events", "radio"};
-        scenario.endlessLogs.insert(device.of(kEndless));
-    }
-    return scenario;
+    abort();
 }
 
 }  // namespace lab

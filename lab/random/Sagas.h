@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs random scenarios, many at a time, against the rules; reduces one that breaks a rule.
+// Runs random scenarios, many at a time, against the rules; shrinks one that breaks a rule.
 
 #pragma once
 
@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "lab/random/Judge.h"
 #include "lab/random/RandomScenario.h"
 
 namespace lab {
@@ -16,19 +17,13 @@ struct SagaOrder {
     uint64_t count = 1;  // scenarios
     int jobs = 1;        // processes
     Boots boots = Boots::ALL;
-    bool untilBroken = false;  // each process ends at its first broken rule
+    bool untilBroken = false;  // start no scenario after the first broken rule
     std::string folder;        // where a scenario that breaks a rule is written
 };
 
-// Exit statuses. The lowest of 10 and more counts: a crash comes before a boot that does not end as
-// it must, and that before another broken rule.
 constexpr int kSagaNotRun = 1;  // no rule was broken, but a scenario or a whole job failed
-constexpr int kSagaCrash = 10;
-constexpr int kSagaLiveness = 11;
-constexpr int kSagaRule = 12;
-constexpr int kSagaDifferent = 13;  // two runs of one scenario differed
 
-// Prints how it went, what was broken and what could not be run; gives the exit status. Throws
+// Prints how it went and what was broken; gives 0, the status above or the worst in Judge.h. Throws
 // std::runtime_error when nothing can be run.
 int runSagas(const SagaOrder& order);
 

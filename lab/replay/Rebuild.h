@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "DaemonLog.h"
 #include "lab/replay/RecordedRun.h"
 #include "lab/scenario/Scenario.h"
 
@@ -38,7 +37,7 @@ struct RebuiltBoot {
 RebuiltBoot rebuildBoot(const std::vector<report::DaemonRun>& runs, const Remains& remains,
                         const std::optional<std::string>& profile);
 
-// What a history file says of its last step, in words.
-std::string actionName(const std::optional<std::string>& history);
+// What a history says of its last step, in words.
+std::string actionName(const std::string& history);
 
 }  // namespace lab

@@ -8,9 +8,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "bootvigil/BootvigilHandler.h"
+#include "bootvigil/Messages.h"
 #include "lab/base/Text.h"
-#include "lab/run/Timeline.h"
 
 namespace lab {
 
@@ -43,14 +42,13 @@ int64_t missingTime(const std::vector<Message>& messages) {
 
 }  // namespace
 
-// What follows `prefix`, without blanks in front; nothing when the text begins otherwise.
 std::string seconds(int64_t ms) {
     return formatSeconds(static_cast<double>(ms) / 1000) + " s";
 }
 
-std::vector<Message> readMessages(const report::DaemonRun& run,
-                                  std::vector<std::string>* notKnown) {
+RecordedRun readRun(const report::DaemonRun& run) {
     std::vector<Message> messages(1);
+    std::vector<std::string> notKnown;
     int64_t skipped = 0;
     int steps = 0;
     int tooLong = 0;
@@ -68,8 +66,9 @@ std::vector<Message> readMessages(const report::DaemonRun& run,
         unsigned int what = 0;
         if (sscanf(line.text.c_str(), "handleMessage 2 what = %6x", &what) == 1) {
             messages.push_back({what, line.ms - run.lines.front().ms - skipped, 0, {}});
-            if (messages.size() > kMostMessages)
+            if (messages.size() > kMostMessages) {
                 throw std::runtime_error("no boot has so many polls");
+            }
         } else {
             messages.back().lines.push_back(line.text);
         }
@@ -79,34 +78,19 @@ std::vector<Message> readMessages(const report::DaemonRun& run,
         messages[i].seenAt += missing;
         messages[i].at = dueAt(messages[i].seenAt);
     }
-    if (notKnown == nullptr) return messages;
     if (!run.beginningKept) {
-        notKnown->push_back("when the daemon started, as its first lines are gone; taken as " +
-                            seconds(missing) + " before the first one kept");
+        notKnown.push_back("when the daemon started, as its first lines are gone; taken as " +
+                           seconds(missing) + " before the first one kept");
     }
     if (steps > 0) {
-        notKnown->push_back("the time when the clock was set forward (" + std::to_string(steps) +
-                            " times); each taken as one poll period");
+        notKnown.push_back("the time when the clock was set forward (" + std::to_string(steps) +
+                           " times); each taken as one poll period");
     }
     if (tooLong > 0) {
-        notKnown->push_back("what " + std::to_string(tooLong) +
-                            " lines say that are longer than Android's log allows; passed over");
+        notKnown.push_back("what " + std::to_string(tooLong) +
+                           " lines say that are longer than Android's log allows; passed over");
     }
-    return messages;
-}
-
-std::optional<report::ErrorNumber> parseNotice(const std::string& text) {
-    int type = 0;
-    int phase = 0;
-    int detail = 0;
-    int reason = 0;
-    if (sscanf(text.c_str(),
-               "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d", &type,
-               &phase, &detail, &reason) != 4) {
-        return std::nullopt;
-    }
-    return report::decodeErrorNumber((phase & 0xfUL) << 20 | (detail & 0xffUL) << 12 |
-                                     (type & 0xfUL) << 8 | (reason & 0xffUL));
+    return {std::move(messages), std::move(notKnown)};
 }
 
 std::vector<Verdict> verdictsOf(const std::vector<Message>& messages) {
@@ -119,7 +103,7 @@ std::vector<Verdict> verdictsOf(const std::vector<Message>& messages) {
         for (const std::string& line : messages[i].lines) {
             if (const auto stuck = after(line, "checkStuckPid stuck pid =")) {
                 pid = *stuck;
-            } else if (const auto error = parseNotice(line)) {
+            } else if (const auto error = report::parseNotice(line)) {
                 add();
                 verdicts.back().error = error;
             } else if (const auto code = after(line, "checkReason Reason =")) {
@@ -143,7 +127,7 @@ std::vector<Verdict> verdictsOf(const std::vector<Message>& messages) {
 
 std::vector<Verdict> findVerdicts(const report::DaemonRun& run) {
     if (run.lines.empty()) return {};
-    return verdictsOf(readMessages(run, nullptr));
+    return verdictsOf(readRun(run).messages);
 }
 
 }  // namespace lab

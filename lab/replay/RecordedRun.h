@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "DaemonLog.h"
-#include "ErrorNumber.h"
+#include "report/read/DaemonLog.h"
+#include "report/read/ErrorNumber.h"
 
 namespace lab {
 
@@ -34,15 +34,16 @@ struct Verdict {
     std::string capturedBy;                    // empty: the log does not say
 };
 
-// Cuts a run into messages; what it had to assume is added to `notKnown`, unless that is null.
-// Throws std::runtime_error for a run longer than any boot.
-std::vector<Message> readMessages(const report::DaemonRun& run, std::vector<std::string>* notKnown);
+struct RecordedRun {
+    std::vector<Message> messages;
+    std::vector<std::string> notKnown;  // what had to be assumed
+};
+
+// Cuts a run into messages. Throws std::runtime_error for a run longer than any boot.
+RecordedRun readRun(const report::DaemonRun& run);
 
 std::vector<Verdict> verdictsOf(const std::vector<Message>& messages);
 std::vector<Verdict> findVerdicts(const report::DaemonRun& run);
-
-// The error number of the line that notifies a failure; nothing for any other line.
-std::optional<report::ErrorNumber> parseNotice(const std::string& text);
 
 // "12.5 s"
 std::string seconds(int64_t ms);

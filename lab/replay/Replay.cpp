@@ -3,20 +3,20 @@
 
 #include "lab/replay/Replay.h"
 
-#include <stdio.h>
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <stdexcept>
 
-#include "Archive.h"
-#include "Formats.h"
+#include <nlohmann/json.hpp>
+
+#include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "lab/base/Text.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
 
 namespace lab {
 
@@ -36,17 +36,21 @@ std::optional<std::string> readState(const std::string& path, size_t most) {
     return readFile(path);
 }
 
+std::string belowPartition(const std::string& devicePath) {
+    return devicePath.substr(kPartition.size());
+}
+
 Remains readRemains(const std::string& partition) {
-    const auto read = [&](const char* path) { return readState(partition + path, kMostState); };
-    return {read("/boot_vigil/recovery_flag.txt"), read("/SDD/bfRecord.txt"),
-            read("/SDD/bf_upload/recovery_record"), read("/boot_vigil/recoveryList"),
-            read("/boot_vigil/bfEnable")};
+    const auto read = [&](const std::string& path) {
+        return readState(partition + belowPartition(path), kMostState);
+    };
+    return {read(kHistory), read(kRecord), read(kSuccessUpload), read(kOverride), read(kSwitch)};
 }
 
 std::string findPartition(const std::string& folder) {
-    for (const char* below : {"", "/velafs", "/root/velafs"}) {
-        for (const char* part : {"/boot_vigil", "/SDD"}) {
-            if (std::filesystem::is_directory(folder + below + part)) return folder + below;
+    for (const std::string& path : {folder, folder + kPartition, folder + "/root" + kPartition}) {
+        for (const std::string& part : {kOwnFolder, kRecordFolder}) {
+            if (std::filesystem::is_directory(path + belowPartition(part))) return path;
         }
     }
     throw std::runtime_error(folder + ": no partition (boot_vigil, SDD or velafs) in it");
@@ -67,10 +71,8 @@ std::string readMainLog(const std::string& path) {
 std::string errorText(const Verdict& verdict) {
     if (!verdict.error) return "none";
     const report::ErrorNumber& error = *verdict.error;
-    char text[96];
-    snprintf(text, sizeof(text), "0x%x (type %d, phase %d, detail %d, reason %d)", error.number,
-             error.type, error.phase, error.detailPhase, error.reason);
-    return text;
+    return format("0x%x (type %d, phase %d, detail %d, reason %d)", error.number, error.type,
+                  error.phase, error.detailPhase, error.reason);
 }
 
 // What the daemon logged in a run of the lab, as a device's log would have it.
@@ -87,29 +89,39 @@ report::DaemonRun runOf(const std::vector<Record>& records) {
     return run;
 }
 
+std::string orNotAsked(const std::string& text) {
+    return text.empty() ? "not asked" : text;
+}
+
+// What is compared of a verdict.
+struct Column {
+    const char* name;
+    std::string (*textOf)(const Verdict& verdict);
+};
+constexpr Column kColumns[] = {
+        {"verdict at", [](const Verdict& verdict) { return seconds(verdict.seenAt); }},
+        {"error number", errorText},
+        {"stuck pid", [](const Verdict& verdict) { return orNotAsked(verdict.stuckPid); }},
+        {"reason code", [](const Verdict& verdict) { return orNotAsked(verdict.reasonCode); }},
+        {"captured by",
+         [](const Verdict& verdict) -> std::string {
+             return verdict.capturedBy.empty() ? "nobody" : verdict.capturedBy;
+         }},
+};
+
 std::vector<ReplayItem> compare(const RebuiltBoot& rebuilt, const std::optional<Verdict>& today,
                                 const std::string& action) {
     const Verdict& recorded = rebuilt.recorded;
-    const auto orNone = [](const std::string& text) { return text.empty() ? "not asked" : text; };
-    std::vector<ReplayItem> items = {
-            {"verdict at", seconds(recorded.seenAt), "no verdict", false},
-            {"error number", errorText(recorded), "", false},
-            {"stuck pid", orNone(recorded.stuckPid), "", false},
-            {"reason code", orNone(recorded.reasonCode), "", false},
-            {"captured by", recorded.capturedBy, "", false},
-            {"recovery", rebuilt.action, action, false},
-    };
-    if (recorded.capturedBy.empty()) items[4].recorded.reset();
-    if (today) {
-        items[0].today = seconds(today->seenAt);
-        items[1].today = errorText(*today);
-        items[2].today = orNone(today->stuckPid);
-        items[3].today = orNone(today->reasonCode);
-        items[4].today = today->capturedBy.empty() ? "nobody" : today->capturedBy;
+    std::vector<ReplayItem> items;
+    for (const Column& column : kColumns) {
+        items.push_back({column.name, column.textOf(recorded), today ? column.textOf(*today) : ""});
     }
+    if (!today) items.front().today = "no verdict";
+    if (recorded.capturedBy.empty()) items.back().recorded.reset();
+    items.push_back({"recovery", rebuilt.action, action});
     for (ReplayItem& item : items) item.same = !item.recorded || *item.recorded == item.today;
     // A device handles each message some ms late.
-    items[0].same = today && today->at == recorded.at;
+    items.front().same = today && today->at == recorded.at;
     return items;
 }
 
@@ -122,7 +134,7 @@ bool ReplayResult::agrees() const {
 
 ReplayResult replay(const std::string& folder, const std::string& profilePath) {
     const std::string partition = findPartition(folder);
-    const std::string path = partition + "/boot_vigil/log/android_main_log.zs";
+    const std::string path = partition + belowPartition(archivePath("android_main_log"));
     const auto runs = report::daemonRuns(report::daemonLines(readMainLog(path)));
     const Remains remains = readRemains(partition);
     std::optional<std::string> profile;
@@ -144,13 +156,14 @@ ReplayResult replay(const std::string& folder, const std::string& profilePath) {
     const std::vector<Verdict> verdicts = findVerdicts(runOf(run.records()));
     std::optional<Verdict> today;
     if (verdicts.size() >= rebuilt->number) today = verdicts[rebuilt->number - 1];
-    const Remains left = readRemains(run.root().at("/velafs"));
-    const auto before = rebuilt->scenario.files.find("/velafs/boot_vigil/recovery_flag.txt");
+    const Remains left = readRemains(run.root().at(kPartition));
+    const auto before = rebuilt->scenario.files.find(kHistory);
     const bool stepped = before == rebuilt->scenario.files.end() || left.history != before->second;
 
     ReplayResult result;
     result.about = rebuilt->scenario.about + " in " + path + "; boot profile: " + rebuilt->profile;
-    result.items = compare(*rebuilt, today, stepped ? actionName(left.history) : "none");
+    result.items =
+            compare(*rebuilt, today, stepped ? actionName(left.history.value_or("")) : "none");
     for (const Record& record : run.records()) {
         if (record["kind"] != "killed") continue;
         result.items.push_back(

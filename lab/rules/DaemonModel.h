@@ -35,12 +35,6 @@ std::vector<std::string> split(const std::string& text, const std::string& by);
 std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason);
 int digitAt(const std::string& text, size_t index);
 
-// The archives that the daemon makes itself; each has its log's name in the middle.
-inline const std::vector<std::string> kArchives = {"android_crash_log",  "android_main_log",
-                                                   "android_events_log", "android_system_log",
-                                                   "android_radio_log",  "sys_kernel_log",
-                                                   "console-ramoops-0"};
-
 class DaemonModel : protected DeviceModel {
 protected:
     explicit DaemonModel(const BootObservation& boot);

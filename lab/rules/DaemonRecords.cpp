@@ -179,8 +179,10 @@ void DaemonModel::saveDeviceInfo() {
 
 // Without the folder the compressor ends the process.
 void DaemonModel::captureSelf() {
-    for (const std::string& archive : kArchives) {
-        const std::string path = kLogs + "/" + archive + kArchiveSuffix;
+    std::vector<std::string> archives = {"console-ramoops-0"};
+    for (const CapturedLog& log : kCapturedLogs) archives.emplace_back(log.archive);
+    for (const std::string& archive : archives) {
+        const std::string path = archivePath(archive);
         if (!write(path, "")) throw MustEnd{0, 2};
         expectAct(TraceEvent::OPERATION, "open " + path);
     }

@@ -18,13 +18,16 @@ namespace lab {
 struct BootObservation {
     enum class End { EXITED, KILLED, CUT_OFF, STILL_RUNNING };
 
+    BootObservation(const Scenario& scenario, const Boot& itsBoot)
+        : device(scenario), boot(itsBoot) {}
+
     const Scenario& device;
     const Boot& boot;
     TextMap properties;  // at its start
     // By device path: the folders from /velafs and /data on, which end in "/", and the files below
     // them but for archives (.zs) and for those that only the world fills.
     TextMap filesBefore, filesAfter;
-    const std::vector<TraceEvent>& events;
+    std::vector<TraceEvent> events;
     End end = End::EXITED;
     int status = 0;       // exit status or signal
     int64_t endedAt = 0;  // device time, ms

@@ -95,7 +95,7 @@ private:
         TextMap paths = mFiles;
         paths.insert(mSeen.filesAfter.begin(), mSeen.filesAfter.end());
         for (const auto& [path, any] : paths) {
-            const bool away = mSeen.boot.partitionAbsent && startsWith(path, kPartition);
+            const bool away = mSeen.boot.partitionAbsent && onPartition(path);
             if (away || mIgnored.count(path) > 0 || startsWith(path, kInitLog) ||
                 startsWith(path, kKernelLog) || endsWith(path, kArchiveSuffix) || excused(path)) {
                 continue;
@@ -147,16 +147,14 @@ private:
     // Each holds its own log, of which only the main one goes on.
     void checkArchives() {
         if (!mCaptured || mSeen.archives.empty() || !mFaults.empty() || mNoSpace) return;
-        for (const std::string& name : kArchives) {
-            const std::string path = kLogs + "/" + name + kArchiveSuffix;
-            const std::vector<std::string> parts = split(name, "_");
-            const std::string buffer = parts.size() == 3 ? parts[1] : "";
-            const auto archive = lookUp(mSeen.archives, path);
-            const auto log = lookUp(mSeen.logBuffers, buffer);
+        for (const auto& [name, buffer] : kCapturedLogs) {
+            const auto archive = lookUp(mSeen.archives, archivePath(name));
+            const auto log = lookUp(mSeen.logBuffers, std::string(buffer));
             if (!archive || !log) continue;
-            const bool same = buffer == "main" ? startsWith(*log, *archive) && !archive->empty()
-                                               : *log == *archive;
-            if (!same) broken(path + " does not hold the " + buffer + " log");
+            const bool main = kLogBuffers + buffer == kMainLogBuffer;
+            const bool same =
+                    main ? startsWith(*log, *archive) && !archive->empty() : *log == *archive;
+            if (!same) broken(std::string(name) + " does not hold the " + buffer + " log");
         }
     }
 };

@@ -5,29 +5,15 @@
 
 #include <stdint.h>
 
-#include <atomic>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "lab/base/Trace.h"
 #include "lab/device/DeviceRoot.h"
 #include "lab/device/RunLog.h"
-#include "lab/rules/Observation.h"
-#include "lab/scenario/Scenario.h"
+#include "lab/run/BootProcess.h"
 
 namespace lab {
-
-struct BootOutcome {
-    BootObservation::End end = BootObservation::End::EXITED;
-    int status = 0;                     // exit status or signal
-    int64_t endedAt = 0;                // device time, ms
-    int64_t operations = 0;             // of the daemon on files
-    double realSeconds = 0;             // of the workstation
-    std::string errors;                 // what the daemon wrote to standard error
-    std::vector<Violation> violations;  // of the rules that every boot must keep
-};
 
 // How much is kept of a run.
 enum class Keep {
@@ -41,7 +27,7 @@ enum class Keep {
 class ScenarioRun {
 public:
     // Throws std::runtime_error when the folder can't be made. `tools` as for DeviceRoot.
-    ScenarioRun(const Scenario& scenario, std::string folder, Keep keep = Keep::LOG,
+    ScenarioRun(const Scenario& scenario, const std::string& folder, Keep keep = Keep::LOG,
                 const std::string& tools = "");
 
     // Throws std::runtime_error when a boot can't be run at all; how the daemon fares is no error.
@@ -51,9 +37,7 @@ public:
         return mOutcomes;
     }
     // Only of a run with Keep::LOG.
-    std::vector<Record> records() const {
-        return mLog->read();
-    }
+    std::vector<Record> records() const;
     const DeviceRoot& root() const {
         return mRoot;
     }
@@ -63,33 +47,15 @@ public:
     }
 
 private:
-    void prepareDevice();
-    void prepareBoot(const Boot& boot);
-    void fillLogs();
-    BootOutcome runBoot(const Boot& boot, int number);
-    [[noreturn]] void becomeDaemon(const Boot& boot, const std::string& errors,
-                                   std::atomic<int64_t>* clock);
-    void finishBoot(const Boot& boot, const BootOutcome& outcome);
-    TextMap properties() const;
-    TextMap filesKept() const;
-    void readArchives(BootObservation& boot) const;
-    void addToFingerprint(std::string_view bytes);
+    void addToFingerprint(const Trace& trace);
 
     const Scenario& mScenario;
     const Keep mKeep;
-    std::string mFolder;
+    const std::string mFolder;
     DeviceRoot mRoot;
     std::optional<RunLog> mLog;
-    Trace mTrace;
-    std::optional<TextMap> mFilesLeft;  // by the boot before
-    uint64_t mFingerprint = 0xcbf29ce484222325;
     std::vector<BootOutcome> mOutcomes;
-    time_t mClock;                            // time of day at the start of the next boot
-    std::string mBootReason = "cold";         // of the next boot
-    TextMap mPersistent;                      // properties that survive a boot
-    std::optional<uintmax_t> mOwnBufferSize;  // of the main log buffer at first; unset when the
-                                              // log buffers are to be filled anew
-    std::string mLastConsole;                 // kernel log of the boot before; empty at first
+    uint64_t mFingerprint = 0xcbf29ce484222325;
 };
 
 }  // namespace lab

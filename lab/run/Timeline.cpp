@@ -1,20 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// A run as lines of text: for a person, and to be compared with what a scenario expects.
+// A run as lines of text.
 
 #include "lab/run/Timeline.h"
 
-#include <signal.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include <algorithm>
 #include <set>
 
-#include "ErrorNumber.h"
-#include "Formats.h"
-#include "BootMilestones.h"
-#include "lab/base/Files.h"
+#include <nlohmann/json.hpp>
+
+#include "bootvigil/BootMilestones.h"
+#include "lab/base/Text.h"
+#include "report/read/ErrorNumber.h"
+#include "report/show/Text.h"
 
 namespace lab {
 
@@ -24,10 +23,6 @@ std::string field(const Record& record, const char* name) {
     const auto found = record.find(name);
     if (found == record.end()) return "";
     return found->is_string() ? found->get<std::string>() : found->dump();
-}
-
-bool isLog(const Record& record) {
-    return record["kind"] == "log";
 }
 
 bool isWorld(const std::string& kind) {
@@ -77,11 +72,8 @@ std::string paint(const std::string& text, Colour colour, bool on) {
 
 std::string personLine(double seconds, const std::string& kind, const std::string& text,
                        bool colour) {
-    char time[32];
-    snprintf(time, sizeof(time), "%9.3f  ", seconds);
-    char label[32];
-    snprintf(label, sizeof(label), "%-9s", kind.c_str());
-    return time + paint(std::string(label) + " " + text, colourOf(kind), colour);
+    return format("%9.3f  ", seconds) +
+           paint(format("%-9s ", kind.c_str()) + text, colourOf(kind), colour);
 }
 
 std::string describeWorld(const Record& record) {
@@ -95,12 +87,9 @@ std::string describeWorld(const Record& record) {
 std::string describeArchive(const Record& record) {
     const auto bytes = record["bytes"].get<double>();
     const auto compressed = record["compressed"].get<double>();
-    char text[128];
-    snprintf(text, sizeof(text), "%-18s %8.0f bytes -> %7.0f", field(record, "name").c_str(), bytes,
-             compressed);
-    char ratio[32] = "";
-    if (bytes > 0 && compressed > 0) snprintf(ratio, sizeof(ratio), " (%.1fx)", bytes / compressed);
-    std::string line = std::string(text) + ratio;
+    std::string line =
+            format("%-18s %8.0f bytes -> %7.0f", field(record, "name").c_str(), bytes, compressed);
+    if (bytes > 0 && compressed > 0) line += format(" (%.1fx)", bytes / compressed);
     if (record.contains("error")) line += ", " + field(record, "error");
     return line;
 }
@@ -130,57 +119,11 @@ std::string describeRecord(const std::string& line) {
     return text;
 }
 
-// Prints both sides where two lists of lines part.
-void compareLines(const std::string& what, const std::vector<std::string>& expected,
-                  const std::vector<std::string>& actual, std::vector<std::string>& differences) {
-    if (expected == actual) return;
-    const auto [e, a] =
-            std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
-    differences.push_back(what + " differs from line " + std::to_string(e - expected.begin() + 1) +
-                          " on:");
-    for (auto line = e; line != expected.end(); ++line) differences.push_back("  - " + *line);
-    for (auto line = a; line != actual.end(); ++line) differences.push_back("  + " + *line);
-}
-
-std::string logText(const Record& record) {
-    std::string text = record["text"];
-    while (!text.empty() && (text.back() == '\n')) text.pop_back();
-    return formatSeconds(record["t"]) + " " + field(record, "priority") + " " + text;
-}
-
-void compareLog(const Boot& boot, const std::string& where, const std::vector<Record>& records,
-                int number, std::vector<std::string>& differences) {
-    size_t next = 0;
-    for (const Record& record : records) {
-        if (record["boot"] != number || !isLog(record)) continue;
-        const std::string line = logText(record);
-        if (next < boot.log.size() && line == boot.log[next]) ++next;
-        for (const std::string& part : boot.notLogged) {
-            if (line.find(part) != std::string::npos) {
-                differences.push_back(where);
-                differences.back().append(": must not be logged: ").append(line);
-            }
-        }
-    }
-    if (next < boot.log.size()) {
-        differences.push_back(where + ": not logged, or not in this order: " + boot.log[next]);
-    }
-}
-
 }  // namespace
-
-std::string formatSeconds(double seconds) {
-    char text[32];
-    snprintf(text, sizeof(text), "%.3f", seconds);
-    std::string out = text;
-    out.erase(out.find_last_not_of('0') + 1);
-    if (out.back() == '.') out.pop_back();
-    return out;
-}
 
 std::optional<std::string> effectLine(const Record& record) {
     const std::string kind = record["kind"];
-    if (isLog(record) || isWorld(kind)) return std::nullopt;
+    if (kind == "log" || isWorld(kind)) return std::nullopt;
     std::string line = formatSeconds(record["t"]) + " " + kind;
     const std::string more = details(record);
     return more.empty() ? line : line + " " + more;
@@ -189,14 +132,13 @@ std::optional<std::string> effectLine(const Record& record) {
 std::vector<std::string> describeBoot(const std::vector<Record>& records, int boot, bool colour) {
     std::vector<std::string> lines;
     for (const Record& record : records) {
-        if (record["boot"] != boot || isLog(record)) continue;
         const std::string kind = record["kind"];
+        if (record["boot"] != boot || kind == "log") continue;
         const double seconds = record["t"];
         if (kind == "boot") {
             const std::string about = field(record, "about");
-            lines.push_back(paint("boot " + std::to_string(boot), Colour::PLAIN, colour) +
-                            (about.empty() ? "" : ": " + about) + " (sys.boot.reason " +
-                            field(record, "reason") + ")");
+            lines.push_back("boot " + std::to_string(boot) + (about.empty() ? "" : ": " + about) +
+                            " (sys.boot.reason " + field(record, "reason") + ")");
             continue;
         }
         if (kind == "record") {
@@ -210,44 +152,6 @@ std::vector<std::string> describeBoot(const std::vector<Record>& records, int bo
         lines.push_back(personLine(seconds, kind, text, colour));
     }
     return lines;
-}
-
-std::vector<std::string> compareWithScenario(const Scenario& scenario,
-                                             const std::vector<Record>& records,
-                                             const std::vector<std::string>& errors,
-                                             const std::string& rootPath) {
-    std::vector<std::string> differences;
-    for (size_t i = 0; i < scenario.boots.size(); ++i) {
-        const Boot& boot = scenario.boots[i];
-        const int number = static_cast<int>(i) + 1;
-        const std::string where = "boot " + std::to_string(number);
-        if (boot.timeline) {
-            std::vector<std::string> effects;
-            for (const Record& record : records) {
-                if (record["boot"] != number) continue;
-                if (const auto line = effectLine(record)) effects.push_back(*line);
-            }
-            compareLines(where + ": timeline", *boot.timeline, effects, differences);
-        }
-        compareLog(boot, where, records, number, differences);
-        if (boot.errors && *boot.errors != errors[i]) {
-            differences.push_back(where + ": standard error: expected \"" +
-                                  report::printable(*boot.errors) + "\", got \"" +
-                                  report::printable(errors[i]) + "\"");
-        }
-    }
-    for (const auto& [path, content] : scenario.expectedFiles) {
-        const bool there = fileExists(rootPath + path);
-        if (!content) {
-            if (there) differences.push_back("file " + path + ": must not be there");
-        } else if (!there) {
-            differences.push_back("file " + path + ": missing");
-        } else if (const std::string actual = readFile(rootPath + path); actual != *content) {
-            differences.push_back("file " + path + ": expected \"" + report::printable(*content) +
-                                  "\", got \"" + report::printable(actual) + "\"");
-        }
-    }
-    return differences;
 }
 
 }  // namespace lab

@@ -12,8 +12,8 @@
 
 #include <yaml-cpp/yaml.h>
 
-#include "Formats.h"
 #include "lab/base/Files.h"
+#include "report/show/Text.h"
 
 namespace lab {
 

@@ -14,7 +14,7 @@
 
 namespace android {
 
-// The headers' classes need these to be built at all; no parcel is ever used.
+// The headers' classes don't link without these; no parcel is ever used.
 Parcel::Parcel() = default;
 Parcel::~Parcel() = default;  // NOLINT(performance-trivially-destructible): declared elsewhere
 

@@ -4,6 +4,7 @@
 
 #pragma once
 
-// `id` names the capture, `type` is a mask of what to collect, `pid` the process concerned (0 when
-// none), `ext` extra files, each followed by ";". The service answers later, by the files it makes.
+// `id` names the capture, `type` is a mask of what to collect, `pid` is the process concerned (0
+// for none), `ext` lists extra files, each followed by ";". The service answers later, by the files
+// it makes.
 int start_KEL(char* id, long type, int pid, char* ext);

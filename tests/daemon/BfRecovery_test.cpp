@@ -90,7 +90,7 @@ TEST_F(BfRecoveryTest, DamagedHistoryBlocksOrGoesOn) {
     write(kHistory, "1");
     EXPECT_EQ(fail(100).history, "22d");
     write(kHistory, "2\xff\xff");
-    EXPECT_EQ(BfRecovery::getCurrentRecoveryMode(), -1 - '0');
+    EXPECT_EQ(BfRecovery::getCurrentRecoveryMode(), 255 - '0');
     EXPECT_EQ(BfRecovery::getLastBfReason(), -1);
     EXPECT_EQ(fail(100).history, "35d");
     remove(kHistory);

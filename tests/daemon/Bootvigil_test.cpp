@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "bootvigil/BootState.h"
+#include "bootvigil/BootvigilHandler.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
@@ -42,6 +43,8 @@ TEST_F(BootvigilTest, IsMadeOnceWithEverythingItOwns) {
     EXPECT_EQ(one.mMilestones.size(), 11U);
     EXPECT_STREQ(one.mCompressor->mOutputDir, "/velafs/boot_vigil/log");
     EXPECT_STREQ(one.mCompressor->mFileSuffix, ".zs");
+    EXPECT_EQ(one.mHandler->mMonitor.get(), &one);
+    EXPECT_EQ(one.mHandler->mLooper, one.mHandlerThread->mLooper);
     EXPECT_EQ(one.mBfRecovery->mRecoveryList, nullptr);
     EXPECT_EQ(one.mBfRecovery->mDisableState, -1);
     EXPECT_TRUE(takeLog().empty());

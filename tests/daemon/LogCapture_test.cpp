@@ -6,8 +6,8 @@
 
 #include <filesystem>
 
-#include "Archive.h"
 #include "bootvigil/Bootvigil.h"
+#include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {

@@ -3,12 +3,28 @@
 
 #include "bootvigil/Utils.h"
 
+#include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/statfs.h>
+#include <unistd.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "tests/daemon/DeviceTest.h"
+
+namespace {
+int gReadError = 0;  // of the next read, instead of it
+}
+
+extern "C" ssize_t read(int fd, void* data, size_t size) {
+    static auto* const next =
+            reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+    if (gReadError == 0) return next(fd, data, size);
+    errno = std::exchange(gReadError, 0);
+    return -1;
+}
 
 namespace {
 
@@ -85,6 +101,15 @@ TEST_F(UtilsTest, ReadsLines) {
     // a folder opens but can't be read, and counts as one empty line
     EXPECT_EQ(getFirstLine("/data"), "");
     EXPECT_EQ(getFileLines("/data"), Fields{});
+}
+
+TEST_F(UtilsTest, FailedReadIsNeitherPreparedForNorTriedAgain) {
+    write("/data/sparse", "");
+    ASSERT_EQ(truncate("/data/sparse", int64_t{8} << 40), 0);
+    for (const int error : {EIO, EINTR}) {
+        gReadError = error;
+        EXPECT_EQ(getFileLines("/data/sparse"), Fields{});
+    }
 }
 
 TEST_F(UtilsTest, SizesCopiesAndRemoves) {

@@ -15,13 +15,13 @@
 
 #include <gtest/gtest.h>
 
-#include "Archive.h"
-#include "DaemonLog.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
+#include "report/read/Archive.h"
+#include "report/read/DaemonLog.h"
 
 namespace {
 
@@ -130,9 +130,10 @@ INSTANTIATE_TEST_SUITE_P(
                                        "the daemon, as the service had not", "reboot"}),
                 std::tuple("recovery-walk", 2,
                            std::vector{"250 s", STALL, "1113", "2", "the daemon",
-                                       "wait for the user"}),
+                                       "wait for the user to reboot"}),
                 std::tuple("recovery-walk", 3,
-                           std::vector{"250 s", STALL, "1113", "2", "the daemon", "data reset"}),
+                           std::vector{"250 s", STALL, "1113", "2", "the daemon",
+                                       "factory data reset"}),
                 std::tuple("recovery-walk", 4,
                            std::vector{"490 s", STALL, "1113", "2", "the daemon", "none"}),
                 std::tuple("debug-switches", 1,

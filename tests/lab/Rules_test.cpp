@@ -66,20 +66,16 @@ struct BootByHand {
 
     // What the rules say, one line per objection.
     std::string verdict() const {
+        BootObservation seen(device, boot);
+        seen.properties = properties;
+        seen.filesBefore = before;
+        seen.filesAfter = after;
+        seen.events = events;
+        seen.end = end;
+        seen.status = status;
+        seen.endedAt = endedAt;
         std::string text;
-        for (const Violation& violation : checkRules({device,
-                                                      boot,
-                                                      properties,
-                                                      before,
-                                                      after,
-                                                      events,
-                                                      end,
-                                                      status,
-                                                      endedAt,
-                                                      /* clock= */ 0,
-                                                      /* console= */ "",
-                                                      {},
-                                                      {}})) {
+        for (const Violation& violation : checkRules(seen)) {
             text += violation.text + "\n";
         }
         return text;
@@ -120,7 +116,7 @@ TEST(Rules, ObjectToEachMisdeed) {
             {[](BootByHand& boot) { boot.addToPoll(Kind::IDLE, "files=0 folders=0 zombies=1"); },
              "zombies=1"},
             {[](BootByHand& boot) { boot.events[4].ms = boot.events[5].ms = 41000; },
-             "message 20010 was due at 40.000 s"},
+             "message was due at 40.000 s"},
             {[](BootByHand& boot) { boot.events.insert(boot.events.begin() + 1, boot.events[1]); },
              "woke up without a message"},
             {[](BootByHand& boot) { boot.events.resize(11); }, "exits with status 0"},

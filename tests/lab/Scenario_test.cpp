@@ -9,10 +9,11 @@
 #include <stdexcept>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
-#include "lab/run/Timeline.h"
+#include "lab/run/Expectations.h"
 #include "lab/scenario/ProfileScript.h"
 
 namespace {

@@ -14,8 +14,6 @@ import tempfile
 import time
 import unittest
 
-from assemble import data_blocks
-
 try:
     from selenium import webdriver
     from selenium.webdriver.common.keys import Keys
@@ -29,6 +27,16 @@ THREADTIME = re.compile(r"\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) (
 PRIORITIES = "VDIWEF"
 SWITCHES = ["headless", "no-sandbox", "disable-gpu", "no-first-run", "disable-background-networking",
             "disable-component-update", "disable-sync", "window-size=1280,900"]
+
+
+# Nothing in the data may end its block or begin a comment in it, so no block has a "<".
+def data_blocks(report, logs):
+    data = json.dumps(report).replace("<", "\\u003c")
+    blocks = [f'<script type="application/json" id="report">{data}</script>']
+    for name, text in logs:
+        text = text.replace("<", "\x02")
+        blocks.append(f'<script type="text/plain" class="log" data-name="{html.escape(name)}">{text}</script>')
+    return "\n".join(blocks)
 
 
 class Line:

@@ -2,8 +2,6 @@
 // Tests of the report: every shipped scenario is run once, its partition reported, and what the
 // report says held against what the lab knows; then damaged partitions.
 
-#include "Report.h"
-
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,15 +12,20 @@
 #include <random>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-#include "Boots.h"
-#include "Formats.h"
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
-#include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
+#include "report/read/Boots.h"
+#include "report/read/Report.h"
+#include "report/show/Json.h"
+#include "report/show/Page.h"
+#include "report/show/Text.h"
+#include "report/show/TraceEvents.h"
 
 namespace {
 
@@ -186,7 +189,7 @@ protected:
         }
         EXPECT_NE(toText(read), "");
         EXPECT_NE(report::dump(toJson(read)), "");
-        EXPECT_NE(toPerfetto(read), "");
+        EXPECT_NE(toTraceEvents(read), "");
     }
 
     const lab::TemporaryFolder mTemporary;

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+// bootvigil-report: shows what the daemon left on a device's persistent partition.
+
+#include <stdio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <deque>
+#include <exception>
+#include <future>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "report/read/Report.h"
+#include "report/show/Json.h"
+#include "report/show/NewFile.h"
+#include "report/show/Page.h"
+#include "report/show/Text.h"
+#include "report/show/TraceEvents.h"
+
+namespace {
+
+using namespace report;
+
+constexpr int kNothingReadable = 1;
+constexpr int kWrongUsage = 2;
+
+struct Options {
+    std::vector<std::string> folders;
+    std::string html;
+    std::string perfetto;
+    std::string compare;
+    bool json = false;
+};
+
+// A folder's line of JSON, and whether the folder was readable.
+std::pair<std::string, bool> readLine(const std::string& folder) {
+    const Report report = readReport(folder);
+    return {dump(toJson(report)), report.readable};
+}
+
+void showProgress(size_t done, size_t all) {
+    if (isatty(STDERR_FILENO) == 0) return;
+    static constexpr size_t kWidth = 20;
+    const size_t filled = done * kWidth / all;
+    fprintf(stderr, "\r[%s%s] %zu of %zu", std::string(filled, '#').c_str(),
+            std::string(kWidth - filled, ' ').c_str(), done, all);
+    if (done == all) fprintf(stderr, "\r%*s\r", 40, "");
+}
+
+// Prints one line of JSON per folder, in the order given. Twice as many folders as processors are
+// read at a time: a slow one keeps no processor waiting, and memory has a bound.
+int showFleet(const std::vector<std::string>& folders) {
+    const size_t most = 2 * std::max(1U, std::thread::hardware_concurrency());
+    std::deque<std::future<std::pair<std::string, bool>>> lines;
+    bool readable = true;
+    for (size_t started = 0, done = 0; done < folders.size(); ++done) {
+        while (started < folders.size() && lines.size() < most) {
+            lines.push_back(std::async(std::launch::async, readLine, folders[started++]));
+        }
+        const auto [line, wasReadable] = lines.front().get();
+        lines.pop_front();
+        puts(line.c_str());
+        readable = readable && wasReadable;
+        showProgress(done + 1, folders.size());
+    }
+    return readable ? 0 : kNothingReadable;
+}
+
+int showOne(const Options& options) {
+    Report report = readReport(options.folders.front());
+    if (!options.compare.empty()) report.comparison = readComparison(options.compare);
+    if (!options.html.empty()) writePage(report, options.html);
+    if (!options.perfetto.empty()) writeWhole(options.perfetto, toTraceEvents(report));
+    if (options.json) {
+        puts(dump(toJson(report)).c_str());
+    } else if (options.html.empty() && options.perfetto.empty()) {
+        fputs(toText(report).c_str(), stdout);
+    }
+    return report.readable ? 0 : kNothingReadable;
+}
+
+int runCommandLine(int argc, char** argv) {
+    CLI::App app("Shows what the daemon left on a device's persistent partition.");
+    Options options;
+    app.add_option("folder", options.folders,
+                   "a copy of the partition (adb pull /velafs), or the folder of a lab's run")
+            ->required();
+    app.add_option("--html", options.html, "write one self-contained page to this file");
+    app.add_option("--perfetto", options.perfetto,
+                   "write the timeline as trace events to this file");
+    app.add_option("--compare", options.compare, "a good boot's profile, shown beside the boots");
+    app.add_flag("--json", options.json, "print one JSON object a folder, each on one line");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kWrongUsage;
+    }
+    if (options.folders.size() == 1) return showOne(options);
+    if (!options.json || !options.html.empty() || !options.perfetto.empty()) {
+        fprintf(stderr, "bootvigil-report: several folders go with --json alone\n");
+        return kWrongUsage;
+    }
+    return showFleet(options.folders);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runCommandLine(argc, argv);
+    } catch (const std::exception& error) {
+        fprintf(stderr, "bootvigil-report: %s\n", error.what());
+        return kNothingReadable;
+    }
+}

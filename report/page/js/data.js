@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// The report's data and the logs, as the page holds them.
+
+import { byId, list } from "./dom.js";
+
+// A page whose data is damaged still shows its logs, and says what is wrong.
+function readReport() {
+    try {
+        return JSON.parse(byId("report").textContent) ?? {};
+    } catch (error) {
+        return { problems: [{ file: "this page", what: `its data can't be read: ${error.message}` }] };
+    }
+}
+
+export const report = readReport();
+export const failures = list(report.failures);
+export const recovery = report.recovery ?? {};
+export const boots = list(report.boots);
+export const logs = [...document.querySelectorAll("script.log")];

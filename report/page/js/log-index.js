@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: Apache-2.0
+// An index of a log: its lines, priorities and tags, to filter and to search.
+
+// Stands for "<" in the log blocks, where a real one could end the block.
+const HIDDEN_LESS = "\u0002";
+const show = (text) => text.replaceAll(HIDDEN_LESS, "<");
+const PRIORITIES = "VDIWEF";
+// "MM-DD HH:MM:SS.mmm  PID  TID P ", which the tag follows.
+const HEAD = /\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) /y;
+const SPACE = 0x20;
+const COLON = 0x3a;
+const SEARCH_PIECE = 1 << 20;
+
+// An array of numbers that grows without knowing how many will come.
+export class Numbers {
+    constructor(Type) {
+        this.items = new Type(1 << 14);
+        this.length = 0;
+    }
+
+    push(value) {
+        if (this.length === this.items.length) {
+            const more = new this.items.constructor(2 * this.length);
+            more.set(this.items);
+            this.items = more;
+        }
+        this.items[this.length++] = value;
+    }
+}
+
+// Where each line of a log begins, its priority (0: none) and its tag (0: none), a few bytes a line.
+export class LogIndex {
+    // `text` stays as it is: a converted copy of 64 MB would cost as much again.
+    constructor(text) {
+        this.text = text;
+        this.starts = new Numbers(Uint32Array);
+        this.priorities = new Numbers(Uint8Array);
+        this.tags = new Numbers(Uint32Array);
+        this.tagNames = [""];
+        this.tagUses = [0];
+        this.tagNumbers = new Map();
+        this.longest = 0;
+        this.count = 0;
+    }
+
+    // Yields now and then, for runSliced().
+    *build() {
+        const { text } = this;
+        let start = 0;
+        while (start < text.length) {
+            const newline = text.indexOf("\n", start);
+            const end = newline < 0 ? text.length : newline;
+            this.addLine(start, end);
+            start = end + 1;
+            if (++this.count % 2048 === 0) yield;
+        }
+        this.starts.push(start);  // so that each line ends before the next one's start
+    }
+
+    // A line in another layout has neither priority nor tag.
+    addLine(start, end) {
+        this.starts.push(start);
+        this.longest = Math.max(this.longest, end - start);
+        HEAD.lastIndex = start;
+        const head = HEAD.exec(this.text);
+        this.priorities.push(head ? PRIORITIES.indexOf(head[1]) + 1 : 0);
+        this.tags.push(head ? this.tagAt(HEAD.lastIndex, end) : 0);
+    }
+
+    // A tag ends at its colon and blank, and may have blanks of its own before them.
+    tagAt(start, end) {
+        const { text } = this;
+        for (let at = start; at < end; ++at) {
+            if (text.charCodeAt(at) !== COLON || (at + 1 < end && text.charCodeAt(at + 1) !== SPACE)) continue;
+            while (at > start && text.charCodeAt(at - 1) === SPACE) --at;
+            const name = text.slice(start, at);
+            let number = this.tagNumbers.get(name);
+            if (number === undefined) {
+                number = this.tagNames.push(show(name)) - 1;
+                this.tagUses.push(0);
+                this.tagNumbers.set(name, number);
+            }
+            ++this.tagUses[number];
+            return number;
+        }
+        return 0;
+    }
+
+    length(number) {
+        return this.starts.items[number + 1] - 1 - this.starts.items[number];
+    }
+
+    // A line's text, cut before anything is done to it: a damaged log may be one single line.
+    line(number, most) {
+        const start = this.starts.items[number];
+        return show(this.text.slice(start, start + Math.min(most, this.length(number))));
+    }
+
+    // The line that holds an offset, searched between two lines.
+    lineAt(offset, first, last) {
+        const { items } = this.starts;
+        while (last - first > 1) {
+            const middle = (first + last) >> 1;
+            if (items[middle] <= offset) first = middle;
+            else last = middle;
+        }
+        return first;
+    }
+
+    // The lines that pass the filters, or null when these let everything pass.
+    filter(leastPriority, tag) {
+        if (leastPriority === 0 && tag === "") return null;
+        const wanted = tag.toLowerCase();
+        // Decided once a tag, not once a line; there are a thousand times more lines.
+        const whole = this.tagNames.map((name) => name.toLowerCase() === wanted);
+        const part = this.tagNames.map((name) => name.toLowerCase().includes(wanted));
+        const tags = wanted !== "" && whole.includes(true) ? whole : part;
+        const passing = new Numbers(Uint32Array);
+        for (let line = 0; line < this.count; ++line) {
+            const priority = this.priorities.items[line];
+            if (priority !== 0 && priority >= leastPriority && tags[this.tags.items[line]]) passing.push(line);
+        }
+        return passing;
+    }
+
+    // Collects the lines that hold the text, in pieces small enough to stop between them.
+    *search(query, passing, hits) {
+        const { items } = this.starts;
+        const pattern = matcher(query.replaceAll("<", HIDDEN_LESS));
+        let next = 0;
+        for (let from = 0, to; from < this.count; from = to) {
+            to = this.lineAt(items[from] + SEARCH_PIECE, from, this.count - 1) + 1;
+            const piece = this.text.slice(items[from], items[to]);
+            // One hit a line is enough: the rest of the line is skipped.
+            let line = from;
+            pattern.lastIndex = 0;
+            while (pattern.test(piece)) {
+                line = this.lineAt(items[from] + pattern.lastIndex - 1, line, to);
+                if (passing) {
+                    while (next < passing.length && passing.items[next] < line) ++next;
+                }
+                if (!passing || (next < passing.length && passing.items[next] === line)) hits.push(line);
+                pattern.lastIndex = items[++line] - items[from];
+                if (line === to) break;
+            }
+            yield;
+        }
+    }
+}
+
+// An expression that ignores case, since a lower-case copy may have other offsets than the text.
+export const matcher = (query) => new RegExp(query.replace(/[\\^$.*+?()[\]{}|/]/g, "\\$&"), "gi");
+
+// Runs a job in slices that leave the page alive; false when something newer has replaced it.
+export async function runSliced(steps, isCurrent) {
+    const SLICE = 20;
+    let until = performance.now() + SLICE;
+    while (!steps.next().done) {
+        if (performance.now() < until) continue;
+        await new Promise((resolve) => setTimeout(resolve));
+        if (!isCurrent()) return false;
+        until = performance.now() + SLICE;
+    }
+    return true;
+}
