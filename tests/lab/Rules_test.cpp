@@ -116,7 +116,7 @@ TEST(Rules, ObjectToEachMisdeed) {
             {[](BootByHand& boot) { boot.addToPoll(Kind::IDLE, "files=0 folders=0 zombies=1"); },
              "zombies=1"},
             {[](BootByHand& boot) { boot.events[4].ms = boot.events[5].ms = 41000; },
-             "message was due at 40.000 s"},
+             "message 20010 was due at 40.000 s"},
             {[](BootByHand& boot) { boot.events.insert(boot.events.begin() + 1, boot.events[1]); },
              "woke up without a message"},
             {[](BootByHand& boot) { boot.events.resize(11); }, "exits with status 0"},
