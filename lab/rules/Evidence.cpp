@@ -108,7 +108,7 @@ void Evidence::expectAct(TraceEvent::Kind kind, const std::string& text) {
     if (found != mActs[kind].end()) {
         mActs[kind].erase(found);
     } else if (!mCutShort && !mNoMemory) {
-        broken("must " + kVerbs.at(kind) + text);
+        broken("must " + kVerbs.at(kind) + text + ", and does not");
     }
 }
 
