@@ -38,8 +38,8 @@ constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 constexpr int kLastEarlyReason = REASON_STUCK;  // only the check after boot judges larger ones
 
-// By design: only a line of the override file that matches and is long enough fills the table; it
-// otherwise keeps what an earlier failure of the same run put into it.
+// By design: where no line of the override file fills it, it keeps what an earlier failure of the
+// same run has left.
 int gOverrideModes[kRecoveryListSize] = {};
 
 uint8_t byteAt(const std::string& text, size_t index) {
@@ -51,18 +51,13 @@ void readOverrideModes(int errCode) {
     const std::vector<std::string> lines = getFileLines(kOverridePath);
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const std::vector<std::string> fields = split(*line, "|");
-        if (fields.size() < 2) continue;
-        if (atoi(fields[0].c_str()) != errCode) {
+        const OverrideLine kind = readOverrideLine(fields, errCode, gOverrideModes);
+        if (kind == OverrideLine::OTHER_REASON) {
             ALOGI("getRecoveryList from result[0].c_str:%s", fields[0].c_str());
-            continue;
+        } else if (kind == OverrideLine::TAKEN) {
+            ALOGI("getRecoveryList from recoveryList:%s", fields[1].c_str());
+            return;
         }
-        ALOGI("getRecoveryList from recoveryList:%s", fields[1].c_str());
-        if (fields[1].size() >= kRecoveryListSize) {
-            for (int i = 0; i < kRecoveryListSize; ++i) {
-                gOverrideModes[i] = byteAt(fields[1], i) - '0';
-            }
-        }
-        return;
     }
 }
 

@@ -3,6 +3,11 @@
 
 #pragma once
 
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
 #include "FailureCodes.h"
 
 // Values of a recovery list.
@@ -30,3 +35,22 @@ constexpr RecoveryList kDefaultRecoveryLists[] = {
         {99, {RECOVERY_DATA_RESET, RECOVERY_REBOOT}},
         {REASON_SYSTEM_ERROR_BOOTED, {RECOVERY_REBOOT, RECOVERY_WAIT_USER, RECOVERY_DATA_RESET}},
 };
+
+// What a line of the override list, "reason|modes", says of a reason.
+enum class OverrideLine {
+    INVALID,
+    OTHER_REASON,
+    TAKEN,  // also where its modes are too few to be used
+};
+
+// Reads a line that is cut at each "|". By design: only a line that matches and is long enough
+// changes `modes`, and five bytes of it count, digits or not.
+inline OverrideLine readOverrideLine(const std::vector<std::string>& fields, int reason,
+                                     int* modes) {
+    if (fields.size() < 2) return OverrideLine::INVALID;
+    if (atoi(fields[0].c_str()) != reason) return OverrideLine::OTHER_REASON;
+    for (size_t i = 0; fields[1].size() >= kRecoveryListSize && i < kRecoveryListSize; ++i) {
+        modes[i] = static_cast<unsigned char>(fields[1][i]) - '0';
+    }
+    return OverrideLine::TAKEN;
+}

@@ -22,33 +22,12 @@
 #include <android-base/unique_fd.h>
 #include <log/log.h>
 
+#include "Fields.h"
 #include "StoragePaths.h"
 
 namespace {
 
-constexpr char kBlank = ' ';
 constexpr size_t kReadSize = 16384;
-
-// By design: the length kept is "index of the last non-blank, plus one", counted from the first
-// non-blank, so a piece with n leading blanks keeps up to n trailing ones. A piece of only blanks
-// has no first non-blank; substr then throws, which ends the process.
-std::string_view trimField(std::string_view field) {
-    const size_t first = field.find_first_not_of(kBlank);
-    if (first == std::string_view::npos) std::string(field).substr(first);
-    const size_t last = field.find_last_not_of(kBlank);
-    return field.substr(first, last + 1);
-}
-
-// As str.find(pattern, from), but looks for the pattern's last character: its first may be a blank,
-// and a boot profile is full of blanks.
-size_t findPattern(const std::string& str, std::string_view pattern, size_t from) {
-    const size_t before = pattern.size() - 1;
-    size_t last = str.find(pattern.back(), from + before);
-    while (last != std::string::npos && str.compare(last - before, pattern.size(), pattern) != 0) {
-        last = str.find(pattern.back(), last + 1);
-    }
-    return last == std::string::npos ? last : last - before;
-}
 
 }  // namespace
 
@@ -70,23 +49,17 @@ const std::vector<std::string_view>& Splitter::split(std::string_view str,
     mFields.clear();
     mText.assign(str);
     mText += pattern;  // ends the last field like every other one
-    const size_t size = mText.size();
-    size_t i = 0;
-    while (i < size) {
-        const size_t pos = findPattern(mText, pattern, i);
-        if (pos >= size) break;  // npos included: nor is there one further on
-        if (pos == i) {
-            ALOGE("split err, str=%s, pos=%zu;\n", mText.c_str(), i);
+    const auto take = [this](std::string_view token, size_t pos) {
+        if (token.empty()) {
+            ALOGE("str.substr err, str=%s, pos=%zu;\n", mText.c_str(), pos);
         } else {
-            const std::string_view token = trimField(std::string_view(mText).substr(i, pos - i));
-            if (token.empty()) {
-                ALOGE("str.substr err, str=%s, pos=%zu;\n", mText.c_str(), pos);
-            } else {
-                mFields.push_back(token);
-            }
+            mFields.push_back(token);
         }
-        i = pos + pattern.size();
-    }
+    };
+    const auto drop = [this](size_t pos) {
+        ALOGE("split err, str=%s, pos=%zu;\n", mText.c_str(), pos);
+    };
+    cutFields(mText, pattern, take, drop);
     return mFields;
 }
 

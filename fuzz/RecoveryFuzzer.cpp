@@ -5,14 +5,14 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <array>
-#include <iterator>
 #include <stdexcept>
 
 #include "bootvigil/BfRecovery.h"
 #include "bootvigil/BootState.h"
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
+#include "lab/base/Text.h"
+#include "lab/rules/DaemonModel.h"
 
 using namespace fuzz;
 
@@ -25,13 +25,6 @@ constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 using Text = std::optional<std::string>;
-using Modes = std::array<int, 5>;
-
-const std::pair<int, Modes> kDefaults[] = {
-        {100, {1, 2, 5, 0, 0}}, {20, {1, 2, 5, 0, 0}}, {21, {1, 5, 0, 0, 0}},
-        {23, {1, 5, 0, 0, 0}},  {22, {1, 5, 0, 0, 0}}, {99, {5, 1, 0, 0, 0}},
-        {120, {1, 2, 5, 0, 0}},
-};
 
 struct Model {
     Text history;
@@ -40,8 +33,7 @@ struct Model {
     char reason = 0;
     bool firstBoot = false;
 
-    const Modes* modes = nullptr;
-    Modes table = {};
+    std::string modes, table = "00000";
     bool reboots = false;
     bool resets = false;
 
@@ -49,38 +41,25 @@ struct Model {
         return history ? history->substr(0, history->find('\n')) : "0";
     }
 
-    // False where a line of the list ends the process.
-    bool choose(int error) {
-        if (!list) {
-            for (const auto& entry : kDefaults) {
-                if (entry.first == error) modes = &entry.second;
-            }
-            return true;
+    // Throws lab::MustEnd where a line of the list ends the process.
+    void choose(int error) {
+        if (list) {
+            table = lab::readOverride(lab::linesOf(*list), error).value_or(table);
+            modes = table;
+        } else {
+            modes = lab::defaultActions(error).value_or(modes);
         }
-        const std::vector<std::string> lines = linesOf(*list);
-        for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-            const Fields fields = splitModel(*line, "|");
-            if (!fields) return false;
-            if (fields->size() < 2 || atoi((*fields)[0].c_str()) != error) continue;
-            const std::string& digits = (*fields)[1];
-            for (size_t i = 0; i < table.size() && digits.size() > 4; ++i) {
-                table[i] = static_cast<unsigned char>(digits[i]) - '0';
-            }
-            break;
-        }
-        modes = &table;
-        return true;
     }
 
-    // 1 and 0 are the results, -1 stands for the end of the process.
+    // As the daemon's runRecovery.
     int run(int error) {
         if (error == 0 || disabled) return 0;
         if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
-        if (!choose(error)) return -1;
+        choose(error);
         const std::string line = firstLine();
-        if (modes == nullptr || line.empty() || line[0] < '0' || line[0] > '4') return 0;
+        if (modes.empty() || line.empty() || line[0] < '0' || line[0] > '4') return 0;
         const size_t step = static_cast<size_t>(line[0] - '0');
-        const int mode = (*modes)[step];
+        const int mode = lab::digitAt(modes, step);
         if (mode <= 0) return 0;
         history = std::to_string(step + 1) + std::to_string(mode);
         if (reason != '\0') *history += reason;
@@ -137,8 +116,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     BfRecovery recovery;
     for (size_t failure = 0; failure < 2; ++failure) {
         const int error = atoi(input[failure].c_str());
-        const int expected = model.run(error);
+        int expected = -1;  // the process ends
         int result = -1;
+        try {
+            expected = model.run(error);
+        } catch (const lab::MustEnd&) {
+        }
         try {
             result = recovery.runRecovery(error, model.firstBoot) ? 1 : 0;
         } catch (const std::out_of_range&) {

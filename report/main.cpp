@@ -17,10 +17,10 @@
 
 #include "report/read/Report.h"
 #include "report/show/Json.h"
-#include "report/show/NewFile.h"
 #include "report/show/Page.h"
 #include "report/show/Text.h"
 #include "report/show/TraceEvents.h"
+#include "report/show/WholeFile.h"
 
 namespace {
 
@@ -94,7 +94,7 @@ int runCommandLine(int argc, char** argv) {
     app.add_option("--perfetto", options.perfetto,
                    "write the timeline as trace events to this file");
     app.add_option("--compare", options.compare, "a good boot's profile, shown beside the boots");
-    app.add_flag("--json", options.json, "print one JSON object a folder, each on one line");
+    app.add_flag("--json", options.json, "print one JSON object per folder, each on one line");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -102,7 +102,7 @@ int runCommandLine(int argc, char** argv) {
     }
     if (options.folders.size() == 1) return showOne(options);
     if (!options.json || !options.html.empty() || !options.perfetto.empty()) {
-        fprintf(stderr, "bootvigil-report: several folders go with --json alone\n");
+        fprintf(stderr, "bootvigil-report: several folders need --json, and nothing else\n");
         return kWrongUsage;
     }
     return showFleet(options.folders);

@@ -226,7 +226,8 @@ void DeviceWorld::answerRequests() {
     if (requests != mKelRequests) {
         mKelRequests = std::move(requests);
         if (mBoot.kelAnswersAfter) {
-            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE, kOwnFolder + "/" + kLogServiceId, "capture\n"});
+            add({now + *mBoot.kelAnswersAfter, Change::Kind::WRITE,
+                 kOwnFolder + "/" + kLogServiceId, "capture\n"});
         }
     }
 }

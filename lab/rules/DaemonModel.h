@@ -33,6 +33,8 @@ std::vector<std::string> split(const std::string& text, const std::string& by);
 // The actions that the override list has for the reason, a character for each: those of its last
 // line for it, if that has enough.
 std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason);
+// Those that a reason has where no list was pushed to the device.
+std::optional<std::string> defaultActions(int reason);
 int digitAt(const std::string& text, size_t index);
 
 class DaemonModel : protected DeviceModel {

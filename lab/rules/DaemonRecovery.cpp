@@ -29,6 +29,10 @@ const std::map<int, std::string> kActions = {{kReboot, "try to reboot"},
 
 }  // namespace
 
+std::optional<std::string> defaultActions(int reason) {
+    return lookUp(kDefaultLists, reason);
+}
+
 int digitAt(const std::string& text, size_t index) {
     return static_cast<unsigned char>(text[index]) - '0';
 }
@@ -84,7 +88,7 @@ bool DaemonModel::runRecovery() {
     if (exists(kOverride)) {
         mList = mTable = readOverride(read(kOverride), mReason).value_or(mTable);
     } else {
-        mList = lookUp(kDefaultLists, mReason).value_or(mList);
+        mList = defaultActions(mReason).value_or(mList);
     }
     const Step step = reconcile(observe(), unread, known);
     if (!step.history.empty()) writeOrLog(kHistory, step.history, false);

@@ -11,12 +11,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
+#include <optional>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
 #include "bootvigil/BootMilestones.h"
+#include "report/read/Files.h"
 
 namespace report {
 
@@ -82,16 +83,16 @@ std::string wordsFor(const Rule& rule, const std::string& text) {
     return words;
 }
 
-// "      4713.857088 :  408-vold            : vold:fbeEnable:START"; false for any other line.
-bool parseMilestone(const std::string& line, Milestone& milestone) {
+// "      4713.857088 :  408-vold            : vold:fbeEnable:START"
+std::optional<Milestone> parseMilestone(const std::string& line) {
     const size_t by = line.find(" :");
-    const size_t name = by == std::string::npos ? by : line.find(" :", by + 2);
-    if (name == std::string::npos) return false;
-    const size_t begin = line.find_first_not_of(' ', name + 2);
-    if (begin == std::string::npos) return false;
-    milestone.name = line.substr(begin, line.find_last_not_of(" \r") + 1 - begin);
-    milestone.t = strtod(line.c_str(), nullptr) / 1000;
-    return milestoneIndex(milestone.name) >= 0;
+    const size_t bar = by == std::string::npos ? by : line.find(" :", by + 2);
+    if (bar == std::string::npos) return std::nullopt;
+    const size_t begin = line.find_first_not_of(' ', bar + 2);
+    if (begin == std::string::npos) return std::nullopt;
+    const std::string name = line.substr(begin, line.find_last_not_of(" \r") + 1 - begin);
+    if (milestoneIndex(name) < 0) return std::nullopt;
+    return Milestone{strtod(line.c_str(), nullptr) / 1000, name};
 }
 
 void addMilestone(std::vector<Milestone>& milestones, const Milestone& milestone) {
@@ -109,10 +110,8 @@ void addLine(Boot& boot, double t, const std::string& clock, const std::string& 
         return;
     }
     if (startsWith(text, kLastLine)) {
-        Milestone milestone;
-        if (parseMilestone(text.substr(strlen(kLastLine)), milestone)) {
-            addMilestone(boot.milestones, milestone);
-        }
+        const auto milestone = parseMilestone(text.substr(strlen(kLastLine)));
+        if (milestone) addMilestone(boot.milestones, *milestone);
         return;
     }
     for (const Rule& rule : kRules) {
@@ -200,10 +199,8 @@ std::vector<Boot> bootsOfLines(const std::vector<DaemonLine>& lines) {
 std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken) {
     std::vector<Boot> boots;
     time_t start = 0;
-    std::istringstream in(jsonLines);
-    std::string line;
     broken = 0;
-    while (std::getline(in, line)) {
+    for (const std::string& line : linesOf(jsonLines)) {
         try {
             addRecord(boots, start, Json::parse(line));
         } catch (const std::exception&) {
@@ -215,11 +212,8 @@ std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken) {
 
 std::vector<Milestone> milestonesOf(const std::string& profile) {
     std::vector<Milestone> milestones;
-    std::istringstream in(profile);
-    std::string line;
-    while (std::getline(in, line)) {
-        Milestone milestone;
-        if (parseMilestone(line, milestone)) addMilestone(milestones, milestone);
+    for (const std::string& line : linesOf(profile)) {
+        if (const auto milestone = parseMilestone(line)) addMilestone(milestones, *milestone);
     }
     return milestones;
 }

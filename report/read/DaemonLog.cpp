@@ -4,6 +4,7 @@
 #include "report/read/DaemonLog.h"
 
 #include <stdio.h>
+#include <time.h>
 
 namespace report {
 
@@ -14,23 +15,16 @@ constexpr std::string_view kFirstText = "BOOTVIGIL boot_vigil_service start";
 constexpr size_t kClockLength = 18;  // "MM-DD HH:MM:SS.mmm"
 constexpr size_t kMaxHead = 60;      // most bytes of a line before its tag
 
-// Milliseconds since the start of the year, -1 if it is not a clock. Every February has 29 days,
-// which is exact enough for differences within a run.
+// Milliseconds since the start of the year, -1 if it is not a clock. The year is taken as a leap
+// year, which is exact enough for differences within a run.
 int64_t parseClock(const std::string& clock) {
-    static constexpr int kDaysBefore[] = {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335};
-    int month = 0;
-    int day = 0;
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
+    tm date = {};
+    date.tm_year = 72;
+    const char* end = strptime(clock.c_str(), "%m-%d %H:%M:%S", &date);
     int ms = 0;
-    if (sscanf(clock.c_str(), "%2d-%2d %2d:%2d:%2d.%3d", &month, &day, &hour, &minute, &second,
-               &ms) != 6 ||
-        month < 1 || month > 12) {
-        return -1;
-    }
-    const int64_t days = kDaysBefore[month - 1] + day - 1;
-    return (((days * 24 + hour) * 60 + minute) * 60 + second) * 1000 + ms;
+    if (end == nullptr || sscanf(end, ".%3d", &ms) != 1) return -1;
+    constexpr int64_t kStartOf1972 = 2 * 365 * 24 * 3600;
+    return (timegm(&date) - kStartOf1972) * 1000 + ms;
 }
 
 bool parseLine(std::string_view line, DaemonLine& parsed) {
@@ -39,7 +33,6 @@ bool parseLine(std::string_view line, DaemonLine& parsed) {
     parsed.clock = line.substr(0, kClockLength);
     parsed.ms = parseClock(parsed.clock);
     if (parsed.ms < 0) return false;
-    parsed.priority = line[tag - 1];
     const std::string_view text = line.substr(tag + kTag.size());
     parsed.text = text.substr(0, text.find_last_not_of(" \r") + 1);
     return true;
@@ -83,11 +76,9 @@ std::optional<ErrorNumber> parseNotice(const std::string& text) {
     int phase = 0;
     int detail = 0;
     int reason = 0;
-    if (sscanf(text.c_str(),
-               "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d", &type,
-               &phase, &detail, &reason) != 4) {
-        return std::nullopt;
-    }
+    constexpr const char* kForm =
+            "errNotifyWithReason type = %3d, phase=%3d, detailPhase=%3d, reason=%3d";
+    if (sscanf(text.c_str(), kForm, &type, &phase, &detail, &reason) != 4) return std::nullopt;
     return decodeErrorNumber((phase & 0xfUL) << 20 | (detail & 0xffUL) << 12 | (type & 0xfUL) << 8 |
                              (reason & 0xffUL));
 }

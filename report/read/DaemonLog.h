@@ -18,8 +18,7 @@ namespace report {
 struct DaemonLine {
     std::string clock;  // "11-15 11:00:10.000"
     int64_t ms = 0;     // the same in milliseconds since the start of the year
-    char priority = '?';
-    std::string text;  // without trailing blanks
+    std::string text;   // without trailing blanks
 };
 
 // One run of the daemon, as far as the log keeps it.

@@ -6,13 +6,38 @@
 #include <stdio.h>
 
 #include "bootvigil/BootMilestones.h"
+#include "bootvigil/FailureCodes.h"
 
 namespace report {
 
+namespace {
+
+constexpr struct {
+    int type;
+    int phase;
+    const char* words;
+} kSituations[] = {
+        {TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER, "restarts again and again"},
+        {TYPE_SYSTEM, PHASE_SYSTEM_SERVER, "system error declared by the platform"},
+        {TYPE_KERNEL, PHASE_KERNEL, "kernel log kept from a failed boot"},
+        {TYPE_STALL, PHASE_BEFORE_SYSTEM_SERVER, "stalled, system server not up"},
+        {TYPE_STALL, PHASE_SYSTEM_SERVER, "stalled in the system server"},
+        {TYPE_STALL, PHASE_OOBE, "stalled in the set-up wizard"},
+        {TYPE_STALL, PHASE_KEY_LOCK, "stalled in the set-up wizard"},
+        {TYPE_STALL, PHASE_INIT, "init log kept from a failed boot"},
+};
+
+bool isOf(const ErrorNumber& error, int type, int phase) {
+    return !error.stamp && error.type == type && error.phase == phase;
+}
+
+}  // namespace
+
 std::string missingMilestone(const ErrorNumber& error) {
     const int milestone = error.detailPhase - kFirstMilestoneDetail;
-    const bool loop = !error.stamp && error.type == 2 && error.phase == 4;
-    return loop && milestone >= 0 && milestone < kMilestoneCount ? kMilestoneNames[milestone] : "";
+    const bool known = milestone >= 0 && milestone < kMilestoneCount;
+    const bool loop = isOf(error, TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER);
+    return loop && known ? kMilestoneNames[milestone] : "";
 }
 
 std::string describeSituation(const ErrorNumber& error) {
@@ -20,29 +45,13 @@ std::string describeSituation(const ErrorNumber& error) {
         return error.reason == 1 ? "the boot that failed has completed"
                                  : "a boot completed after the failure";
     }
-    if (error.type == 2 && error.phase == 4) {
-        const std::string missing = missingMilestone(error);
-        const std::string loop = "restarts again and again";
-        return missing.empty() ? loop : loop + ", never reaching " + missing;
+    if (isOf(error, TYPE_STALL, PHASE_KEY_LOCK) && error.reason == REASON_AFTER_BOOT) {
+        return "failure reported after boot";
     }
-    if (error.type == 2 && error.phase == 5) return "system error declared by the platform";
-    if (error.type == 1 && error.phase == 3) return "kernel log kept from a failed boot";
-    if (error.type == 5) {
-        switch (error.phase) {
-            case 4:
-                return "stalled, system server not up";
-            case 5:
-                return "stalled in the system server";
-            case 6:
-                return "stalled in the set-up wizard";
-            case 7:
-                return error.reason == 22 ? "failure reported after boot"
-                                          : "stalled in the set-up wizard";
-            case 8:
-                return "init log kept from a failed boot";
-            default:
-                break;
-        }
+    const std::string missing = missingMilestone(error);
+    for (const auto& [type, phase, words] : kSituations) {
+        if (!isOf(error, type, phase)) continue;
+        return words + (missing.empty() ? "" : ", never reaching " + missing);
     }
     return "failure";
 }

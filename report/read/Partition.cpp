@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "bootvigil/StoragePaths.h"
 #include "report/read/DaemonLog.h"
 #include "report/read/Files.h"
 
@@ -21,6 +22,11 @@ namespace fs = std::filesystem;
 
 constexpr size_t kMaxStateFile = 1 << 20;  // bytes read of a state file
 constexpr size_t kMaxLog = 256 << 20;      // of a lab's run log, and searched of a captured log
+
+// A device's path as it is below the partition.
+std::string below(const std::string& path) {
+    return path.substr(strlen(kVelafsDir));
+}
 
 // Reads a file that may be missing; any other failure is a problem of the file `name`.
 std::optional<std::string> readFile(const std::string& path, const std::string& name, size_t limit,
@@ -76,12 +82,12 @@ public:
         : mPartition(partition), mReport(report) {}
 
     void read() {
-        readRecords("/SDD/bfRecord_backup.txt");
-        readRecords("/SDD/bfRecord.txt");
-        mReport.pendingPhase = text("/SDD/bfflag.txt");
-        readNotes("/SDD/bf_upload/", {"boot_vigil", "recovery_record"}, mReport.uploads);
-        readNotes("/boot_vigil/", {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
-        mReport.journal = linesOf(text("/boot_vigil/log/info").value_or(""));
+        readRecords(below(kBfRecordBackupPath));
+        readRecords(below(kBfRecordPath));
+        mReport.pendingPhase = text(below(kBfFlagPath));
+        readNotes(below(kBfUploadDir), {"boot_vigil", "recovery_record"}, mReport.uploads);
+        readNotes(below(kBootVigilDir), {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
+        mReport.journal = linesOf(text(below(kLogDir) + "/info").value_or(""));
         readCaptures();
         readRecoveryFiles();
     }
@@ -114,19 +120,19 @@ private:
     void readNotes(const std::string& folder, const std::vector<std::string>& names,
                    std::vector<Note>& notes) {
         for (const std::string& name : names) {
-            if (const auto note = text(folder + name)) notes.push_back({name, *note});
+            if (const auto note = text(folder + "/" + name)) notes.push_back({name, *note});
         }
     }
 
     void readCaptures() {
-        const std::string folder = mPartition + "/boot_vigil/log";
+        const std::string folder = mPartition + below(kLogDir);
         std::error_code error;
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(folder, error)) {
             if (entry.path().extension() == ".zs") names.push_back(entry.path().stem());
         }
         if (error && fs::exists(fs::symlink_status(folder))) {
-            problem("/boot_vigil/log", error.message());
+            problem(below(kLogDir), error.message());
         }
         std::sort(names.begin(), names.end());
         std::vector<DaemonLine> lines;
@@ -147,7 +153,7 @@ private:
         // The daemon leaves an empty file for a log that it could not open.
         const bool regular = fs::is_regular_file(fs::symlink_status(capture.path));
         if (!capture.info.error.empty() && !(regular && capture.info.size == 0)) {
-            problem("/boot_vigil/log/" + name + ".zs", capture.info.error);
+            problem(below(kLogDir) + "/" + name + ".zs", capture.info.error);
         }
         if (capture.info.size > 0) mReport.readable = true;
         const std::vector<DaemonLine> here = daemonLines(content);
@@ -157,13 +163,14 @@ private:
 
     void readRecoveryFiles() {
         RecoveryFiles files;
-        files.history = text("/boot_vigil/recovery_flag.txt");
+        const std::string folder = below(kBootVigilDir);
+        files.history = text(folder + "/recovery_flag.txt");
         if (files.history &&
             files.history->substr(0, files.history->find('\n')).size() < kHistoryLength) {
-            problem("/boot_vigil/recovery_flag.txt", "is cut off");
+            problem(folder + "/recovery_flag.txt", "is cut off");
         }
-        files.disable = text("/boot_vigil/bfEnable");
-        files.list = text("/boot_vigil/recoveryList");
+        files.disable = text(folder + "/bfEnable");
+        files.list = text(folder + "/recoveryList");
         std::optional<int> reason;
         for (const Failure& failure : mReport.failures) {
             if (!failure.number.stamp) reason = failure.number.reason;

@@ -3,10 +3,10 @@
 
 #include "report/read/Recovery.h"
 
-#include <stdlib.h>
-
 #include <algorithm>
+#include <stdexcept>
 
+#include "bootvigil/Fields.h"
 #include "bootvigil/RecoveryLists.h"
 #include "report/read/Files.h"
 
@@ -14,26 +14,23 @@ namespace report {
 
 namespace {
 
-// The modes for a reason by the override list, by the daemon's own rules.
-void readOverride(const std::string& text, int reason, int* modes) {
-    const std::vector<std::string> all = linesOf(text);
-    for (auto line = all.rbegin(); line != all.rend(); ++line) {
-        const size_t bar = line->find('|');
-        if (bar == std::string::npos || atoi(line->c_str()) != reason) continue;
-        std::string digits = line->substr(bar + 1, line->find('|', bar + 1) - bar - 1);
-        digits.erase(0, digits.find_first_not_of(' '));
-        if (digits.size() < kRecoveryListSize) return;
-        for (size_t i = 0; i < kRecoveryListSize; ++i) {
-            modes[i] = static_cast<unsigned char>(digits[i]) - '0';
-        }
-        return;
-    }
+std::vector<std::string> fieldsOf(const std::string& line) {
+    std::vector<std::string> fields;
+    const auto take = [&](std::string_view field, size_t) { fields.emplace_back(field); };
+    cutFields(line + "|", "|", take, [](size_t) {});
+    return fields;
 }
 
-std::vector<int> listFor(int reason, const std::optional<std::string>& override) {
+// The modes for a reason; throws std::out_of_range where the daemon does.
+std::vector<int> modesFor(int reason, const std::optional<std::string>& override) {
     std::vector<int> modes(kRecoveryListSize);
     if (override) {
-        readOverride(*override, reason, modes.data());
+        const std::vector<std::string> lines = linesOf(*override);
+        auto line = lines.rbegin();
+        while (line != lines.rend() &&
+               readOverrideLine(fieldsOf(*line), reason, modes.data()) != OverrideLine::TAKEN) {
+            ++line;
+        }
     } else {
         for (const RecoveryList& list : kDefaultRecoveryLists) {
             if (list.reason == reason) std::copy_n(list.modes, kRecoveryListSize, modes.begin());
@@ -46,6 +43,7 @@ std::vector<int> listFor(int reason, const std::optional<std::string>& override)
 std::string nextStep(const Recovery& recovery, bool hasHistory) {
     if (recovery.reason == 0) return "no failure is known";
     if (recovery.disabled) return "nothing: recovery is disabled from outside";
+    if (!recovery.listReadable) return "nothing: the daemon dies of a blank field in the list";
     const auto step = [&](size_t index) {
         const bool there = index < recovery.list.size() && recovery.list[index] > 0;
         return there ? modeName(recovery.list[index]) : "nothing more: the list is exhausted";
@@ -74,7 +72,11 @@ Recovery readRecovery(const RecoveryFiles& files, std::optional<int> reason) {
     recovery.disabled = std::find(disable.begin(), disable.end(), "BfRecover=NO") != disable.end();
     recovery.override = files.list.has_value();
     recovery.reason = reason.value_or(recovery.lastReason);
-    recovery.list = listFor(recovery.reason, files.list);
+    try {
+        recovery.list = modesFor(recovery.reason, files.list);
+    } catch (const std::out_of_range&) {
+        recovery.listReadable = false;
+    }
     recovery.next = nextStep(recovery, files.history.has_value());
     return recovery;
 }

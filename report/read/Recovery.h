@@ -22,14 +22,15 @@ struct RecoveryFiles {
 };
 
 struct Recovery {
-    std::string history;    // the history file's text
-    int lastMode = 0;       // 0: none
-    int lastReason = 0;     // 0: none
-    int reason = 0;         // that the list below is for; 0: no failure is known
-    std::vector<int> list;  // modes up to the first 0
-    bool override = false;  // the list was pushed to the device
-    bool disabled = false;  // from outside
-    std::string next;       // what the next failure for that reason leads to, in words
+    std::string history;       // the history file's text
+    int lastMode = 0;          // 0: none
+    int lastReason = 0;        // 0: none
+    int reason = 0;            // that the list below is for; 0: no failure is known
+    std::vector<int> list;     // modes up to the first 0
+    bool override = false;     // the list was pushed to the device
+    bool listReadable = true;  // else the daemon dies of it
+    bool disabled = false;     // from outside
+    std::string next;          // what the next failure for that reason leads to, in words
 };
 
 // For the last failure's reason; without one, for that of the last action.

@@ -5,17 +5,13 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 #include <string_view>
 
 #include "report/show/Json.h"
-#include "report/show/NewFile.h"
+#include "report/show/WholeFile.h"
 
-// Embedded by PageParts.S.
-extern "C" const char kPageHtml[], kPageHtmlEnd[];
-extern "C" const char kPageCss[], kPageCssEnd[];
-extern "C" const char kPageJs[], kPageJsEnd[];
-extern "C" const char kChartJs[], kChartJsEnd[];
+// Embedded by PageParts.S, each with a NUL at its end.
+extern "C" const char kPageHtml[], kPageCss[], kPageJs[], kChartJs[];
 
 namespace report {
 
@@ -23,10 +19,6 @@ namespace {
 
 // Stands for "<" in the logs, so that nothing in one can end its element; the page turns it back.
 constexpr char kLessThan = '\x02';
-
-std::string_view part(const char* begin, const char* end) {
-    return {begin, static_cast<size_t>(end - begin)};
-}
 
 std::string escape(const std::string& text, const std::map<char, const char*>& escapes) {
     std::string out;
@@ -42,52 +34,44 @@ std::string escape(const std::string& text, const std::map<char, const char*>& e
     return out;
 }
 
-void addLog(NewFile& file, const Capture& capture) {
+void appendLog(const Capture& capture, const Append& append) {
     const std::string name = escape(capture.name, {{'&', "&amp;"}, {'"', "&quot;"}, {'<', "&lt;"}});
-    file.add("<script type=\"text/plain\" class=\"log\" data-name=\"" + name + "\">");
+    append("<script type=\"text/plain\" class=\"log\" data-name=\"" + name + "\">");
     std::string text;
     readArchive(capture.path, [&](const char* data, size_t size) {
         text.assign(data, size);
         std::replace(text.begin(), text.end(), '<', kLessThan);
-        file.add(text);
+        append(text);
         return true;
     });
-    file.add("</script>\n");
+    append("</script>\n");
 }
 
-void addData(NewFile& file, const Report& report) {
+void appendData(const Report& report, const Append& append) {
     // "<" is only in texts of the JSON, where the escape means the same.
     const std::string json = escape(dump(toJson(report)), {{'<', "\\u003c"}});
-    file.add("<script type=\"application/json\" id=\"report\">" + json + "</script>\n");
-    for (const Capture& capture : report.captures) addLog(file, capture);
+    append("<script type=\"application/json\" id=\"report\">" + json + "</script>\n");
+    for (const Capture& capture : report.captures) appendLog(capture, append);
 }
 
 }  // namespace
 
 void writePage(const Report& report, const std::string& path) {
-    NewFile file(path);
-    std::string_view rest = part(kPageHtml, kPageHtmlEnd);
-    const auto upTo = [&](std::string_view marker) {
-        const size_t at = rest.find(marker);
-        if (at == std::string_view::npos) throw std::logic_error("the page's template is broken");
-        file.add(rest.substr(0, at));
-        rest.remove_prefix(at + marker.size());
-    };
-    const auto element = [&](const char* name, std::string_view content) {
-        file.add(std::string("<") + name + ">\n");
-        file.add(content);
-        file.add(std::string("\n</") + name + ">");
-    };
-    upTo("<!--STYLE-->");
-    element("style", part(kPageCss, kPageCssEnd));
-    upTo("<!--CHART-->");
-    element("script", part(kChartJs, kChartJsEnd));
-    upTo("<!--DATA-->");
-    addData(file, report);
-    upTo("<!--SCRIPT-->");
-    element("script", part(kPageJs, kPageJsEnd));
-    file.add(rest);
-    file.finish();
+    writeWhole(path, [&](const Append& append) {
+        std::string_view rest(kPageHtml);
+        const auto fill = [&](std::string_view marker, std::string_view content) {
+            const size_t at = rest.find(marker);
+            append(rest.substr(0, at));
+            append(content);
+            rest.remove_prefix(at + marker.size());
+        };
+        fill("<!--STYLE-->", kPageCss);
+        fill("<!--CHART-->", kChartJs);
+        fill("<!--DATA-->", "");
+        appendData(report, append);
+        fill("<!--SCRIPT-->", kPageJs);
+        append(rest);
+    });
 }
 
 }  // namespace report

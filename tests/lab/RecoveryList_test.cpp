@@ -1,18 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-// The override list of recovery actions: the rules and the daemon read every line alike.
+// The override list of recovery actions: daemon, rules and report read every line alike.
 
 #include <stdexcept>
 
 #include "bootvigil/BfRecovery.h"
 #include "lab/base/Text.h"
 #include "lab/rules/DaemonModel.h"
+#include "report/read/Recovery.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
 
 using RecoveryListTest = DeviceTest;
 
-TEST_F(RecoveryListTest, RulesAndDaemonReadItAlike) {
+// What the report says of the first step.
+std::string nextStep(const std::optional<std::string>& modes) {
+    const int mode = modes ? lab::digitAt(*modes, 0) : 0;
+    return mode > 0 ? report::modeName(mode) : "nothing more: the list is exhausted";
+}
+
+TEST_F(RecoveryListTest, DaemonRulesAndReportReadItAlike) {
     const std::string path = "/velafs/boot_vigil/recoveryList";
     std::string table = "00000";  // the daemon's outlives a list, and so does the rules'
     int taken = 0;
@@ -67,8 +74,12 @@ TEST_F(RecoveryListTest, RulesAndDaemonReadItAlike) {
             taken += read.has_value() ? 1 : 0;
             table = read.value_or(table);
             for (size_t i = 0; i < table.size(); ++i) rules.push_back(lab::digitAt(table, i));
+            EXPECT_EQ(report::readRecovery({{}, {}, list}, 100).next, nextStep(read)) << list;
         } catch (const lab::MustEnd& end) {
             EXPECT_EQ(end.signal, SIGABRT);
+            EXPECT_EQ(report::readRecovery({{}, {}, list}, 100).next,
+                      "nothing: the daemon dies of a blank field in the list")
+                    << list;
         }
         EXPECT_EQ(rules, daemons) << "\"" << list << "\"";
     }

@@ -27,9 +27,9 @@ export function showCaptures() {
     ];
     const captures = list(report.captures);
     // A log that is cut or damaged may lack the very lines that explain the hang.
-    const bad = (capture) => (capture.error || capture.whole === false ? "bad" : "");
+    const rowClass = (capture) => (capture.error || capture.whole === false ? "bad" : "");
     const title = plural(captures.length, "captured log");
-    fill("captures", captures.length ? table(title, columns, captures, bad, "stack") : nothing());
+    fill("captures", table(title, columns, captures, { rowClass, style: "stack" }));
     // What else was left about the device: the reasons of power-offs, its memory and the like.
     const notes = list(report.notes);
     const noteColumns = [["File", (note) => note.file], ["Text", (note) => note.text, "mono"]];

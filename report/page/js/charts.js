@@ -23,29 +23,16 @@ const kinds = {
 const kindOf = (event) => (Object.hasOwn(kinds, event.kind) ? event.kind : "other");
 const laneName = (kind) => kind[0].toUpperCase() + kind.slice(1);
 
-let charts = [];  // those drawn now, destroyed before the next ones
+const chartsDrawn = () => (typeof Chart === "undefined" ? [] : Object.values(Chart.instances));
 
-export const chartsDrawn = () => charts.length > 0;
+export const isAnyDrawn = () => chartsDrawn().length > 0;
 
 export function resizeCharts(width) {
-    for (const chart of charts) chart.resize(width, chart.canvas.parentElement.clientHeight);
+    for (const chart of chartsDrawn()) chart.resize(width, chart.canvas.parentElement.clientHeight);
 }
 
 // Asked of the chart each time, since the window may be resized after the drawing.
 const isNarrow = (chart) => chart.width < 600;
-
-function scales(color, xTitle, names) {
-    const ticks = { color: color("--muted"), font: { size: 12 } };
-    const grid = { color: color("--line"), borderColor: color("--control"), tickColor: color("--line") };
-    function callback(value) {
-        return shorten(names[value], isNarrow(this.chart) ? 14 : 30);
-    }
-    const title = { display: true, text: xTitle, color: color("--muted") };
-    return {
-        x: { type: "linear", beginAtZero: true, ticks, grid, title },
-        y: { type: "category", labels: names, offset: true, ticks: { ...ticks, callback }, grid },
-    };
-}
 
 // The library doesn't wrap, so a long text would leave the canvas.
 function wrappedLabel({ chart, raw }) {
@@ -55,25 +42,29 @@ function wrappedLabel({ chart, raw }) {
     return pieces.map((piece) => piece.trimEnd());
 }
 
-// The library knows no style sheets: every colour has to be handed over, and again when it changes.
 function chartOptions(color, xTitle, names) {
+    const grid = { borderColor: color("--control") };
+    function callback(value) {
+        return shorten(names[value], isNarrow(this.chart) ? 14 : 30);
+    }
     return {
-        responsive: true,
         maintainAspectRatio: false,
         animation: false,
         interaction: { mode: "nearest", intersect: true },
-        scales: scales(color, xTitle, names),
+        scales: {
+            x: { beginAtZero: true, grid, title: { display: true, text: xTitle } },
+            y: { type: "category", labels: names, offset: true, ticks: { callback }, grid },
+        },
         plugins: {
             legend: { display: false, labels: { color: color("--ink"), usePointStyle: true, boxHeight: 7 } },
             tooltip: {
                 backgroundColor: color("--raised"),
                 borderColor: color("--control"),
                 borderWidth: 1,
-                titleColor: color("--ink"),
                 bodyColor: color("--ink"),
                 padding: 10,
                 displayColors: false,
-                callbacks: { title: () => "", label: wrappedLabel },
+                callbacks: { label: wrappedLabel },
             },
         },
     };
@@ -85,7 +76,7 @@ function draw(name, { caption, what, height, datasets, options }) {
     byId(`${name}-caption`).textContent = caption;
     canvas.setAttribute("aria-label", `${what}; the tables below list them`);
     canvas.parentElement.style.height = `${height}px`;
-    charts.push(new Chart(canvas, { type: "scatter", data: { datasets }, options }));
+    new Chart(canvas, { type: "scatter", data: { datasets }, options });
 }
 
 // One lane for each kind that comes up in this boot, from the first sign to the exit.
@@ -148,15 +139,16 @@ function drawMilestones(boot, color) {
 
 // Draws the chosen boot from scratch: at first, for another boot, another colour scheme or paper.
 export function drawCharts() {
-    for (const chart of charts) chart.destroy();
-    charts = [];
+    for (const chart of chartsDrawn()) chart.destroy();
+    if (typeof Chart === "undefined") return;
     const style = getComputedStyle(document.documentElement);
     const color = (name) => style.getPropertyValue(name).trim();
-    const boot = boots[Number(byId("boot").value) || 0];
-    if (typeof Chart === "undefined") return;
+    // The library knows no style sheets: it is told all colours, and again when they change.
+    Object.assign(Chart.defaults, { color: color("--muted"), borderColor: color("--line") });
     Chart.defaults.font.family = style.fontFamily;
     // Paper shows more dots than a screen does.
     Chart.defaults.devicePixelRatio = document.documentElement.classList.contains("printing") ? 3 : undefined;
+    const boot = boots[Number(byId("boot").value) || 0];
     drawEvents(boot, color);
     drawMilestones(boot, color);
 }

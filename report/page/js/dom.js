@@ -21,7 +21,8 @@ export const yesNo = (value) => (value === null || value === undefined ? null : 
 export const nothing = (text = "Nothing here.") => el("p", { class: "nothing" }, text);
 
 // A column is a title, what it shows of an item (a value or an element) and its class.
-export function table(caption, columns, items, rowClass = () => "", style = "") {
+export function table(caption, columns, items, { rowClass = () => "", style = "" } = {}) {
+    if (items.length === 0) return nothing();
     const head = columns.map(([title, , kind]) => el("th", { scope: "col", class: kind ?? "" }, title));
     const rows = items.map((item) => {
         const cells = columns.map(([title, show, kind]) => {

@@ -11,36 +11,22 @@ const SPACE = 0x20;
 const COLON = 0x3a;
 const SEARCH_PIECE = 1 << 20;
 
-// An array of numbers that grows without knowing how many will come.
-export class Numbers {
-    constructor(Type) {
-        this.items = new Type(1 << 14);
-        this.length = 0;
-    }
-
-    push(value) {
-        if (this.length === this.items.length) {
-            const more = new this.items.constructor(2 * this.length);
-            more.set(this.items);
-            this.items = more;
-        }
-        this.items[this.length++] = value;
-    }
-}
-
-// Where each line of a log begins, its priority (0: none) and its tag (0: none), a few bytes a line.
+// Where each line of a log begins, its priority (0: none) and its tag (0: none).
 export class LogIndex {
     // `text` stays as it is: a converted copy of 64 MB would cost as much again.
     constructor(text) {
         this.text = text;
-        this.starts = new Numbers(Uint32Array);
-        this.priorities = new Numbers(Uint8Array);
-        this.tags = new Numbers(Uint32Array);
+        this.starts = [];
+        this.priorities = [];
+        this.tags = [];
         this.tagNames = [""];
         this.tagUses = [0];
         this.tagNumbers = new Map();
         this.longest = 0;
-        this.count = 0;
+    }
+
+    get count() {
+        return this.tags.length;
     }
 
     // Yields now and then, for runSliced().
@@ -52,7 +38,7 @@ export class LogIndex {
             const end = newline < 0 ? text.length : newline;
             this.addLine(start, end);
             start = end + 1;
-            if (++this.count % 2048 === 0) yield;
+            if (this.count % 2048 === 0) yield;
         }
         this.starts.push(start);  // so that each line ends before the next one's start
     }
@@ -87,21 +73,20 @@ export class LogIndex {
     }
 
     length(number) {
-        return this.starts.items[number + 1] - 1 - this.starts.items[number];
+        return this.starts[number + 1] - 1 - this.starts[number];
     }
 
     // A line's text, cut before anything is done to it: a damaged log may be one single line.
     line(number, most) {
-        const start = this.starts.items[number];
+        const start = this.starts[number];
         return show(this.text.slice(start, start + Math.min(most, this.length(number))));
     }
 
     // The line that holds an offset, searched between two lines.
     lineAt(offset, first, last) {
-        const { items } = this.starts;
         while (last - first > 1) {
             const middle = (first + last) >> 1;
-            if (items[middle] <= offset) first = middle;
+            if (this.starts[middle] <= offset) first = middle;
             else last = middle;
         }
         return first;
@@ -111,36 +96,34 @@ export class LogIndex {
     filter(leastPriority, tag) {
         if (leastPriority === 0 && tag === "") return null;
         const wanted = tag.toLowerCase();
-        // Decided once a tag, not once a line; there are a thousand times more lines.
+        // Decided once per tag, not once per line: there are a thousand times more lines.
         const whole = this.tagNames.map((name) => name.toLowerCase() === wanted);
         const part = this.tagNames.map((name) => name.toLowerCase().includes(wanted));
         const tags = wanted !== "" && whole.includes(true) ? whole : part;
-        const passing = new Numbers(Uint32Array);
+        const passing = [];
         for (let line = 0; line < this.count; ++line) {
-            const priority = this.priorities.items[line];
-            if (priority !== 0 && priority >= leastPriority && tags[this.tags.items[line]]) passing.push(line);
+            const priority = this.priorities[line];
+            if (priority !== 0 && priority >= leastPriority && tags[this.tags[line]]) passing.push(line);
         }
         return passing;
     }
 
     // Collects the lines that hold the text, in pieces small enough to stop between them.
     *search(query, passing, hits) {
-        const { items } = this.starts;
+        const { starts } = this;
         const pattern = matcher(query.replaceAll("<", HIDDEN_LESS));
         let next = 0;
         for (let from = 0, to; from < this.count; from = to) {
-            to = this.lineAt(items[from] + SEARCH_PIECE, from, this.count - 1) + 1;
-            const piece = this.text.slice(items[from], items[to]);
-            // One hit a line is enough: the rest of the line is skipped.
+            to = this.lineAt(starts[from] + SEARCH_PIECE, from, this.count - 1) + 1;
+            const piece = this.text.slice(starts[from], starts[to]);
+            // One hit per line is enough: the rest of the line is skipped.
             let line = from;
             pattern.lastIndex = 0;
             while (pattern.test(piece)) {
-                line = this.lineAt(items[from] + pattern.lastIndex - 1, line, to);
-                if (passing) {
-                    while (next < passing.length && passing.items[next] < line) ++next;
-                }
-                if (!passing || (next < passing.length && passing.items[next] === line)) hits.push(line);
-                pattern.lastIndex = items[++line] - items[from];
+                line = this.lineAt(starts[from] + pattern.lastIndex - 1, line, to);
+                while (passing?.[next] < line) ++next;
+                if (!passing || passing[next] === line) hits.push(line);
+                pattern.lastIndex = starts[++line] - starts[from];
                 if (line === to) break;
             }
             yield;

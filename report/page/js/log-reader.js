@@ -3,7 +3,7 @@
 
 import { logs, report } from "./data.js";
 import { asText, byId, count, el, fill, list, nothing, plural } from "./dom.js";
-import { LogIndex, matcher, Numbers, runSliced } from "./log-index.js";
+import { LogIndex, matcher, runSliced } from "./log-index.js";
 import { RowView } from "./row-view.js";
 
 const MOST_SHOWN = 4_000;  // characters of one row
@@ -13,12 +13,12 @@ const MOST_TAGS = 2_000;
 // What the reader shows. `passing` and `hits` hold line numbers; a null `passing` passes every line;
 // `opening` and `searching` number the jobs, so that an older one knows that it has been replaced.
 const reader = {
-    index: null, passing: null, hits: null, hit: -1, query: "", current: -1, opening: 0, searching: 0,
+    index: null, passing: null, hits: [], hit: -1, query: "", current: -1, opening: 0, searching: 0,
 };
 const indexes = new Map();  // of the logs opened so far, by their elements
 let view = null;
 
-const lineOf = (row) => (reader.passing ? reader.passing.items[row] : row);
+const lineOf = (row) => (reader.passing ? reader.passing[row] : row);
 
 // The row of a line, or of the first line after it that is shown.
 function rowOf(line) {
@@ -26,7 +26,7 @@ function rowOf(line) {
     let [first, last] = [0, reader.passing.length];
     while (first < last) {
         const middle = (first + last) >> 1;
-        if (reader.passing.items[middle] < line) first = middle + 1;
+        if (reader.passing[middle] < line) first = middle + 1;
         else last = middle;
     }
     return first;
@@ -51,7 +51,7 @@ function makeRow(row) {
     const rest = index.length(line) - MOST_SHOWN;
     const shown = rest > 0 ? `${text} … ${count(rest)} more characters` : text;
     const number = el("span", { class: "number" }, String(line + 1).padStart(String(index.count).length));
-    const content = el("span", { class: `text p${index.priorities.items[line]}` }, ...markedText(shown));
+    const content = el("span", { class: `text p${index.priorities[line]}` }, ...markedText(shown));
     const current = line === reader.current ? " current" : "";
     return el("div", { class: `row${current}`, "data-line": line }, number, content);
 }
@@ -68,9 +68,9 @@ function selectLine(line) {
 
 function goToHit(place) {
     const { hits } = reader;
-    if (!hits || hits.length === 0) return;
+    if (hits.length === 0) return;
     reader.hit = (place + hits.length) % hits.length;
-    selectLine(hits.items[reader.hit]);
+    selectLine(hits[reader.hit]);
     view.reveal(rowOf(reader.current));
     byId("hits").textContent = `Hit ${count(reader.hit + 1)} of ${plural(hits.length, "line")}`;
     // A mark far to the right of a long line is scrolled into view as well.
@@ -90,8 +90,8 @@ async function search() {
     const job = ++reader.searching;
     const { index, passing } = reader;
     const query = byId("search").value;
-    const hits = new Numbers(Uint32Array);
-    Object.assign(reader, { query, hits: null, hit: -1 });
+    const hits = [];
+    Object.assign(reader, { query, hits: [], hit: -1 });
     byId("hits").textContent = query === "" ? "" : "Searching …";
     for (const id of ["previous", "next"]) byId(id).disabled = true;
     if (query !== "") {
@@ -107,7 +107,7 @@ async function search() {
     if (hits.length === 0) return;
     // Starts at the first hit from the view on, so that typing doesn't lose one's place.
     const from = lineOf(Math.min(Math.ceil(view.top), view.count - 1));
-    const ahead = hits.items.subarray(0, hits.length).findIndex((line) => line >= from);
+    const ahead = hits.findIndex((line) => line >= from);
     goToHit(Math.max(0, ahead));
 }
 
@@ -129,7 +129,7 @@ function applyFilters() {
 
 async function openLog() {
     const job = ++reader.opening;
-    ++reader.searching;  // a search in the log left behind has no use any more
+    ++reader.searching;  // a search in the log left behind is of no use any more
     const node = logs[Number(byId("log").value)];
     busy(true);
     let index = indexes.get(node);
@@ -142,7 +142,7 @@ async function openLog() {
     Object.assign(reader, { index, passing: null });
     const numbers = index.tagNames.map((_, number) => number).slice(1);
     if (numbers.length > MOST_TAGS) numbers.sort((a, b) => index.tagUses[b] - index.tagUses[a]);
-    // A damaged log may have a tag a line; the most used ones are offered, all can be typed.
+    // A damaged log may have a tag per line; the most used ones are offered, all can be typed.
     const names = numbers.slice(0, MOST_TAGS).map((number) => index.tagNames[number]).sort();
     byId("tags").replaceChildren(...names.map((name) => el("option", { value: name })));
     // Filters would hide all of a log whose lines have neither priority nor tag.

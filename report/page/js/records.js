@@ -5,7 +5,6 @@ import { failures, recovery, report } from "./data.js";
 import { asText, el, fill, list, nothing, plural, table, yesNo } from "./dom.js";
 
 export function showFailures() {
-    if (failures.length === 0) return fill("failures", nothing());
     const columns = [
         ["Time", (failure) => failure.time, "time"],
         ["Error number", (failure) => failure.number, "mono"],
@@ -13,13 +12,14 @@ export function showFailures() {
         ["Detail phase", (failure) => failure.detail_phase, "number"],
         ["Type", (failure) => failure.type, "number"],
         ["Reason", (failure) => failure.reason, "number"],
-        ["In words", (failure) => failure.situation, "words"],
+        ["In words", (failure) => failure.situation],
         ["Milestone never reached", (failure) => failure.missing_milestone, "mono"],
         ["Last event", (failure) => failure.last_event, "mono long"],
         ["Country", (failure) => failure.country],
     ];
     const caption = `${plural(failures.length, "record")}, in the order of the record files`;
-    fill("failures", table(caption, columns, failures, (failure) => (failure.stamp ? "stamp" : ""), "stack"));
+    const rowClass = (failure) => (failure.stamp ? "stamp" : "");
+    fill("failures", table(caption, columns, failures, { rowClass, style: "stack" }));
 }
 
 export function showRecovery() {
@@ -33,7 +33,6 @@ export function showRecovery() {
         ["Where the order is from", order && recovery.list_source],
         ["Not reported yet", report.pending ? `a failure in phase ${asText(report.pending.phase)}` : null],
         ["Disabled", yesNo(recovery.disabled)],
-        ["Note", recovery.note],
     ];
     // A device that never tried a recovery has few of these, and no row of blanks for the rest.
     const known = rows.filter(([, value]) => asText(value) !== "–");
@@ -44,7 +43,6 @@ export function showRecovery() {
 
 export function showUploads() {
     const uploads = list(report.uploads);
-    if (uploads.length === 0) return fill("uploads", nothing());
     const columns = [["File", (upload) => upload.file], ["Text", (upload) => upload.text, "mono"]];
     fill("uploads", table(`${plural(uploads.length, "report")} not collected yet`, columns, uploads));
 }

@@ -2,7 +2,7 @@
 // The timeline: which boot is drawn, and the tables under the charts.
 
 import { bootName, hasFailed, milestoneRows, seconds } from "./boots.js";
-import { chartsDrawn, drawCharts } from "./charts.js";
+import { drawCharts, isAnyDrawn } from "./charts.js";
 import { boots, report } from "./data.js";
 import { asText, byId, count, el, fill, list, nothing, table } from "./dom.js";
 
@@ -49,7 +49,7 @@ export function showTimeline() {
     drawCharts();
     // Even without a boot of its own the page can list the good boot's milestones.
     const tables = (boots.length ? boots : [{}]).flatMap(bootTables);
-    if (tables.length === 0 && !chartsDrawn()) tables.push(nothing());
+    if (tables.length === 0 && !isAnyDrawn()) tables.push(nothing());
     if (typeof Chart === "undefined") {
         tables.unshift(nothing("The charts can't be drawn; the tables hold the same data."));
     }
