@@ -78,19 +78,25 @@ void DaemonModel::removeHistory() {
 
 // The next step of the ladder, and only that.
 bool DaemonModel::runRecovery() {
-    if (disabled() || mReason == 0) return false;
+    const bool allowed = !disabled() && mReason != 0;
     const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
     const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
     // After a reset the walk starts again.
-    if (!mFirstBoot && says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
+    if (allowed && !mFirstBoot &&
+        says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
         removeHistory();
     }
-    if (exists(kOverride)) {
+    if (allowed && exists(kOverride)) {
         mList = mTable = readOverride(read(kOverride), mReason).value_or(mTable);
-    } else {
+    } else if (allowed) {
         mList = defaultActions(mReason).value_or(mList);
     }
-    const Step step = reconcile(observe(), unread, known);
+    Step step = observe();
+    if (allowed) {
+        step = reconcile(step, unread, known);
+    } else if (step.action != 0) {
+        broken(format("recovery action %d where none is allowed", step.action));
+    }
     if (!step.history.empty()) writeOrLog(kHistory, step.history, false);
     act(step.action);
     return step.action != 0;
