@@ -93,11 +93,13 @@ protected:
     // Runs a command when no descriptor is left for its pipe once the output is open; exits 42 if
     // that is reported.
     void commandWithoutDescriptors() {
+        Bootvigil& monitor = *Bootvigil::createInstance();
+        std::string text;
         const int next = dup(0);
         close(next);
         const rlimit files = {static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
         setrlimit(RLIMIT_NOFILE, &files);
-        const bool failed = command("true") == -1;
+        const bool failed = monitor.shellCmdFile("true", text) == -1 && command("true") == -1;
         _exit(failed && takeLog().back() == "D compressShellCmdFile popen cmd true failed!!!" ? 42
                                                                                               : 1);
     }
@@ -149,6 +151,13 @@ TEST(ExpectedStream, LosesTheCarriedBytes) {
               in.substr(0, kBlock) + std::string(1024, '\0') + in.substr(66560));
     // a whole number of blocks ends in zeros that the input never had
     EXPECT_EQ(expectedStream(makeText(2 * kBlock)).size(), 2 * kBlock + 1024);
+}
+
+TEST(CompressBase, CompressesNothing) {
+    bootvigil::CompressBase base;
+    EXPECT_EQ(base.compressComFile(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(base.compressStreamFile(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(base.compressShellCmdFile(nullptr, nullptr, 5), 0);
 }
 
 TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
@@ -261,14 +270,16 @@ TEST_F(CompressZstdTest, LackOfMemoryForAnyBufferEndsTheProcess) {
         lab::Trace trace;
         const auto starve = [&](int nth) noexcept {
             boot.faults = {{lab::Fault::Call::MALLOC, nth, 1}};
+            if (freopen("/data/errors", "w", stderr) == nullptr) _exit(1);
             lab::calls::start(boot, trace);
             lab::calls::thisIsTheWorker();
             _exit(c.compress());
         };
         int buffers = 0;
         const auto count = [&](int status) {
-            if (WIFEXITED(status) && WEXITSTATUS(status) == 8) ++buffers;
-            return true;
+            if (!WIFEXITED(status) || WEXITSTATUS(status) != 8) return true;
+            ++buffers;
+            return read("/data/errors") == "malloc: Cannot allocate memory\n";
         };
         for (int nth = 1; nth < 16; ++nth) EXPECT_EXIT(starve(nth), count, "");
         EXPECT_EQ(buffers, c.buffers);

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 
@@ -101,6 +102,9 @@ TEST_F(UtilsTest, ReadsLines) {
     EXPECT_EQ(getFirstLine("/data/first"), "11d\r");
     // a folder opens but can't be read, and counts as one empty line
     EXPECT_EQ(getFirstLine("/data"), "");
+    mknod("/data/socket", S_IFSOCK | 0600, 0);  // is there, but can't be opened
+    EXPECT_EQ(getFirstLine("/data/socket"), "0");
+    EXPECT_EQ(takeLog().back(), "E read open /data/socket failed");
     EXPECT_EQ(getFileLines("/data"), Fields{});
 }
 
