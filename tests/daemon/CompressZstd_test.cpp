@@ -169,6 +169,10 @@ TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
     EXPECT_TRUE(logged(
             "D compressShellCmdFile:output=/velafs/boot_vigil/log/out.zs, input=cat /data/in; "
             "false"));
+    stream("/data/in");
+    const std::string five = read(kOut);
+    mCompressor.compressStreamFile("/data/in", "out", 6);
+    EXPECT_NE(read(kOut), five) << "the level makes no difference";
 }
 
 TEST_F(CompressZstdTest, MemoryDoesNotGrowWithTheInput) {
@@ -205,15 +209,19 @@ TEST_F(CompressZstdTest, InputThatCannotBeRead) {
 }
 
 TEST_F(CompressZstdTest, ResourceFailuresEndTheProcess) {
-    EXPECT_EXIT(mCompressor.compressStreamFile(nullptr, "out", 5), testing::ExitedWithCode(1),
-                "^bootvigil/compress/CompressZstd.cpp:[0-9]+ CHECK\\(input != NULL\\) failed: "
-                "compressStreamFile input == NULL!\n$");
-    EXPECT_EXIT(mCompressor.compressShellCmdFile(nullptr, nullptr, 5), testing::ExitedWithCode(1),
-                "cmd != NULL.*compressShellCmdFile cmd == NULL!");
     std::string path = "/data/in";
     write(path, makeText(1000000));
-    EXPECT_EXIT(mCompressor.compressComFile(path.data(), nullptr, 5), testing::ExitedWithCode(1),
-                "fileName != NULL.*compressComFile fileName == NULL!");
+    const auto dies = [&](auto compress, const std::string& name, const std::string& input) {
+        const std::string start = "^bootvigil/compress/CompressZstd.cpp:[0-9]+ CHECK\\(";
+        const std::string middle = " != NULL\\) failed: " + name + " ";
+        EXPECT_EXIT((mCompressor.*compress)(nullptr, path.data(), 5), testing::ExitedWithCode(1),
+                    start + input + middle + input + " == NULL!\n$");
+        EXPECT_EXIT((mCompressor.*compress)(path.data(), nullptr, 5), testing::ExitedWithCode(1),
+                    start + "fileName" + middle + "fileName == NULL!\n$");
+    };
+    dies(&bootvigil::CompressZstd::compressComFile, "compressComFile", "input");
+    dies(&bootvigil::CompressZstd::compressStreamFile, "compressStreamFile", "input");
+    dies(&bootvigil::CompressZstd::compressShellCmdFile, "compressShellCmdFile", "cmd");
     // no room for what was compressed: noticed when written, or at the latest when closed
     mCompressor.mOutputDir = "/data";
     mCompressor.mFileSuffix = nullptr;

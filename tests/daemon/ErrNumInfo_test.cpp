@@ -3,7 +3,9 @@
 
 #include "bootvigil/ErrNumInfo.h"
 
+#include <android/log.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/daemon/DeviceTest.h"
 
@@ -71,6 +73,15 @@ TEST_F(ErrNumInfoTest, FileIsRestartedAt5120Bytes) {
     EXPECT_TRUE(info.saveLogInfo());
     EXPECT_EQ(read(kBackup), before);
     EXPECT_EQ(read(kRecord).substr(0, 5), "TIME:");
+}
+
+TEST_F(ErrNumInfoTest, LineThenFlagThenWord) {
+    static std::string seen;
+    __android_log_set_logger([](const __android_logger_data*, const char*) {
+        seen += read(kRecord).substr(0, 5) + read(kFlag) + " ";
+    });
+    EXPECT_TRUE(ErrNumInfo().saveLogInfo());
+    EXPECT_EQ(seen, "TIME:<missing> TIME:<missing> TIME:0 ");
 }
 
 TEST_F(ErrNumInfoTest, WhatCannotBeOpened) {
@@ -147,6 +158,11 @@ TEST_F(ErrNumInfoTest, SubmitsTheLastLineInShort) {
     EXPECT_EQ(modeOf(kUpload), 0777);
     EXPECT_EQ(modeOf("/velafs/SDD/bf_upload"), 0777);
 
+    remove(kUpload);
+    symlink("/none/upload", kUpload);
+    ErrNumInfo::submitInfo();
+    EXPECT_TRUE(logged("E Open file path /velafs/SDD/bf_upload/boot_vigil fail."));
+    remove(kUpload);
     write(kUpload, "uncollected");
     ErrNumInfo::submitInfo();
     EXPECT_EQ(read(kUpload), "uncollected");

@@ -20,6 +20,7 @@ public:
     using Handler::Handler;
 
     void handleMessage(const android::Message& message) override {
+        EXPECT_EQ(android::Looper::getForThread(), mLooper);
         if (message.what == kChain && mChained++ == 0) sendMessageDelayed(30000000000, message);
         const std::lock_guard<std::mutex> lock(mLock);
         mDeliveries.emplace_back(message.what, lab::vtime::now());
