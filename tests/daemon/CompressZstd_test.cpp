@@ -225,41 +225,29 @@ TEST_F(CompressZstdTest, ResourceFailuresEndTheProcess) {
     // no room for what was compressed: noticed when written, or at the latest when closed
     mCompressor.mOutputDir = "/data";
     mCompressor.mFileSuffix = nullptr;
-    const rlimit small = {4096, 4096};
-    EXPECT_EXIT(
-            {
-                signal(SIGXFSZ, SIG_IGN);
-                setrlimit(RLIMIT_FSIZE, &small);
-                file(path);
-            },
-            testing::ExitedWithCode(5), "fwrite: File too large");
     write("/data/few", makeText(1000));  // compressed, fits into the stream's buffer
-    const rlimit tiny = {64, 64};
-    EXPECT_EXIT(
-            {
-                signal(SIGXFSZ, SIG_IGN);
-                setrlimit(RLIMIT_FSIZE, &tiny);
-                file("/data/few");
-            },
-            testing::ExitedWithCode(3), "fclose: File too large");
+    const auto limited = [&](rlim_t bytes, const char* input) {
+        const rlimit limit = {bytes, bytes};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        file(input);
+    };
+    EXPECT_EXIT(limited(4096, "/data/in"), testing::ExitedWithCode(5), "fwrite: File too large");
+    EXPECT_EXIT(limited(64, "/data/few"), testing::ExitedWithCode(3), "fclose: File too large");
     EXPECT_EXIT(file(path, "none/out"), testing::ExitedWithCode(2),
                 "/data/none/out: No such file or directory");
 }
 
 TEST_F(CompressZstdTest, ReadThatIsInterruptedEndsTheProcess) {
-    EXPECT_EXIT(
-            {
-                interruptReads();
-                command("sleep 1");
-            },
-            testing::ExitedWithCode(4), "fread: Interrupted system call");
-    EXPECT_EXIT(
-            {
-                interruptReads();
-                std::string output;
-                Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
-            },
-            testing::ExitedWithCode(4), "fread: Interrupted system call");
+    const auto interrupted = [&](bool compressed) {
+        interruptReads();
+        std::string output;
+        if (compressed) _exit(command("sleep 1"));
+        Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
+    };
+    for (const bool compressed : {true, false}) {
+        EXPECT_EXIT(interrupted(compressed), testing::ExitedWithCode(4), "fread: Interrupted");
+    }
 }
 
 TEST_F(CompressZstdTest, LackOfMemoryForAnyBufferEndsTheProcess) {
