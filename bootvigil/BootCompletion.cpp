@@ -50,8 +50,8 @@ static bool checkBootFinished(int* phase) {
 }
 
 bool Bootvigil::checkBootAllComplete() {
-    int phase = 0;
-    if (!checkBootFinished(&phase)) return false;
+    int ignored = 0;
+    if (!checkBootFinished(&ignored)) return false;
 
     // A set-up-wizard stall recorded in this run has resolved itself, so it was no failure.
     if (mOobePhase >= 1 && mOobePhase == mErrNumInfo->mMainPhase &&

@@ -64,8 +64,9 @@ IPCThreadState* IPCThreadState::self() {
     return thread;
 }
 
-void IPCThreadState::joinThreadPool(bool /* isMain */) {
-    for (;;) pause();
+// Sends away all threads but the main one.
+void IPCThreadState::joinThreadPool(bool isMain) {
+    while (isMain) pause();
 }
 
 }  // namespace android

@@ -69,20 +69,6 @@ TEST_F(BfRecoveryTest, DefaultListsAreWalkedAndStartOverAfterAReset) {
                                                    "D not found disable file, is Enable."}));
 }
 
-TEST_F(BfRecoveryTest, FirstBootAfterAResetIsNotResetAgain) {
-    write(kHistory, "35d");
-    EXPECT_STREQ(fail(100, true).does, "no");
-    EXPECT_TRUE(logged("E not found next recovery mode"));
-    EXPECT_EQ(read(kHistory), "35d");
-    write(kHistory, "15c");
-    EXPECT_STREQ(fail(99, true).does, "reboot");
-    // a step that comes to a reset only clears the history
-    write(kHistory, "22d");
-    const Step step = fail(100, true);
-    EXPECT_STREQ(step.does, "wait");
-    EXPECT_EQ(step.history, "<missing>");
-}
-
 TEST_F(BfRecoveryTest, DamagedHistoryBlocksOrGoesOn) {
     for (const char* history : {"", "\n11d", "5", "x1d", "/1d"}) {
         write(kHistory, history);
@@ -114,6 +100,7 @@ TEST_F(BfRecoveryTest, DamagedHistoryBlocksOrGoesOn) {
 TEST_F(BfRecoveryTest, OverrideListDecidesInstead) {
     write(kOverride, "100|21555\n100|512\nno list\n20|51000\n  100x|1200055\n");
     EXPECT_EQ(fail(100).history, "11d");  // the last line that matches, five digits of it
+    EXPECT_TRUE(logged("I getRecoveryList from recoveryList:1200055"));
     EXPECT_EQ(fail(100).history, "22d");
     EXPECT_STREQ(fail(100).does, "no");
     EXPECT_EQ(takeLog().back(), "E not found next recovery mode");

@@ -92,6 +92,8 @@ TEST_F(BootvigilTest, MakesTheDirectoriesOpenToAll) {
     EXPECT_FALSE(Bootvigil::checkVelafs());
     EXPECT_EQ(takeLog().back(), "E BOOTVIGIL create /velafs/boot_vigil failed(File exists)");
     EXPECT_FALSE(exists("/velafs/SDD"));
+    std::filesystem::rename("/velafs/boot_vigil", "/velafs/SDD");
+    EXPECT_FALSE(Bootvigil::checkVelafs());
 }
 
 TEST_F(BootvigilTest, NotificationFillsRecordAndCache) {

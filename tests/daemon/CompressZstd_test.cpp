@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <zstd.h>
 
 #include <filesystem>
 #include <functional>
@@ -171,6 +172,7 @@ TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
             "false"));
     stream("/data/in");
     const std::string five = read(kOut);
+    EXPECT_EQ(ZSTD_findFrameCompressedSize(five.data(), five.size()), five.size()) << "one frame";
     mCompressor.compressStreamFile("/data/in", "out", 6);
     EXPECT_NE(read(kOut), five) << "the level makes no difference";
 }
@@ -301,6 +303,7 @@ TEST_F(CompressZstdTest, ArchiveTakesTheFolderWithIt) {
     EXPECT_NE(read("/velafs/boot_vigil/log.tar").find("text"), std::string::npos);
     EXPECT_EQ(takeLog(),
               (std::vector<std::string>{"D child normal exit....", "D endCompress end"}));
+    EXPECT_EQ(mCompressor.CompressBase::endCompress(), 0);
 }
 
 }  // namespace
