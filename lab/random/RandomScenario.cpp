@@ -250,7 +250,7 @@ private:
             mBoot.properties["ro.boot.mode"] = mPlatform.percent(50) ? "charger" : "normal ";
         }
         if (mPlatform.percent(mOdds.absent) && mPlatform.percent(30)) mBoot.partitionAbsent = true;
-        if (mPlatform.percent(5)) mBoot.profilePath = "/proc/velabootprof";
+        if (mPlatform.percent(5)) mBoot.profilePath = kVelaBootProfile;
     }
 
     void people() {
