@@ -37,15 +37,6 @@ std::optional<std::string> readOverride(const std::vector<std::string>& lines, i
 std::optional<std::string> defaultActions(int reason);
 int digitAt(const std::string& text, size_t index);
 
-// The archives that the daemon makes itself, and the log that each holds.
-inline const TextMap kArchives = {{"android_crash_log", "crash"},
-                                  {"android_main_log", "main"},
-                                  {"android_events_log", "events"},
-                                  {"android_system_log", "system"},
-                                  {"android_radio_log", "radio"},
-                                  {"sys_kernel_log", "kernel"},
-                                  {"console-ramoops-0", ""}};
-
 class DaemonModel : protected DeviceModel {
 protected:
     // `submitted`: record lines, by earlier boots and this one.

@@ -200,8 +200,8 @@ void DaemonModel::saveDeviceInfo() {
 
 // Without the folder the compressor ends the process.
 void DaemonModel::captureSelf() {
-    for (const auto& archive : kArchives) {
-        const std::string path = kLogs + "/" + archive.first + kArchiveSuffix;
+    for (const CapturedLog& log : kCapturedLogs) {
+        const std::string path = archivePath(log.archive);
         if (!write(path, "")) throw MustEnd{0, 2};
         expectAct(TraceEvent::OPERATION, "open " + path);
     }

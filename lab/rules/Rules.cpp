@@ -153,8 +153,8 @@ private:
     // Each holds its own log, of which only the main one goes on.
     void checkArchives() {
         if (!mCaptured || mSeen.archives.empty() || !mFaults.empty() || mNoSpace) return;
-        for (const auto& [name, buffer] : kArchives) {
-            const std::string path = kLogs + "/" + name + kArchiveSuffix;
+        for (const auto& [name, buffer] : kCapturedLogs) {
+            const std::string path = archivePath(name);
             const auto archive = lookUp(mSeen.archives, path);
             const auto log = lookUp(mSeen.logBuffers, buffer);
             if (!archive || !log) continue;
