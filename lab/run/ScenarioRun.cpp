@@ -81,7 +81,6 @@ ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Ke
 void ScenarioRun::run() {
     Platform platform(mScenario, mRoot);
     BootProcess process(mScenario, mRoot, mLog ? &*mLog : nullptr);
-    Rules rules;
     std::optional<TextMap> filesLeft;  // by the boot before
     for (const Boot& boot : mScenario.boots) {
         const int number = static_cast<int>(mOutcomes.size()) + 1;
@@ -111,7 +110,7 @@ void ScenarioRun::run() {
         seen.endedAt = outcome.endedAt;
         seen.filesAfter = filesKept(mRoot);
         if (mKeep != Keep::TRACE) readArchives(mRoot, seen);
-        outcome.violations = rules.check(seen);
+        outcome.violations = checkRules(seen);
         if (process.trace().full()) {
             throw std::runtime_error("a boot's trace is longer than expected");
         }
