@@ -15,7 +15,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "report/read/Report.h"
+#include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
 #include "report/show/Text.h"
@@ -55,7 +55,7 @@ void showProgress(size_t done, size_t all) {
 // Prints one line of JSON per folder, in the order given. Twice as many folders as processors are
 // read at a time: a slow one keeps no processor waiting, and memory has a bound.
 int showFleet(const std::vector<std::string>& folders) {
-    const size_t most = 2 * std::max(1U, std::thread::hardware_concurrency());
+    const size_t most = 2UL * std::max(1U, std::thread::hardware_concurrency());
     std::deque<std::future<std::pair<std::string, bool>>> lines;
     bool readable = true;
     for (size_t started = 0, done = 0; done < folders.size(); ++done) {

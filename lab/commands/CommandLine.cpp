@@ -47,6 +47,9 @@ void Command::does(std::function<int()> action) {
 
 CommandLine::CommandLine(const std::string& about) : mApp(std::make_unique<CLI::App>(about)) {
     mApp->require_subcommand(1);
+    mApp->failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "bootvigil-lab: " + std::string(error.what()) + " (--help shows what there is)\n";
+    });
 }
 
 CommandLine::~CommandLine() = default;

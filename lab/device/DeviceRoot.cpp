@@ -83,13 +83,10 @@ void requireDeviceRoot(char** argv) {
         exit(1);
     }
     setenv(kInNamespace, "1", 1);
-    std::vector<char*> arguments;
-    for (const char* argument : {"unshare", "--user", "--map-root-user", "--mount"}) {
-        arguments.push_back(const_cast<char*>(argument));
-    }
+    std::vector<const char*> arguments = {"unshare", "--user", "--map-root-user", "--mount"};
     for (char** argument = argv; *argument != nullptr; ++argument) arguments.push_back(*argument);
     arguments.push_back(nullptr);
-    execvp("unshare", arguments.data());
+    execvp("unshare", const_cast<char**>(arguments.data()));
     perror("unshare");
     exit(1);
 }

@@ -174,13 +174,12 @@ void operationDone(Call call, const std::string& path, bool succeeded) {
 
 // Any operation but one on a descriptor; `detail` is shown after its name.
 template <typename Operation>
-int onPath(Call call, const char* path, int error, Operation operation,
-           const std::string& detail = "") {
+int onPath(Call call, const char* path, Operation operation, const std::string& detail = "") {
     if (!watching() || !onDevice(path)) return operation();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     keepOld(path);
-    const int result = failsNow(call, error) ? -1 : operation();
+    const int result = failsNow(call, EIO) ? -1 : operation();
     operationDone(kCallNames[static_cast<size_t>(call)] + detail, path, result == 0);
     return result;
 }
@@ -191,14 +190,9 @@ int openWatched(const char* path, bool forWriting, Open open) {
     if (!watching()) return open();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
-    if (isProperty(path)) {
-        const int fd = open();
-        if (forWriting && fd >= 0 && fd < kMaxFd) gPaths[fd] = path;
-        return fd;
-    }
     const bool device = onDevice(path);
     if (device && forWriting) keepOld(path);
-    const int fd = failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
+    const int fd = !isProperty(path) && failsNow(Call::OPEN, EMFILE, path) ? -1 : open();
     if (forWriting && fd >= 0 && fd < kMaxFd && (device || isMessage(path))) gPaths[fd] = path;
     if (device && forWriting) operationDone(Call::OPEN, path, fd >= 0);
     return fd;
@@ -398,16 +392,16 @@ int close(int fd) {
 
 int rename(const char* from, const char* to) noexcept {
     static auto* const realRename = next<int(const char*, const char*)>("rename");
-    return onPath(Call::RENAME, from, EIO, [&] { return realRename(from, to); });
+    return onPath(Call::RENAME, from, [&] { return realRename(from, to); });
 }
 
 int remove(const char* path) noexcept {
-    return onPath(Call::REMOVE, path, EIO, [&] { return realRemove(path); });
+    return onPath(Call::REMOVE, path, [&] { return realRemove(path); });
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
     static auto* const realMkdir = next<int(const char*, mode_t)>("mkdir");
-    return onPath(Call::MKDIR, path, EIO, [&] { return realMkdir(path, mode); });
+    return onPath(Call::MKDIR, path, [&] { return realMkdir(path, mode); });
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
@@ -415,7 +409,7 @@ int chmod(const char* path, mode_t mode) noexcept {
     char detail[16];
     snprintf(detail, sizeof(detail), " %04o", mode);
     return onPath(
-            Call::CHMOD, path, EIO, [&] { return realChmod(path, mode); }, detail);
+            Call::CHMOD, path, [&] { return realChmod(path, mode); }, detail);
 }
 
 FILE* popen(const char* command, const char* mode) {

@@ -40,7 +40,9 @@ public:
           mBoot(rebuilt.scenario.boots.emplace_back()),
           mRecorded(rebuilt.recorded) {
         rebuilt.scenario.properties = {{"ro.boot.mode", "normal"}};
-        for (const CapturedLog& log : kCapturedLogs) rebuilt.scenario.logSizes[log.buffer] = 0;
+        for (const CapturedLog& log : kCapturedLogs) {
+            if (!log.buffer.empty()) rebuilt.scenario.logSizes[log.buffer] = 0;
+        }
     }
 
     void rebuild(const std::vector<Message>& messages, bool beginningKept,

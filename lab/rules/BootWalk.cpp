@@ -65,7 +65,7 @@ void BootWalk::deliver(size_t index) {
     // The looper's list keeps a message that it lacks the memory to take out.
     const bool again = mNoMemory && what == mLastWhat && event.ms == mLastEnd;
     if (isNext && (next->first <= event.ms || !again)) {
-        checkTime(index, next->first);
+        checkTime(index, what, next->first);
         mPending.erase(next);
     } else if (!again) {
         broken(format("delivers message %x, which is not the next one", what));
@@ -79,10 +79,10 @@ void BootWalk::deliver(size_t index) {
 }
 
 // When due, or else as soon as the message before is done.
-void BootWalk::checkTime(size_t index, int64_t due) {
+void BootWalk::checkTime(size_t index, int what, int64_t due) {
     const int64_t ms = mSeen.events[index].ms;
     if (ms != std::max(due, mLastEnd)) {
-        broken(format("a message was due at %.3f s", static_cast<double>(due) / 1000.0));
+        broken(format("message %x was due at %.3f s", what, static_cast<double>(due) / 1000.0));
     }
     while (index > 0 && mSeen.events[index - 1].kind == TraceEvent::FAULT) --index;
     const bool woken = index > 0 && mSeen.events[index - 1].kind == TraceEvent::WAKE;

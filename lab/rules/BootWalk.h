@@ -22,7 +22,7 @@ protected:
 private:
     void checkWakes();
     void deliver(size_t index);
-    void checkTime(size_t index, int64_t due);
+    void checkTime(size_t index, int what, int64_t due);
 
     int mLastWhat = 0;
 };

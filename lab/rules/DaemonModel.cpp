@@ -35,8 +35,8 @@ std::string eventOf(const std::string& line) {
 
 }  // namespace
 
-DaemonModel::DaemonModel(const BootObservation& boot, std::set<std::string>& submitted)
-    : DeviceModel(boot), mSubmitted(submitted), mFileReason(firstLine(content(kReason))) {
+DaemonModel::DaemonModel(const BootObservation& boot)
+    : DeviceModel(boot), mFileReason(firstLine(content(kReason))) {
     post(kStart, 10);
 }
 
@@ -55,11 +55,20 @@ void DaemonModel::handle(int what) {
     if (what == kStart) return start();
     if (what == kPoll) return poll();
     if (what == kTimeout) return timeout();
-    if (what == kRecovery) return recover();
-    if (what == kAfterBoot) return afterBoot();
-    if (what != kExit) return broken("a message that no rule names");
-    expect("bootvigil exit.");
-    throw MustEnd{};
+    if (what == kExit) {
+        expect("bootvigil exit.");
+        throw MustEnd{};
+    }
+    if (what == kAfterBoot) {
+        if (systemError()) return post(kRecovery, 10);
+        if (checkSuccess(/* late= */ true)) expect("Have recoveryed.");
+    } else if (what == kRecovery) {
+        expect(runRecovery() ? "Have found error number."
+                             : format("BOOTVIGIL wrong reason to run recovery, %d", mReason));
+    } else {
+        return broken("a message that no rule names");
+    }
+    post(kExit, 10);
 }
 
 void DaemonModel::start() {
@@ -130,18 +139,6 @@ void DaemonModel::checkWizard() {
     mWizardChecks = same ? mWizardChecks + 1 : 0;
     mWizardPhase = phase;
     post(kTimeout, 240);
-}
-
-void DaemonModel::recover() {
-    expect(runRecovery() ? "Have found error number."
-                         : format("BOOTVIGIL wrong reason to run recovery, %d", mReason));
-    post(kExit, 10);
-}
-
-void DaemonModel::afterBoot() {
-    if (systemError()) return post(kRecovery, 10);
-    if (checkSuccess(/* late= */ true)) expect("Have recoveryed.");
-    post(kExit, 10);
 }
 
 // ---- What is found out of a boot
@@ -224,7 +221,7 @@ bool DaemonModel::bootFinished(int* wizardPhase) {
 void DaemonModel::settle() {
     if (mWizardPhase >= kWizardPhase && mWizardPhase == mMainPhase) {
         revert();
-        if (!remove(kFlag)) mSubmitted.clear();
+        remove(kFlag);
         mWizardPhase = 0;
     }
     const std::string flag = content(kFlag, "0");
@@ -236,7 +233,7 @@ void DaemonModel::settle() {
         mRecordLines += line;
         writeOrLog(kRecord, line, true);
     }
-    if (!remove(kFlag)) mSubmitted.clear();
+    remove(kFlag);
 }
 
 // 0 for a process that nobody knows, -1 for none.

@@ -37,26 +37,15 @@ std::optional<std::string> readOverride(const std::vector<std::string>& lines, i
 std::optional<std::string> defaultActions(int reason);
 int digitAt(const std::string& text, size_t index);
 
-// The archives that the daemon makes itself, and the log that each holds.
-inline const TextMap kArchives = {{"android_crash_log", "crash"},
-                                  {"android_main_log", "main"},
-                                  {"android_events_log", "events"},
-                                  {"android_system_log", "system"},
-                                  {"android_radio_log", "radio"},
-                                  {"sys_kernel_log", "kernel"},
-                                  {"console-ramoops-0", ""}};
-
 class DaemonModel : protected DeviceModel {
 protected:
-    // `submitted`: record lines, by earlier boots and this one.
-    DaemonModel(const BootObservation& boot, std::set<std::string>& submitted);
+    explicit DaemonModel(const BootObservation& boot);
 
     void beforeMessages();
     void post(int what, int64_t seconds);
     // Throws MustEnd.
     void handle(int what);
 
-    std::set<std::string>& mSubmitted;
     std::multimap<int64_t, int> mPending;  // messages, by when they are due
     bool mReset = false;                   // asked of the platform
     int64_t mRequest = -1;                 // to the platform, when
@@ -81,8 +70,6 @@ private:
     void poll();
     void timeout();
     void checkWizard();
-    void recover();
-    void afterBoot();
 
     // What is found out.
     bool booted() const;
@@ -102,14 +89,11 @@ private:
     bool usable();
     void notify(int type, int phase, int detail, int reason);
     std::string recordLine(int code, const std::string& info, const std::string& extra) const;
-    void saveRecord(const std::string& line);
     void backUp();
     void revert();
     void submit();
-    std::string lastRecordLine();
     void upload(const std::string& path, const std::string& text);
     void capture(Wanted wanted);
-    void expectRequest(const Wanted& wanted);
     void leaveMarker();
     void saveDeviceInfo();
     void captureSelf();
@@ -124,7 +108,6 @@ private:
     std::string historyLine() const;
     int lastAction() const;
     void removeHistory();
-    void chooseList();
     bool runRecovery();
     Step predict(const std::string& place, const std::string& last) const;
     Step observe();

@@ -41,17 +41,14 @@ void DaemonModel::notify(int type, int phase, int detail, int reason) {
     if (!usable()) return;
     const int code = (phase & 15) << 20 | (detail & 255) << 12 | (type & 15) << 8 | mReason;
     const std::string country = property("persist.sys.oobe_country");
-    saveRecord(recordLine(code, mCoreText, "Country(" + country + ")  "));
-}
-
-void DaemonModel::saveRecord(const std::string& line) {
+    const std::string line = recordLine(code, mCoreText, "Country(" + country + ")  ");
+    mRecordLines += line;
     const bool restart = content(kRecord).size() >= 5120;
     if (restart) backUp();
-    mRecordLines += line;
-    const std::string flagging = format("saveBfFlag mMainPhase = %d.", mMainPhase);
+    const std::string flagging = format("saveBfFlag mMainPhase = %d.", phase);
     if (take(flagging)) {  // so the record was written; a failure that is logged is the flag's
         write(kRecord, line, !restart);
-        writeOrLog(kFlag, std::to_string(mMainPhase), false);
+        writeOrLog(kFlag, std::to_string(phase), false);
     } else if (writeOrLog(kRecord, line, !restart)) {
         expect(flagging);
     }
@@ -82,9 +79,14 @@ void DaemonModel::revert() {
 void DaemonModel::submit() {
     if (!exists(kRecord)) return;
     if (says("submitLogInfo: read open", false, cannotOpen(kRecord))) return;
-    const std::string line = lastRecordLine();
-    if (!line.empty() && !mSubmitted.insert(line).second) {
-        broken("submits a second time: " + line);
+    const std::vector<std::string> lines = linesOf(content(kRecord));
+    std::string line = lines.empty() ? "" : lines.back();
+    const std::string start = "submitInfo:info = ";
+    const auto shown = expect(start);
+    if (shown && excused(kRecord)) {
+        line = shown->substr(start.size());  // so that is what it read
+    } else if (shown && *shown != start + line && line.size() < kLongestLogged) {
+        broken("submits another line than the last: " + *shown);
     }
     std::string payload = "Unknow|Unknow|Unknow";
     const std::vector<std::string> fields = split(line, ";    ");
@@ -103,18 +105,6 @@ void DaemonModel::submit() {
     upload(kFailureUpload, "BOOTVIGIL|" + payload);
 }
 
-std::string DaemonModel::lastRecordLine() {
-    const std::vector<std::string> lines = linesOf(content(kRecord));
-    const std::string line = lines.empty() ? "" : lines.back();
-    const std::string start = "submitInfo:info = ";
-    const auto shown = expect(start);
-    if (shown && excused(kRecord)) return shown->substr(start.size());  // so that is what it read
-    if (shown && *shown != start + line && line.size() < kLongestLogged) {
-        broken("submits another line than the last: " + *shown);
-    }
-    return line;
-}
-
 // What has not been collected stays.
 void DaemonModel::upload(const std::string& path, const std::string& text) {
     if (!makeFolder(kUploads) || exists(path)) return;
@@ -131,15 +121,17 @@ void DaemonModel::capture(Wanted wanted) {
     const bool service = number("persist.sys.bootvigil.debug") != 1 &&
                          property("init.svc.kel", " ") == "running" &&
                          property("init.svc.kelvservice", " ") == "running";
-    const auto asked = take("type: ");
-    if (decide(service, asked.has_value(), false, "a request to the log-capture service")) {
-        const std::string line =
-                format("type: %lld; pid:%d; ext:%s ", static_cast<long long>(wanted.type),
-                       wanted.pid, wanted.note.c_str());
-        if (asked && *asked != line && mFaults.empty() && !mNoSpace) {
-            broken("asks the log-capture service \"" + *asked + "\", not \"" + line + "\"");
+    if (says("type: ", service)) {
+        const std::string start = format("%s|%lld|%d|", kLogServiceId.c_str(),
+                                         static_cast<long long>(wanted.type), wanted.pid);
+        auto& requests = mActs[TraceEvent::REQUEST];
+        // Which files it names may depend on what failed.
+        const auto made = requests.lower_bound(start);
+        if ((!mFaults.empty() || mNoSpace) && made != requests.end() && startsWith(*made, start)) {
+            requests.erase(made);
+        } else if (!cannotOpen(kKelRequestFile)) {
+            expectAct(TraceEvent::REQUEST, start + wanted.note);
         }
-        expectRequest(wanted);
         journal("KEL capture log");
         mCaptureState = 1;
         return;
@@ -148,19 +140,6 @@ void DaemonModel::capture(Wanted wanted) {
     captureSelf();
     journal("USER capture log");
     mCaptureState = 2;
-}
-
-void DaemonModel::expectRequest(const Wanted& wanted) {
-    const std::string start = format("%s|%lld|%d|", kLogServiceId.c_str(),
-                                     static_cast<long long>(wanted.type), wanted.pid);
-    auto& requests = mActs[TraceEvent::REQUEST];
-    // Which files it names may depend on what failed.
-    const auto made = requests.lower_bound(start);
-    if ((!mFaults.empty() || mNoSpace) && made != requests.end() && startsWith(*made, start)) {
-        requests.erase(made);
-    } else if (!cannotOpen(kKelRequestFile)) {
-        expectAct(TraceEvent::REQUEST, start + wanted.note);
-    }
 }
 
 // In the kernel log, unless the boot before has left one there.
@@ -200,8 +179,8 @@ void DaemonModel::saveDeviceInfo() {
 
 // Without the folder the compressor ends the process.
 void DaemonModel::captureSelf() {
-    for (const auto& archive : kArchives) {
-        const std::string path = kLogs + "/" + archive.first + kArchiveSuffix;
+    for (const CapturedLog& log : kCapturedLogs) {
+        const std::string path = archivePath(log.archive);
         if (!write(path, "")) throw MustEnd{0, 2};
         expectAct(TraceEvent::OPERATION, "open " + path);
     }

@@ -14,9 +14,13 @@ namespace lab {
 namespace {
 
 // Of actions, a digit for each.
-const std::map<int, std::string> kDefaultLists = {{20, "12500"}, {21, "15000"}, {22, "15000"},
-                                                  {23, "15000"}, {99, "51000"}, {100, "12500"},
-                                                  {120, "12500"}};
+const std::map<int, std::string> kDefaultLists = {{kSystemError, "12500"},
+                                                  {kLateSystemError, "12500"},
+                                                  {kFoundByDaemon, "12500"},
+                                                  {kKeyLockError, "15000"},
+                                                  {21, "15000"},
+                                                  {23, "15000"},
+                                                  {99, "51000"}};
 
 // How the daemon says that it takes an action.
 const std::map<int, std::string> kActions = {{kReboot, "try to reboot"},
@@ -72,31 +76,27 @@ void DaemonModel::removeHistory() {
     if (exists(kHistory)) remove(kHistory);
 }
 
-void DaemonModel::chooseList() {
-    if (exists(kOverride)) {
-        mTable = readOverride(read(kOverride), mReason).value_or(mTable);
-        mList = mTable;
-    } else {
-        mList = defaultActions(mReason).value_or(mList);
-    }
-}
-
 // The next step of the ladder, and only that.
 bool DaemonModel::runRecovery() {
     const bool allowed = !disabled() && mReason != 0;
     const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
     const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
-    if (allowed) {
-        // A new walk after a reset.
-        if (!mFirstBoot &&
-            says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
-            removeHistory();
-        }
-        chooseList();
-    } else {
-        mList.clear();
+    // After a reset the walk starts again.
+    if (allowed && !mFirstBoot &&
+        says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
+        removeHistory();
     }
-    const Step step = reconcile(observe(), unread, known || !allowed);
+    if (allowed && exists(kOverride)) {
+        mList = mTable = readOverride(read(kOverride), mReason).value_or(mTable);
+    } else if (allowed) {
+        mList = defaultActions(mReason).value_or(mList);
+    }
+    Step step = observe();
+    if (allowed) {
+        step = reconcile(step, unread, known);
+    } else if (step.action != 0) {
+        broken(format("recovery action %d where none is allowed", step.action));
+    }
     if (!step.history.empty()) writeOrLog(kHistory, step.history, false);
     act(step.action);
     return step.action != 0;
@@ -164,7 +164,7 @@ bool DaemonModel::checkSuccess(bool late) {
     const int action = lastAction();
     const std::string line = historyLine();
     const int last = line.size() < 3 ? 0 : static_cast<unsigned char>(line[2]);
-    const bool judged = action != 0 && (late || last <= 100);
+    const bool judged = action != 0 && (late || last <= kFoundByDaemon);
     const bool unsure = mUnsure.count(kHistory) > 0 || cannotOpen(kHistory);
     if (!says("isRecoverySuccess mode=", judged, unsure)) return false;
     const bool reports = action == kReboot || action == kReset;

@@ -162,12 +162,11 @@ bool DeviceModel::writeOrLog(const std::string& path, const std::string& text, b
     return true;
 }
 
-bool DeviceModel::remove(const std::string& path) {
+void DeviceModel::remove(const std::string& path) {
     if (mCutShort || excused(path)) mUnsure.insert(path);
-    if (take("file " + path + " remove failed")) return false;
+    if (take("file " + path + " remove failed")) return;
     mFiles.erase(path);
     mWritten[path] = mNow;
-    return true;
 }
 
 bool DeviceModel::makeFolder(const std::string& path) {

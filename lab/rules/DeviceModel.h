@@ -39,8 +39,7 @@ protected:
     bool write(const std::string& path, const std::string& text, bool append = false);
     // The same where a failure is logged: what was logged counts.
     bool writeOrLog(const std::string& path, const std::string& text, bool append);
-    // Whether the daemon could.
-    bool remove(const std::string& path);
+    void remove(const std::string& path);
     // Whether the folder is there, or could be made.
     bool makeFolder(const std::string& path);
     // With those above it.

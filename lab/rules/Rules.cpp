@@ -17,8 +17,7 @@ namespace {
 
 class BootRules : BootWalk {
 public:
-    BootRules(const BootObservation& boot, std::set<std::string>& submitted)
-        : BootWalk(boot, submitted) {}
+    explicit BootRules(const BootObservation& boot) : BootWalk(boot) {}
 
     std::vector<Violation> check() {
         walk();
@@ -30,7 +29,6 @@ public:
             checkUploads();
             checkArchives();
         }
-        closeBooks();
         return std::move(mViolations);
     }
 
@@ -41,25 +39,40 @@ private:
     }
 
     void checkEnd() {
-        if (mSeen.end == End::EXITED) return checkStatus();
-        if (mSeen.end == End::KILLED) return checkSignal();
-        if (mSeen.end == End::CUT_OFF) {
-            const bool cycled = anyChange(
-                    [](const Change& one) { return one.kind == Change::Kind::POWER_CYCLE; });
-            const bool asked = mRequest >= 0 && mNow >= mRequest + mSeen.device.rebootAfter;
-            if (!cycled && !asked && mFaults.count("power-cut") == 0) {
-                broken("cut off by nobody", Kind::LIVENESS);
-            }
+        const int status = mSeen.status;
+        const MustEnd due = mMustEnd.value_or(MustEnd{-1, -1});
+        if (mSeen.end == End::EXITED) {
+            const std::string& fault = mArchiveFault;
+            const bool excuse = (due.signal == 0 && status == due.status) ||
+                                (status == 2 && (fault == "open" || mNoMemory)) ||
+                                (status == 3 && (fault == "close" || fault == "write")) ||
+                                (status == 5 && fault == "write") ||
+                                ((status == 8 || status == 1) && mNoMemory);
+            if (excuse) return;
+            broken(format("exits with status %d without a cause", status), Kind::CRASH);
+        } else if (mSeen.end == End::KILLED) {
+            const bool memory = status == SIGABRT && mNoMemory;
+            if (memory || status == due.signal || status == mKilledBy) return;
+            broken(format("is killed by signal %d without a cause", status), Kind::CRASH);
+        } else {
+            if (mSeen.end == End::CUT_OFF) checkCutOff();
+            checkPending();
         }
-        checkPending();
+    }
+
+    void checkCutOff() {
+        const bool cycled =
+                anyChange([](const Change& one) { return one.kind == Change::Kind::POWER_CYCLE; });
+        const bool asked = mRequest >= 0 && mNow >= mRequest + mSeen.device.rebootAfter;
+        if (cycled || asked || mFaults.count("power-cut") > 0) return;
+        broken("cut off by nobody", Kind::LIVENESS);
     }
 
     // Nothing that was due may still be to do.
     void checkPending() {
         if (mCutShort) return;
         if (mMustEnd) return broken("runs on after its end", Kind::LIVENESS);
-        if (mPending.empty())
-            return broken("nothing pending, and it has not ended", Kind::LIVENESS);
+        if (mPending.empty()) return broken("has not ended, with nothing to do", Kind::LIVENESS);
         for (const auto& [due, what] : mPending) {
             if (due < mNow && mLastEnd < mNow) {
                 broken(format("message %x was due at %.3f s", what,
@@ -67,25 +80,6 @@ private:
                        Kind::LIVENESS);
             }
         }
-    }
-
-    void checkStatus() {
-        const int status = mSeen.status;
-        if (mMustEnd && mMustEnd->signal == 0 && mMustEnd->status == status) return;
-        if (status == 0) return broken("exits although messages are pending", Kind::CRASH);
-        const bool excuse =
-                (status == 2 && (mArchiveFault == "open" || mNoMemory)) ||
-                (status == 3 && (mArchiveFault == "close" || mArchiveFault == "write")) ||
-                (status == 5 && mArchiveFault == "write") ||
-                ((status == 8 || status == 1) && mNoMemory);
-        if (!excuse) broken(format("exits with status %d without a cause", status), Kind::CRASH);
-    }
-
-    void checkSignal() {
-        const int signal = mSeen.status;
-        const bool excuse = signal == mKilledBy || (mMustEnd && signal == mMustEnd->signal) ||
-                            (signal == SIGABRT && mNoMemory);
-        if (!excuse) broken(format("is killed by signal %d without a cause", signal), Kind::CRASH);
     }
 
     void checkFiles() {
@@ -101,7 +95,7 @@ private:
         TextMap paths = mFiles;
         paths.insert(mSeen.filesAfter.begin(), mSeen.filesAfter.end());
         for (const auto& [path, any] : paths) {
-            const bool away = mSeen.boot.partitionAbsent && startsWith(path, kPartition);
+            const bool away = mSeen.boot.partitionAbsent && onPartition(path);
             if (away || mIgnored.count(path) > 0 || startsWith(path, kInitLog) ||
                 startsWith(path, kKernelLog) || endsWith(path, kArchiveSuffix) || excused(path)) {
                 continue;
@@ -153,28 +147,22 @@ private:
     // Each holds its own log, of which only the main one goes on.
     void checkArchives() {
         if (!mCaptured || mSeen.archives.empty() || !mFaults.empty() || mNoSpace) return;
-        for (const auto& [name, buffer] : kArchives) {
-            const std::string path = kLogs + "/" + name + kArchiveSuffix;
-            const auto archive = lookUp(mSeen.archives, path);
+        for (const auto& [name, buffer] : kCapturedLogs) {
+            const auto archive = lookUp(mSeen.archives, archivePath(name));
             const auto log = lookUp(mSeen.logBuffers, buffer);
             if (!archive || !log) continue;
-            const bool same = buffer == "main" ? startsWith(*log, *archive) && !archive->empty()
-                                               : *log == *archive;
-            if (!same) broken(path + " does not hold the " + buffer + " log");
+            const bool main = kLogBuffers + buffer == kMainLogBuffer;
+            const bool same =
+                    main ? startsWith(*log, *archive) && !archive->empty() : *log == *archive;
+            if (!same) broken(name + " does not hold the " + buffer + " log");
         }
-    }
-
-    void closeBooks() {
-        // Whatever ended the process in the middle of a submission left the failure flagged.
-        const bool aborted = mMustEnd && mMustEnd->signal != 0;
-        if (!mFaults.empty() || mSeen.end == End::CUT_OFF || aborted) mSubmitted.clear();
     }
 };
 
 }  // namespace
 
-std::vector<Violation> Rules::check(const BootObservation& boot) {
-    return BootRules(boot, mSubmitted).check();
+std::vector<Violation> checkRules(const BootObservation& boot) {
+    return BootRules(boot).check();
 }
 
 }  // namespace lab

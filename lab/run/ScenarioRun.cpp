@@ -22,35 +22,30 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The files below /velafs and /data for which `wanted` holds, by device path.
+// What lies below /velafs and /data, by device path: the folders, which end in "/", and the content
+// of the files for which `wanted` holds.
 template <typename Wanted>
 TextMap readFiles(const DeviceRoot& root, Wanted wanted) {
     TextMap files;
     for (const std::string& folder : {kPartition, kData}) {
+        if (fileExists(root.at(folder))) files[folder + "/"];
         std::error_code absent;
         for (const auto& entry : fs::recursive_directory_iterator(root.at(folder), absent)) {
+            const std::string path = entry.path().string().substr(root.path().size());
+            if (entry.is_directory()) files[path + "/"];
             if (!entry.is_regular_file() || !wanted(entry)) continue;
-            files[entry.path().string().substr(root.path().size())] = readFile(entry.path());
+            files[path] = readFile(entry.path());
         }
     }
     return files;
 }
 
-// The files that the daemon keeps its state in, and all folders, which end in "/".
+// The files that the daemon keeps its state in, and all folders.
 TextMap filesKept(const DeviceRoot& root) {
     constexpr uintmax_t kLargest = 256UL * 1024;  // a file that fills the partition is none
-    TextMap files = readFiles(root, [](const fs::directory_entry& entry) {
+    return readFiles(root, [](const fs::directory_entry& entry) {
         return entry.path().extension() != kArchiveSuffix && entry.file_size() <= kLargest;
     });
-    for (const std::string& folder : {kPartition, kData}) {
-        if (fs::exists(root.at(folder))) files[folder + "/"];
-        std::error_code absent;
-        for (const auto& entry : fs::recursive_directory_iterator(root.at(folder), absent)) {
-            if (!entry.is_directory()) continue;
-            files[entry.path().string().substr(root.path().size()) + "/"];
-        }
-    }
-    return files;
 }
 
 // A damaged one holds nothing.
@@ -86,7 +81,6 @@ ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Ke
 void ScenarioRun::run() {
     Platform platform(mScenario, mRoot);
     BootProcess process(mScenario, mRoot, mLog ? &*mLog : nullptr);
-    Rules rules;
     std::optional<TextMap> filesLeft;  // by the boot before
     for (const Boot& boot : mScenario.boots) {
         const int number = static_cast<int>(mOutcomes.size()) + 1;
@@ -116,7 +110,7 @@ void ScenarioRun::run() {
         seen.endedAt = outcome.endedAt;
         seen.filesAfter = filesKept(mRoot);
         if (mKeep != Keep::TRACE) readArchives(mRoot, seen);
-        outcome.violations = rules.check(seen);
+        outcome.violations = checkRules(seen);
         if (process.trace().full()) {
             throw std::runtime_error("a boot's trace is longer than expected");
         }

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <map>
 #include <set>
 
 #include <nlohmann/json.hpp>
@@ -13,7 +14,7 @@
 #include "bootvigil/BootMilestones.h"
 #include "lab/base/Text.h"
 #include "report/read/ErrorNumber.h"
-#include "report/show/Text.h"
+#include "report/read/Printable.h"
 
 namespace lab {
 
@@ -54,26 +55,23 @@ std::string details(const Record& record) {
     return text + (text.empty() ? "" : " ") + report::printable(field(record, "text"));
 }
 
-enum class Colour { PLAIN, GREY, GREEN, YELLOW, RED, BLUE };
-
-Colour colourOf(const std::string& kind) {
-    if (kind == "record" || kind == "killed" || kind == "verdict") return Colour::RED;
-    if (kind == "request" || kind == "history" || kind == "signal") return Colour::YELLOW;
-    if (kind == "upload") return Colour::GREEN;
-    if (kind == "captured" || kind == "journal" || kind == "kel") return Colour::BLUE;
-    return isWorld(kind) ? Colour::GREY : Colour::PLAIN;
-}
-
-std::string paint(const std::string& text, Colour colour, bool on) {
-    static constexpr const char* kCodes[] = {"0", "2", "32", "33", "31", "36"};
-    if (!on || colour == Colour::PLAIN) return text;
-    return std::string("\033[") + kCodes[static_cast<int>(colour)] + "m" + text + "\033[0m";
+// The code by which a terminal shows a kind of record; none for the others.
+const char* colourOf(const std::string& kind) {
+    static const std::map<std::string, const char*> codes = {
+            {"record", "31"},  {"killed", "31"}, {"verdict", "31"}, {"request", "33"},
+            {"history", "33"}, {"signal", "33"}, {"upload", "32"},  {"captured", "36"},
+            {"journal", "36"}, {"kel", "36"},
+    };
+    const auto found = codes.find(kind);
+    return found != codes.end() ? found->second : isWorld(kind) ? "2" : nullptr;
 }
 
 std::string personLine(double seconds, const std::string& kind, const std::string& text,
                        bool colour) {
+    const std::string line = format("%-9s ", kind.c_str()) + text;
+    const char* code = colour ? colourOf(kind) : nullptr;
     return format("%9.3f  ", seconds) +
-           paint(format("%-9s ", kind.c_str()) + text, colourOf(kind), colour);
+           (code != nullptr ? format("\033[%sm", code) + line + "\033[0m" : line);
 }
 
 std::string describeWorld(const Record& record) {

@@ -13,7 +13,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "lab/base/Files.h"
-#include "report/show/Text.h"
+#include "report/read/Printable.h"
 
 namespace lab {
 

@@ -23,7 +23,7 @@ int64_t parseClock(const std::string& clock) {
     const char* end = strptime(clock.c_str(), "%m-%d %H:%M:%S", &date);
     int ms = 0;
     if (end == nullptr || sscanf(end, ".%3d", &ms) != 1) return -1;
-    constexpr int64_t kStartOf1972 = 2 * 365 * 24 * 3600;
+    constexpr int64_t kStartOf1972 = 2L * 365 * 24 * 3600;
     return (timegm(&date) - kStartOf1972) * 1000 + ms;
 }
 
