@@ -38,7 +38,9 @@ TEST_F(BootProfileTest, LastEventIsTheThirdLineFromTheEnd) {
         parse("header\n" + event("a") + kTail);
         EXPECT_EQ(mMonitor.mSameLineCount, same);
     }
-    parse(event("a") + "a header\n" + kTail);  // nothing to be learnt from
+    for (const char* line : {"a header\n", " 1.0 : two fields\n"}) {  // nothing to be learnt from
+        parse(event("a") + line + kTail);
+    }
     EXPECT_EQ(mMonitor.mSameLineCount, 4);
     parse(event("b  ") + kTail);
     EXPECT_EQ(mMonitor.mLastLine, "567-main  | b ");  // a leading blank keeps a trailing one
@@ -56,7 +58,7 @@ TEST_F(BootProfileTest, FiveOfOneMilestoneAreARestartLoop) {
     for (int i = 0; i < 4; ++i) {
         for (const std::string& milestone : kBootMilestones) profile += event(milestone);
     }
-    parse(profile + event("zygote:Preload Start") + kTail);
+    parse(" 1.0 : too short\n" + profile + event("zygote:Preload Start") + kTail);
     EXPECT_FALSE(mMonitor.mRestartLoop);
     for (const std::string& milestone : kBootMilestones) {
         EXPECT_EQ(mMonitor.mMilestones[milestone], 4) << milestone;

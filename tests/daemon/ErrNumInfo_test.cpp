@@ -65,7 +65,8 @@ TEST_F(ErrNumInfoTest, FileIsRestartedAt5120Bytes) {
     EXPECT_TRUE(info.saveLogInfo());
     EXPECT_EQ(read(kRecord).substr(0, 5124), std::string(5118, 'x') + "\nTIME:");
     EXPECT_FALSE(exists(kBackup));
-    const std::string before = read(kRecord);
+    const std::string before(5120, 'x');
+    write(kRecord, before);
     write(kBackup, std::string(9000, 'y'));
     EXPECT_TRUE(info.saveLogInfo());
     EXPECT_EQ(read(kBackup), before);

@@ -136,6 +136,7 @@ TEST_F(LogCaptureTest, WithoutAPartitionTheMarkerIsWrittenOnce) {
     std::filesystem::remove_all("/velafs");
     capture();
     EXPECT_EQ(read("/dev/kmsg"), kMarker);
+    EXPECT_EQ(modeOf("/dev/kmsg"), 0600);
     EXPECT_EQ(mMonitor.mCaptureState, 0);
     const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMarker;
     EXPECT_TRUE(logged(said));
@@ -147,8 +148,10 @@ TEST_F(LogCaptureTest, WithoutAPartitionTheMarkerIsWrittenOnce) {
         EXPECT_TRUE(logged("E BOOTVIGIL findMonitorKey return"));
         remove((std::string(kConsole) + console).c_str());
     }
-    symlink("/data", "/dev/kmsg");
+    write("/data/a", "");
+    symlink("/data/a", "/dev/kmsg");
     capture();
+    EXPECT_EQ(read("/data/a"), "");
     EXPECT_TRUE(logged("E BOOTVIGIL Failed to open /dev/kmsg \n"));
 }
 

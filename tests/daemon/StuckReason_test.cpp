@@ -117,7 +117,8 @@ TEST_F(StuckReasonTest, LoopIsNamedByTheMilestoneItNeverReaches) {
             {1, 2, "2 4 6 100", ""},        {0, 10, "2 4 14 100", ""},
             {10, -1, "2 4 255 100", ""},    {-1, 3, "2 4 255 100", ""},
             {4, 3, "2 4 255 100", ""},      {2, 6, "2 4 10 100", packages},
-            {2, 7, "2 4 11 100", packages}, {2, 8, "2 4 12 100", ""},
+            {2, 7, "2 4 11 100", packages}, {0, 0, "2 4 4 100", ""},
+            {2, 8, "2 4 12 100", ""},
     };
     setProperty("sys.boot_completed", "1");  // a loop comes before an animation that stays
     mMonitor.mRestartLoop = true;
