@@ -3,6 +3,7 @@
 
 #include "bootvigil/BfRecovery.h"
 
+#include <filesystem>
 #include <stdexcept>
 
 #include "bootvigil/BootState.h"
@@ -98,6 +99,10 @@ TEST_F(BfRecoveryTest, DamagedHistoryBlocksOrGoesOn) {
     EXPECT_EQ(fail(100).history, "35d");
     remove(kHistory);
     EXPECT_EQ(BfRecovery::getCurrentRecoveryMode(), 0);
+    write(std::string(kHistory) + "/x", "");  // a folder, which is not empty
+    BfRecovery::cleanRecoveryHistory();
+    EXPECT_TRUE(logged("E file /velafs/boot_vigil/recovery_flag.txt remove failed."));
+    std::filesystem::remove_all(kHistory);
     remove("/velafs/boot_vigil/log");  // a history that can't be written does not stop the step
     remove("/velafs/boot_vigil");
     const Step step = fail(100);

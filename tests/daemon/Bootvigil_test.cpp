@@ -117,6 +117,7 @@ TEST_F(BootvigilTest, NotificationFillsRecordAndCache) {
     delete std::exchange(monitor().mErrNumInfo, nullptr);
     takeLog();
     monitor().errNotifyWithReason(5, 4, 1, 100);
+    monitor().notifyAfterBoot(7);
     EXPECT_TRUE(takeLog().empty());
 }
 
@@ -175,7 +176,7 @@ TEST_F(BootvigilTest, SetUpWizardIsStuckAtTheFourthCheck) {
     setBooted("1");
     bool keepWatching = false;
     const auto check = [&] { return monitor().checkStuckOOBE(&keepWatching); };
-    for (const char* oobe : {"1", "2x", "1", "1", "0", "1", "1", "1"}) {
+    for (const char* oobe : {"1", "2x", "1", "1", "0", "0", "0", "0", "1", "1", "1"}) {
         setProperty("persist.sys.oobe", oobe);
         setProperty("service.bootanim.exit", "0");
         EXPECT_FALSE(check());

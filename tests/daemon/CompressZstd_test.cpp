@@ -93,11 +93,13 @@ protected:
     // Runs a command when no descriptor is left for its pipe once the output is open; exits 42 if
     // that is reported.
     void commandWithoutDescriptors() {
+        Bootvigil& monitor = *Bootvigil::createInstance();
+        std::string text;
         const int next = dup(0);
         close(next);
         const rlimit files = {static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
         setrlimit(RLIMIT_NOFILE, &files);
-        const bool failed = command("true") == -1;
+        const bool failed = monitor.shellCmdFile("true", text) == -1 && command("true") == -1;
         _exit(failed && takeLog().back() == "D compressShellCmdFile popen cmd true failed!!!" ? 42
                                                                                               : 1);
     }
@@ -151,6 +153,13 @@ TEST(ExpectedStream, LosesTheCarriedBytes) {
     EXPECT_EQ(expectedStream(makeText(2 * kBlock)).size(), 2 * kBlock + 1024);
 }
 
+TEST(CompressBase, CompressesNothing) {
+    bootvigil::CompressBase base;
+    EXPECT_EQ(base.compressComFile(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(base.compressStreamFile(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(base.compressShellCmdFile(nullptr, nullptr, 5), 0);
+}
+
 TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
     write("/data/in", makeText(300000));
     EXPECT_EQ(command("cat /data/in; false"), 0);  // the exit status does not matter
@@ -160,6 +169,10 @@ TEST_F(CompressZstdTest, FrameIsAsTheLibraryWritesIt) {
     EXPECT_TRUE(logged(
             "D compressShellCmdFile:output=/velafs/boot_vigil/log/out.zs, input=cat /data/in; "
             "false"));
+    stream("/data/in");
+    const std::string five = read(kOut);
+    mCompressor.compressStreamFile("/data/in", "out", 6);
+    EXPECT_NE(read(kOut), five) << "the level makes no difference";
 }
 
 TEST_F(CompressZstdTest, MemoryDoesNotGrowWithTheInput) {
@@ -196,53 +209,45 @@ TEST_F(CompressZstdTest, InputThatCannotBeRead) {
 }
 
 TEST_F(CompressZstdTest, ResourceFailuresEndTheProcess) {
-    EXPECT_EXIT(mCompressor.compressStreamFile(nullptr, "out", 5), testing::ExitedWithCode(1),
-                "^bootvigil/compress/CompressZstd.cpp:[0-9]+ CHECK\\(input != NULL\\) failed: "
-                "compressStreamFile input == NULL!\n$");
-    EXPECT_EXIT(mCompressor.compressShellCmdFile(nullptr, nullptr, 5), testing::ExitedWithCode(1),
-                "cmd != NULL.*compressShellCmdFile cmd == NULL!");
     std::string path = "/data/in";
     write(path, makeText(1000000));
-    EXPECT_EXIT(mCompressor.compressComFile(path.data(), nullptr, 5), testing::ExitedWithCode(1),
-                "fileName != NULL.*compressComFile fileName == NULL!");
+    const auto dies = [&](auto compress, const std::string& name, const std::string& input) {
+        const std::string start = "^bootvigil/compress/CompressZstd.cpp:[0-9]+ CHECK\\(";
+        const std::string middle = " != NULL\\) failed: " + name + " ";
+        EXPECT_EXIT((mCompressor.*compress)(nullptr, path.data(), 5), testing::ExitedWithCode(1),
+                    start + input + middle + input + " == NULL!\n$");
+        EXPECT_EXIT((mCompressor.*compress)(path.data(), nullptr, 5), testing::ExitedWithCode(1),
+                    start + "fileName" + middle + "fileName == NULL!\n$");
+    };
+    dies(&bootvigil::CompressZstd::compressComFile, "compressComFile", "input");
+    dies(&bootvigil::CompressZstd::compressStreamFile, "compressStreamFile", "input");
+    dies(&bootvigil::CompressZstd::compressShellCmdFile, "compressShellCmdFile", "cmd");
     // no room for what was compressed: noticed when written, or at the latest when closed
     mCompressor.mOutputDir = "/data";
     mCompressor.mFileSuffix = nullptr;
-    const rlimit small = {4096, 4096};
-    EXPECT_EXIT(
-            {
-                signal(SIGXFSZ, SIG_IGN);
-                setrlimit(RLIMIT_FSIZE, &small);
-                file(path);
-            },
-            testing::ExitedWithCode(5), "fwrite: File too large");
     write("/data/few", makeText(1000));  // compressed, fits into the stream's buffer
-    const rlimit tiny = {64, 64};
-    EXPECT_EXIT(
-            {
-                signal(SIGXFSZ, SIG_IGN);
-                setrlimit(RLIMIT_FSIZE, &tiny);
-                file("/data/few");
-            },
-            testing::ExitedWithCode(3), "fclose: File too large");
+    const auto limited = [&](rlim_t bytes, const char* input) {
+        const rlimit limit = {bytes, bytes};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        file(input);
+    };
+    EXPECT_EXIT(limited(4096, "/data/in"), testing::ExitedWithCode(5), "fwrite: File too large");
+    EXPECT_EXIT(limited(64, "/data/few"), testing::ExitedWithCode(3), "fclose: File too large");
     EXPECT_EXIT(file(path, "none/out"), testing::ExitedWithCode(2),
                 "/data/none/out: No such file or directory");
 }
 
 TEST_F(CompressZstdTest, ReadThatIsInterruptedEndsTheProcess) {
-    EXPECT_EXIT(
-            {
-                interruptReads();
-                command("sleep 1");
-            },
-            testing::ExitedWithCode(4), "fread: Interrupted system call");
-    EXPECT_EXIT(
-            {
-                interruptReads();
-                std::string output;
-                Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
-            },
-            testing::ExitedWithCode(4), "fread: Interrupted system call");
+    const auto interrupted = [&](bool compressed) {
+        interruptReads();
+        std::string output;
+        if (compressed) _exit(command("sleep 1"));
+        Bootvigil::createInstance()->shellCmdFile("sleep 1", output);
+    };
+    for (const bool compressed : {true, false}) {
+        EXPECT_EXIT(interrupted(compressed), testing::ExitedWithCode(4), "fread: Interrupted");
+    }
 }
 
 TEST_F(CompressZstdTest, LackOfMemoryForAnyBufferEndsTheProcess) {
@@ -261,14 +266,16 @@ TEST_F(CompressZstdTest, LackOfMemoryForAnyBufferEndsTheProcess) {
         lab::Trace trace;
         const auto starve = [&](int nth) noexcept {
             boot.faults = {{lab::Fault::Call::MALLOC, nth, 1}};
+            if (freopen("/data/errors", "w", stderr) == nullptr) _exit(1);
             lab::calls::start(boot, trace);
             lab::calls::thisIsTheWorker();
             _exit(c.compress());
         };
         int buffers = 0;
         const auto count = [&](int status) {
-            if (WIFEXITED(status) && WEXITSTATUS(status) == 8) ++buffers;
-            return true;
+            if (!WIFEXITED(status) || WEXITSTATUS(status) != 8) return true;
+            ++buffers;
+            return read("/data/errors") == "malloc: Cannot allocate memory\n";
         };
         for (int nth = 1; nth < 16; ++nth) EXPECT_EXIT(starve(nth), count, "");
         EXPECT_EQ(buffers, c.buffers);

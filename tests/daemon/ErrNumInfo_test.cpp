@@ -3,7 +3,9 @@
 
 #include "bootvigil/ErrNumInfo.h"
 
+#include <android/log.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/daemon/DeviceTest.h"
 
@@ -73,19 +75,30 @@ TEST_F(ErrNumInfoTest, FileIsRestartedAt5120Bytes) {
     EXPECT_EQ(read(kRecord).substr(0, 5), "TIME:");
 }
 
-TEST_F(ErrNumInfoTest, WhatCannotBeWritten) {
+TEST_F(ErrNumInfoTest, LineThenFlagThenWord) {
+    static std::string seen;
+    __android_log_set_logger([](const __android_logger_data*, const char*) {
+        seen += read(kRecord).substr(0, 5) + read(kFlag) + " ";
+    });
+    EXPECT_TRUE(ErrNumInfo().saveLogInfo());
+    EXPECT_EQ(seen, "TIME:<missing> TIME:<missing> TIME:0 ");
+}
+
+TEST_F(ErrNumInfoTest, WhatCannotBeOpened) {
     ErrNumInfo info;
     mkdir(kFlag, 0755);
     EXPECT_TRUE(info.saveLogInfo());
     EXPECT_TRUE(logged("E Save file path /velafs/SDD/bfflag.txt fail, open fail."));
     remove(kRecord);
-    mkdir(kRecord, 0755);
+    mknod(kRecord, S_IFSOCK | 0600, 0);  // is there, but can't be opened
     EXPECT_FALSE(info.saveLogInfo());
     EXPECT_TRUE(logged("E Save file path /velafs/SDD/bfRecord.txt fail, fstream fail."));
     EXPECT_FALSE(ErrNumInfo::saveRecoveryInfo(1));
     EXPECT_TRUE(logged("E Save file path /velafs/SDD/bfRecord.txt fail, open fail."));
     EXPECT_FALSE(ErrNumInfo::revertLastInfo());
-    EXPECT_TRUE(logged("E no line in /velafs/SDD/bfRecord.txt"));
+    EXPECT_TRUE(logged("E read open /velafs/SDD/bfRecord.txt failed"));
+    ErrNumInfo::submitInfo();
+    EXPECT_TRUE(logged("E submitLogInfo: read open /velafs/SDD/bfRecord.txt failed"));
     remove(kRecord);
     EXPECT_FALSE(ErrNumInfo::revertLastInfo());
     EXPECT_TRUE(logged("E access /velafs/SDD/bfRecord.txt failed"));
@@ -116,6 +129,7 @@ TEST_F(ErrNumInfoTest, RevertTakesTheLastLine) {
         EXPECT_EQ(read(kRecord), after);
     }
     EXPECT_FALSE(ErrNumInfo::revertLastInfo());
+    EXPECT_TRUE(logged("E no line in /velafs/SDD/bfRecord.txt"));
 }
 
 TEST_F(ErrNumInfoTest, SubmitsTheLastLineInShort) {
@@ -144,6 +158,11 @@ TEST_F(ErrNumInfoTest, SubmitsTheLastLineInShort) {
     EXPECT_EQ(modeOf(kUpload), 0777);
     EXPECT_EQ(modeOf("/velafs/SDD/bf_upload"), 0777);
 
+    remove(kUpload);
+    symlink("/none/upload", kUpload);
+    ErrNumInfo::submitInfo();
+    EXPECT_TRUE(logged("E Open file path /velafs/SDD/bf_upload/boot_vigil fail."));
+    remove(kUpload);
     write(kUpload, "uncollected");
     ErrNumInfo::submitInfo();
     EXPECT_EQ(read(kUpload), "uncollected");

@@ -5,22 +5,13 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
 
-struct Delivery {
-    int what;
-    int64_t ms;
-    bool operator==(const Delivery& other) const {
-        return what == other.what && ms == other.ms;
-    }
-};
-
-void PrintTo(const Delivery& delivery, std::ostream* out) {
-    *out << delivery.what << " at " << delivery.ms;
-}
+using Delivery = std::pair<int, int64_t>;  // message, ms
 
 constexpr int kChain = 9;  // posts itself once more, with the message it was given
 
@@ -29,9 +20,10 @@ public:
     using Handler::Handler;
 
     void handleMessage(const android::Message& message) override {
+        EXPECT_EQ(android::Looper::getForThread(), mLooper);
         if (message.what == kChain && mChained++ == 0) sendMessageDelayed(30000000000, message);
         const std::lock_guard<std::mutex> lock(mLock);
-        mDeliveries.push_back({message.what, lab::vtime::now()});
+        mDeliveries.emplace_back(message.what, lab::vtime::now());
         mChanged.notify_all();
     }
 
