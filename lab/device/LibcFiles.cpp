@@ -46,10 +46,6 @@ using Call = Fault::Call;
 
 constexpr int64_t kWriteBack = 30000;  // ms after which a kernel has written out what was written
 constexpr int kMaxFd = 1024;
-constexpr size_t kCallKinds = static_cast<size_t>(Call::MALLOC) + 1;
-
-const char* const kCallNames[kCallKinds] = {"open",  "write", "close", "rename", "remove",
-                                            "mkdir", "chmod", "popen", "malloc"};
 
 // A file as it was before its latest writes, which a power cut may take back.
 struct Unwritten {
@@ -61,7 +57,7 @@ const Boot* gBoot = nullptr;
 Trace* gTrace = nullptr;
 std::mutex gLock;  // guards what follows
 int64_t gOperations = 0;
-int64_t gCalls[kCallKinds] = {};
+int64_t gCalls[std::size(kCallNames)] = {};
 int64_t gSpace = -1;
 bool gReadOnly = false;      // the partition
 std::string gPaths[kMaxFd];  // of watched descriptors
@@ -388,11 +384,6 @@ ssize_t writev(int fd, const iovec* parts, int count) {
 int close(int fd) {
     if (!isWatched(fd)) return realClose(&fd);
     return closeWatched(fd, realClose, &fd);
-}
-
-int rename(const char* from, const char* to) noexcept {
-    static auto* const realRename = next<int(const char*, const char*)>("rename");
-    return onPath(Call::RENAME, from, [&] { return realRename(from, to); });
 }
 
 int remove(const char* path) noexcept {

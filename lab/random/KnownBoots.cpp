@@ -58,9 +58,7 @@ Event makeEvent(int64_t us, int pid, const char* process, const std::string& nam
 Scenario device(bool firstBoot, Events events, int64_t endMs) {
     Scenario scenario;
     scenario.commandLine = "poffsts=0x09 FlashID=90014a483942 mem_index=3\n";
-    scenario.properties = {{"ro.boot.mode", "normal"},
-                           {"init.svc.kel", "running"},
-                           {"init.svc.kelvservice", "running"}};
+    scenario.properties = {{"init.svc.kel", "running"}, {"init.svc.kelvservice", "running"}};
     scenario.logSizes = {{"main", 0}};
     if (!firstBoot) scenario.files[kMarker] = "";
     Boot boot;

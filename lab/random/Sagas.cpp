@@ -16,7 +16,7 @@
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
 #include "lab/random/Workshop.h"
-#include "lab/scenario/ScenarioWriter.h"
+#include "lab/scenario/Scenario.h"
 
 namespace lab {
 
