@@ -9,7 +9,7 @@
 
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
-#include "report/read/Report.h"
+#include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
 #include "report/show/Text.h"

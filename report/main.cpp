@@ -15,7 +15,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "report/read/Report.h"
+#include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
 #include "report/show/Text.h"

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lab/base/Text.h"
 
@@ -64,16 +65,19 @@ inline const std::string kKernelLogBuffer = "/dev/log/kernel";
 inline const std::string kEndlessMark =
         ".endless";  // after a buffer's name: its command never ends
 
-// The archives of captured logs, and the log buffers that they are captured from.
+// The archives that the daemon makes itself, and the log buffer that each holds; the last one holds
+// kPstoreConsole.
 struct CapturedLog {
-    const char* archive;
-    const char* buffer;
+    std::string archive;
+    std::string buffer;
 };
-constexpr CapturedLog kCapturedLogs[] = {
-        {"android_crash_log", "crash"},   {"android_main_log", "main"},
-        {"android_events_log", "events"}, {"android_system_log", "system"},
-        {"android_radio_log", "radio"},   {"sys_kernel_log", "kernel"},
-};
+inline const std::vector<CapturedLog> kCapturedLogs = {{"android_crash_log", "crash"},
+                                                       {"android_main_log", "main"},
+                                                       {"android_events_log", "events"},
+                                                       {"android_system_log", "system"},
+                                                       {"android_radio_log", "radio"},
+                                                       {"sys_kernel_log", "kernel"},
+                                                       {"console-ramoops-0", ""}};
 
 inline std::string archivePath(const std::string& name) {
     return kLogs + "/" + name + kArchiveSuffix;

@@ -42,11 +42,13 @@ private:
 
 class MersenneTwister : public std::mt19937_64 {
 public:
-    MersenneTwister(uint64_t seed, uint64_t stream) {
-        std::seed_seq sequence{static_cast<uint32_t>(seed), static_cast<uint32_t>(seed >> 32),
-                               static_cast<uint32_t>(stream)};
-        this->seed(sequence);
-    }
+    MersenneTwister(uint64_t seed, uint64_t stream)
+        : MersenneTwister(std::seed_seq{static_cast<uint32_t>(seed),
+                                        static_cast<uint32_t>(seed >> 32),
+                                        static_cast<uint32_t>(stream)}) {}
+
+private:
+    explicit MersenneTwister(std::seed_seq&& sequence) : std::mt19937_64(sequence) {}
 };
 
 class SplitMix64 {

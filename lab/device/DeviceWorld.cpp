@@ -44,11 +44,9 @@ std::vector<WatchedFile> watchedFiles() {
             {kKelRequestFile, "kel", How::LINES},
             {kKernelMessages, "kmsg", How::TEXT},
     };
-    const auto addArchive = [&](const std::string& name) {
-        files.push_back({archivePath(name), "captured", How::ARCHIVE, name});
-    };
-    for (const CapturedLog& log : kCapturedLogs) addArchive(log.archive);
-    addArchive("console-ramoops-0");
+    for (const CapturedLog& log : kCapturedLogs) {
+        files.push_back({archivePath(log.archive), "captured", How::ARCHIVE, log.archive});
+    }
     for (const WatchedFile& file : std::vector<WatchedFile>{
                  {kJournal, "journal", How::LINES},
                  {kHistory, "history", How::TEXT},

@@ -46,10 +46,6 @@ using Call = Fault::Call;
 
 constexpr int64_t kWriteBack = 30000;  // ms after which a kernel has written out what was written
 constexpr int kMaxFd = 1024;
-constexpr size_t kCallKinds = static_cast<size_t>(Call::MALLOC) + 1;
-
-const char* const kCallNames[kCallKinds] = {"open",  "write", "close", "rename", "remove",
-                                            "mkdir", "chmod", "popen", "malloc"};
 
 // A file as it was before its latest writes, which a power cut may take back.
 struct Unwritten {
@@ -61,7 +57,7 @@ const Boot* gBoot = nullptr;
 Trace* gTrace = nullptr;
 std::mutex gLock;  // guards what follows
 int64_t gOperations = 0;
-int64_t gCalls[kCallKinds] = {};
+int64_t gCalls[std::size(kCallNames)] = {};
 int64_t gSpace = -1;
 bool gReadOnly = false;      // the partition
 std::string gPaths[kMaxFd];  // of watched descriptors
@@ -174,13 +170,12 @@ void operationDone(Call call, const std::string& path, bool succeeded) {
 
 // Any operation but one on a descriptor; `detail` is shown after its name.
 template <typename Operation>
-int onPath(Call call, const char* path, int error, Operation operation,
-           const std::string& detail = "") {
+int onPath(Call call, const char* path, Operation operation, const std::string& detail = "") {
     if (!watching() || !onDevice(path)) return operation();
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     keepOld(path);
-    const int result = failsNow(call, error) ? -1 : operation();
+    const int result = failsNow(call, EIO) ? -1 : operation();
     operationDone(kCallNames[static_cast<size_t>(call)] + detail, path, result == 0);
     return result;
 }
@@ -391,18 +386,13 @@ int close(int fd) {
     return closeWatched(fd, realClose, &fd);
 }
 
-int rename(const char* from, const char* to) noexcept {
-    static auto* const realRename = next<int(const char*, const char*)>("rename");
-    return onPath(Call::RENAME, from, EIO, [&] { return realRename(from, to); });
-}
-
 int remove(const char* path) noexcept {
-    return onPath(Call::REMOVE, path, EIO, [&] { return realRemove(path); });
+    return onPath(Call::REMOVE, path, [&] { return realRemove(path); });
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
     static auto* const realMkdir = next<int(const char*, mode_t)>("mkdir");
-    return onPath(Call::MKDIR, path, EIO, [&] { return realMkdir(path, mode); });
+    return onPath(Call::MKDIR, path, [&] { return realMkdir(path, mode); });
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
@@ -410,7 +400,7 @@ int chmod(const char* path, mode_t mode) noexcept {
     char detail[16];
     snprintf(detail, sizeof(detail), " %04o", mode);
     return onPath(
-            Call::CHMOD, path, EIO, [&] { return realChmod(path, mode); }, detail);
+            Call::CHMOD, path, [&] { return realChmod(path, mode); }, detail);
 }
 
 FILE* popen(const char* command, const char* mode) {

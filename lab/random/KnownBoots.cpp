@@ -13,6 +13,7 @@
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Text.h"
+#include "lab/rules/Codes.h"
 #include "lab/rules/Milestones.h"
 
 namespace lab {
@@ -57,9 +58,7 @@ Event makeEvent(int64_t us, int pid, const char* process, const std::string& nam
 Scenario device(bool firstBoot, Events events, int64_t endMs) {
     Scenario scenario;
     scenario.commandLine = "poffsts=0x09 FlashID=90014a483942 mem_index=3\n";
-    scenario.properties = {{"ro.boot.mode", "normal"},
-                           {"init.svc.kel", "running"},
-                           {"init.svc.kelvservice", "running"}};
+    scenario.properties = {{"init.svc.kel", "running"}, {"init.svc.kelvservice", "running"}};
     scenario.logSizes = {{"main", 0}};
     if (!firstBoot) scenario.files[kMarker] = "";
     Boot boot;
@@ -165,8 +164,8 @@ private:
         addRound(0, afterMore ? mDraw.between(missed, mAll.size() - 1) : dies, 0);
         if (afterMore) addRound(from, dies, pause);
         setTruth(true);
-        // The detail phases of the milestones begin at a number of their own; 255 is "none missed".
-        mTruth.detail = last ? 255 : static_cast<int>(milestone) + 1 + kFirstMilestoneDetail;
+        mTruth.detail =
+                last ? kOtherDetail : static_cast<int>(milestone) + 1 + kFirstMilestoneDetail;
         for (int i = 0; i < kLoopRounds; ++i) addRound(from, dies, pause);
     }
 
@@ -193,7 +192,8 @@ private:
 
     // The last event so far is what hangs.
     void setTruth(bool early) {
-        mTruth = {pidOf(mEvents.back()), early ? 4 : 5, early ? 1 : 2, mEvents.back().us};
+        mTruth = {pidOf(mEvents.back()), early ? kNativePhase : kSystemServerPhase,
+                  early ? kNativeDetail : kSystemServerDetail, mEvents.back().us};
     }
 
     QuickDraw& mDraw;

@@ -38,10 +38,7 @@ constexpr const char* kCommandLines[] =
 using What = Change::Kind;
 constexpr int64_t kLongestBoot = 1500;  // seconds
 
-// All calls that the daemon makes: it renames nothing.
 using Call = Fault::Call;
-constexpr Call kFailingCalls[] = {Call::OPEN,  Call::WRITE, Call::CLOSE, Call::REMOVE,
-                                  Call::MKDIR, Call::CHMOD, Call::POPEN, Call::MALLOC};
 constexpr Unsynced kDamages[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED, Unsynced::CUT,
                                  Unsynced::MIXED};
 
@@ -250,7 +247,7 @@ private:
             mBoot.properties["ro.boot.mode"] = mPlatform.percent(50) ? "charger" : "normal ";
         }
         if (mPlatform.percent(mOdds.absent) && mPlatform.percent(30)) mBoot.partitionAbsent = true;
-        if (mPlatform.percent(5)) mBoot.profilePath = "/proc/velabootprof";
+        if (mPlatform.percent(5)) mBoot.profilePath = kVelaBootProfile;
     }
 
     void people() {
@@ -279,7 +276,8 @@ private:
         const bool failing = mFaults.percent(mOdds.failing);
         for (int64_t i = failing ? mFaults.between(1, 3) : 0; i > 0; --i) {
             const bool open = mFails && mFaults.percent(30);
-            const Call call = open ? Call::OPEN : mFaults.of(kFailingCalls);
+            const Call call =
+                    open ? Call::OPEN : static_cast<Call>(mFaults.below(std::size(kCallNames)));
             const int64_t nth = nthOf(call);
             mBoot.faults.push_back({call, nth, mFaults.percent(70) ? 1 : mFaults.between(2, 100)});
         }
@@ -325,7 +323,6 @@ public:
         mScenario.about = "seed " + std::to_string(seed);
         mScenario.clock += mDraw.below(10000000);
         mScenario.commandLine = "quiet FlashID=90014a483942 mem_index=3 poffsts=0x09\n";
-        mScenario.properties["ro.boot.mode"] = "normal";
         mScenario.logSizes = {{"main", 3000}, {"system", 500}, {"events", 500},
                               {"radio", 200}, {"crash", 0},    {"kernel", 2000}};
     }

@@ -16,7 +16,7 @@
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
 #include "lab/random/Workshop.h"
-#include "lab/scenario/ScenarioWriter.h"
+#include "lab/scenario/Scenario.h"
 
 namespace lab {
 
@@ -46,7 +46,7 @@ struct Tally {
     std::atomic<uint64_t> broken{0};  // likewise
     std::atomic<uint64_t> worst{kNoneBroken};
 
-    bool isWorst(uint64_t rank) {
+    bool becomesWorst(uint64_t rank) {
         for (uint64_t least = worst; rank < least;) {
             if (worst.compare_exchange_weak(least, rank)) return true;
         }
@@ -109,7 +109,7 @@ private:
     }
 
     void add(const Finding& finding, uint64_t index) {
-        const bool worst = mTally->isWorst(rankOf(finding.status, index));
+        const bool worst = mTally->becomesWorst(rankOf(finding.status, index));
         if (mTally->broken++ < kPrinted || worst) {
             print("seed " + std::to_string(mOrder.seed + index) + ", boot " +
                   std::to_string(finding.boot) + ": " + finding.text);

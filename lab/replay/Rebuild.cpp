@@ -39,8 +39,9 @@ public:
           mFiles(rebuilt.scenario.files),
           mBoot(rebuilt.scenario.boots.emplace_back()),
           mRecorded(rebuilt.recorded) {
-        rebuilt.scenario.properties = {{"ro.boot.mode", "normal"}};
-        for (const CapturedLog& log : kCapturedLogs) rebuilt.scenario.logSizes[log.buffer] = 0;
+        rebuilt.scenario.commandLine.clear();
+        for (auto& log : rebuilt.scenario.logSizes) log.second = 0;
+        mBoot.profile = ProfileScript();
     }
 
     void rebuild(const std::vector<Message>& messages, bool beginningKept,

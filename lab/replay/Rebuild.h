@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/replay/RecordedRun.h"
-#include "lab/scenario/Scenario.h"
+#include "lab/replay/RebuiltBoot.h"
 
 namespace lab {
 
@@ -21,15 +20,6 @@ struct Remains {
     std::optional<std::string> recoveryReport;  // for the uploader
     std::optional<std::string> recoveryList;
     std::optional<std::string> disable;
-};
-
-struct RebuiltBoot {
-    Scenario scenario;  // with this one boot
-    Verdict recorded;
-    size_t number = 0;                  // of verdicts up to and with `recorded`, in that run
-    std::optional<std::string> action;  // of the recovery, where the files tell
-    std::string profile;                // where the boot profile was taken from
-    std::vector<std::string> notKnown;
 };
 
 // Rebuilds the last run that holds a verdict; `profile` is the kernel's text where it could be

@@ -65,11 +65,11 @@ bool SeenProfile::readLine(const std::string& line, int64_t at) {
 void SeenProfile::compose(RebuiltBoot& rebuilt, bool beginningKept,
                           std::optional<int64_t> completedAt) const {
     std::vector<Line> lines;
-    const Line* before = nullptr;
+    std::string before;
     bool unusual = false;
     for (const Line& seen : mLast) {
-        if (!lines.empty() && seen.text == before->text) continue;
-        before = &seen;
+        if (!lines.empty() && seen.text == before) continue;
+        before = seen.text;
         unusual |= seen.rest.empty();
         if (seen.rest.empty()) continue;
         lines.push_back(seen);

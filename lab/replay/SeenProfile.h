@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/replay/Rebuild.h"
+#include "lab/replay/RebuiltBoot.h"
 
 namespace lab {
 

@@ -179,10 +179,8 @@ void DaemonModel::saveDeviceInfo() {
 
 // Without the folder the compressor ends the process.
 void DaemonModel::captureSelf() {
-    std::vector<std::string> archives = {"console-ramoops-0"};
-    for (const CapturedLog& log : kCapturedLogs) archives.emplace_back(log.archive);
-    for (const std::string& archive : archives) {
-        const std::string path = archivePath(archive);
+    for (const CapturedLog& log : kCapturedLogs) {
+        const std::string path = archivePath(log.archive);
         if (!write(path, "")) throw MustEnd{0, 2};
         expectAct(TraceEvent::OPERATION, "open " + path);
     }

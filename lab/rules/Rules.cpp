@@ -149,12 +149,12 @@ private:
         if (!mCaptured || mSeen.archives.empty() || !mFaults.empty() || mNoSpace) return;
         for (const auto& [name, buffer] : kCapturedLogs) {
             const auto archive = lookUp(mSeen.archives, archivePath(name));
-            const auto log = lookUp(mSeen.logBuffers, std::string(buffer));
+            const auto log = lookUp(mSeen.logBuffers, buffer);
             if (!archive || !log) continue;
             const bool main = kLogBuffers + buffer == kMainLogBuffer;
             const bool same =
                     main ? startsWith(*log, *archive) && !archive->empty() : *log == *archive;
-            if (!same) broken(std::string(name) + " does not hold the " + buffer + " log");
+            if (!same) broken(name + " does not hold the " + buffer + " log");
         }
     }
 };

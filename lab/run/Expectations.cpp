@@ -10,7 +10,7 @@
 #include "lab/base/Files.h"
 #include "lab/base/Text.h"
 #include "lab/run/Timeline.h"
-#include "report/show/Text.h"
+#include "report/read/Printable.h"
 
 namespace lab {
 

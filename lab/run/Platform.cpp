@@ -114,6 +114,7 @@ void Platform::clearLastBoot() {
 void Platform::setProperties(const Boot& boot) {
     TextMap properties = mPersistent;
     properties["sys.boot.reason"] = mBootReason;
+    properties["ro.boot.mode"] = "normal";
     for (const TextMap* map : {&mDevice.properties, &boot.properties}) {
         for (const auto& [name, value] : *map) properties[name] = value;
     }

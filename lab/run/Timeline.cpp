@@ -14,7 +14,7 @@
 #include "bootvigil/BootMilestones.h"
 #include "lab/base/Text.h"
 #include "report/read/ErrorNumber.h"
-#include "report/show/Text.h"
+#include "report/read/Printable.h"
 
 namespace lab {
 

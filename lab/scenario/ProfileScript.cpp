@@ -84,6 +84,7 @@ bool ProfileScript::loop(const std::string& from, int times, int64_t everyMs) {
             mEvents.push_back(event);
         }
     }
+    sort();  // a round may begin before the one before it ends
     return true;
 }
 
@@ -100,7 +101,12 @@ void ProfileScript::add(int64_t ms, const std::string& by, const std::string& ev
 }
 
 void ProfileScript::setEvents(std::vector<Event> events) {
+    mHeader.clear();
     mEvents = std::move(events);
+    sort();
+}
+
+void ProfileScript::sort() {
     std::stable_sort(mEvents.begin(), mEvents.end(),
                      [](const Event& a, const Event& b) { return a.us < b.us; });
 }

@@ -22,6 +22,10 @@ public:
 
         // Who logged it: "408-vold".
         std::string by() const;
+
+        bool operator==(const Event& other) const {
+            return us == other.us && rest == other.rest;
+        }
     };
 
     // A profile with no event.
@@ -44,7 +48,7 @@ public:
     // Adds an event at its place in time; `by` is "pid-process".
     void add(int64_t ms, const std::string& by, const std::string& event);
 
-    // These events instead, in any order.
+    // These events instead, in any order, without a header.
     void setEvents(std::vector<Event> events);
 
     // What the kernel shows at device time `now` (ms): header, the events so far, "OFF", ruler.
@@ -57,11 +61,14 @@ public:
     const std::vector<Event>& events() const {
         return mEvents;
     }
-    std::vector<Event>& events() {
-        return mEvents;
+
+    bool operator==(const ProfileScript& other) const {
+        return mHeader == other.mHeader && mEvents == other.mEvents;
     }
 
 private:
+    void sort();
+
     std::vector<std::string> mHeader;
     std::vector<Event> mEvents;
 };

@@ -7,6 +7,7 @@
 #include <stdint.h>
 #include <time.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -43,20 +44,27 @@ struct Change {
 
 // A call of the daemon that fails: its `nth` in a boot (from 1) and those after it.
 struct Fault {
-    enum class Call { OPEN, WRITE, CLOSE, RENAME, REMOVE, MKDIR, CHMOD, POPEN, MALLOC };
+    enum class Call { OPEN, WRITE, CLOSE, REMOVE, MKDIR, CHMOD, POPEN, MALLOC };
     Call call = Call::OPEN;
     int64_t nth = 1;
     int64_t times = 1;
 };
 
+// By Fault::Call.
+constexpr const char* kCallNames[] = {"open",  "write", "close", "remove",
+                                      "mkdir", "chmod", "popen", "malloc"};
+
 // What a power cut leaves of a file that was written less than half a minute before.
 enum class Unsynced { KEPT, LOST, EMPTIED, CUT, MIXED };
+
+// By Unsynced.
+constexpr const char* kUnsyncedNames[] = {"kept", "lost", "emptied", "cut", "mixed"};
 
 struct Boot {
     std::string about;
     TextMap properties;  // set when this boot starts, over the device's
     TextMap files;       // written before it starts, by device path
-    ProfileScript profile;
+    ProfileScript profile = ProfileScript::healthy();
     std::string profilePath = "/proc/bootprof";
     std::optional<std::string> profileText;  // shown all the time instead of `profile`
     std::vector<Change> changes;             // in order of time
@@ -84,13 +92,18 @@ struct Scenario {
     std::string about;
 
     time_t clock = kDefaultClock;  // time of day at the start of the first boot, UTC
-    std::string commandLine;
-    TextMap properties;                       // set at the start of every boot
-    TextMap files;                            // on the device before the first boot, by device path
-    std::map<std::string, int64_t> logSizes;  // bytes in each log buffer
-    std::set<std::string> endlessLogs;        // buffers whose command never ends by itself
-    std::set<std::string> nulLogs;            // buffers that hold NULs
-    std::optional<int64_t> partitionSize;     // bytes; unset: as large as the workstation's
+    std::string commandLine =
+            "console=ttyMSM0 androidboot.mode=normal FlashID=90014a483942 mem_index=3 poffsts=0x09 "
+            "quiet\n";
+    TextMap properties;  // set at the start of every boot, over ro.boot.mode normal
+    TextMap files;       // on the device before the first boot, by device path
+    // Bytes in each log buffer.
+    std::map<std::string, int64_t> logSizes = {{"main", 40000},  {"system", 12000},
+                                               {"events", 8000}, {"radio", 4000},
+                                               {"crash", 0},     {"kernel", 16000}};
+    std::set<std::string> endlessLogs;     // buffers whose command never ends by itself
+    std::set<std::string> nulLogs;         // buffers that hold NULs
+    std::optional<int64_t> partitionSize;  // bytes; unset: as large as the workstation's
     bool partitionAbsent = false;
     bool logFolder = true;        // /velafs/boot_vigil/log is there at the first boot
     int64_t rebootAfter = 15000;  // ms from a request property to the platform's reboot
@@ -101,11 +114,20 @@ struct Scenario {
     std::map<std::string, std::optional<std::string>> expectedFiles;
 };
 
-// The names that a scenario gives them.
-extern const std::map<std::string, Fault::Call> kCalls;
-extern const std::map<std::string, Unsynced> kUnsynced;
-
 // Reads a scenario. Throws std::runtime_error("FILE:LINE:COLUMN: what was expected there").
 Scenario readScenario(const std::string& path);
+
+// Writes a scenario as the YAML that readScenario() reads; its path is not in it. Throws
+// std::runtime_error when the file can't be written.
+void writeScenario(const Scenario& scenario, const std::string& path);
+
+// Each makes of this scenario what its file says when a part is left out: a field, or some elements
+// of a list. False when the file gets no shorter; throws std::runtime_error when the rest is no
+// scenario.
+using Omission = std::function<bool(Scenario&)>;
+std::vector<Omission> omissionsOf(const Scenario& scenario);
+
+// The fields of a scenario's file, as tables for docs/lab.md.
+std::string scenarioReference();
 
 }  // namespace lab

@@ -7,6 +7,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "report/read/Printable.h"
+
 namespace report {
 
 namespace {
@@ -93,23 +95,6 @@ void printBoots(const Report& report, std::string& out) {
 }
 
 }  // namespace
-
-std::string printable(const std::string& text) {
-    std::string out;
-    bool control = false;  // the second byte of U+0080 to U+009F, which control a terminal too
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-        const bool first = c == 0xc2 && next >= 0x80 && next < 0xa0;
-        if (c >= 0x20 && c != 0x7f && !first && !control) {
-            out += static_cast<char>(c);
-        } else {
-            print(out, "\\x%02x", c);
-        }
-        control = first;
-    }
-    return out;
-}
 
 std::string toText(const Report& report) {
     std::string out;

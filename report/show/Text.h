@@ -11,7 +11,4 @@ namespace report {
 
 std::string toText(const Report& report);
 
-// Text from outside for a terminal, on one line: what can't be printed becomes \xHH.
-std::string printable(const std::string& text);
-
 }  // namespace report

@@ -13,7 +13,7 @@
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/random/RandomScenario.h"
-#include "lab/scenario/ScenarioWriter.h"
+#include "lab/scenario/Scenario.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ TEST_F(SagaTest, PowerCutSparesAReadOnlyPartition) {
     EXPECT_EQ(readFile(run->root().at("/velafs/SDD/bfflag.txt")), "5");
 }
 
-class PowerCutTest : public SagaTest, public testing::WithParamInterface<std::string> {};
+class PowerCutTest : public SagaTest, public testing::WithParamInterface<Unsynced> {};
 
 // A walk of three stalls down to a good boot, cut off at every place that there is.
 TEST_P(PowerCutTest, AfterEveryFileOperation) {
@@ -73,7 +73,7 @@ TEST_P(PowerCutTest, AfterEveryFileOperation) {
         for (int64_t after = 1; after <= operations[boot]; after += kStep) {
             Scenario cut = whole;
             cut.boots[boot].cutAfter = after;
-            cut.boots[boot].unsynced = kUnsynced.at(GetParam());
+            cut.boots[boot].unsynced = GetParam();
             cut.boots[boot].damageSeed = after;
             const auto run = runBoots(cut);
             ++cuts;
@@ -91,7 +91,10 @@ TEST_P(PowerCutTest, AfterEveryFileOperation) {
 
 // What becomes of the files that were written last.
 INSTANTIATE_TEST_SUITE_P(Unsynced, PowerCutTest,
-                         testing::Values("kept", "lost", "emptied", "cut", "mixed"),
-                         [](const auto& kind) { return kind.param; });
+                         testing::Values(Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED,
+                                         Unsynced::CUT, Unsynced::MIXED),
+                         [](const auto& kind) {
+                             return kUnsyncedNames[static_cast<size_t>(kind.param)];
+                         });
 
 }  // namespace

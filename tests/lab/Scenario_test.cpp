@@ -11,8 +11,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "lab/random/RandomScenario.h"
 #include "lab/run/Expectations.h"
 #include "lab/scenario/ProfileScript.h"
 
@@ -54,6 +56,20 @@ TEST_F(ScenarioTest, WrongFilesAreRefusedWithTheirPlace) {
     for (const auto& [content, error] : cases) {
         EXPECT_EQ(errorOf(content).rfind(mFolder + "/s.yaml:" + error, 0), 0U)
                 << content << errorOf(content);
+    }
+}
+
+// What this prints is the text of the guide.
+TEST_F(ScenarioTest, TheGuideHasEveryField) {
+    const std::string guide = lab::readFile(lab::dataPath("../../docs/lab.md"));
+    EXPECT_NE(guide.find(lab::scenarioReference()), std::string::npos) << lab::scenarioReference();
+}
+
+TEST_F(ScenarioTest, WhatIsWrittenReadsBackAsTheSame) {
+    for (uint64_t seed = 1; seed <= 50; ++seed) {
+        lab::writeScenario(lab::randomScenario(seed), mFolder + "/once.yaml");
+        lab::writeScenario(lab::readScenario(mFolder + "/once.yaml"), mFolder + "/twice.yaml");
+        ASSERT_EQ(lab::readFile(mFolder + "/once.yaml"), lab::readFile(mFolder + "/twice.yaml"));
     }
 }
 

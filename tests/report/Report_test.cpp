@@ -21,7 +21,7 @@
 #include "lab/run/ScenarioRun.h"
 #include "lab/scenario/Scenario.h"
 #include "report/read/Boots.h"
-#include "report/read/Report.h"
+#include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
 #include "report/show/Text.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Finds the partition in a folder, and says in one line what it tells.
 
-#include "report/read/Report.h"
+#include "report/read/ReadReport.h"
 
 #include <errno.h>
 #include <string.h>
