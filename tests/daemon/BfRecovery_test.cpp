@@ -196,6 +196,7 @@ TEST_F(BfRecoveryTest, SuccessIsJudgedByTheLastActionAndItsReason) {
         EXPECT_EQ(report, (report == "<missing>" ? "" : "BFRECOVERY|") + std::string(c.report));
         EXPECT_EQ(exists(kHistory), c.kept) << c.history;
     }
+    EXPECT_TRUE(logged("E Not vela reboot."));
     write(kReport, "uncollected");
     write(kHistory, "11d");
     setProperty("sys.boot.reason", "reboot,velarecovery");
