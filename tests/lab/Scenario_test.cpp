@@ -14,7 +14,6 @@
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
-#include "lab/random/RandomScenario.h"
 #include "lab/run/Expectations.h"
 #include "lab/scenario/ProfileScript.h"
 
@@ -63,14 +62,6 @@ TEST_F(ScenarioTest, WrongFilesAreRefusedWithTheirPlace) {
 TEST_F(ScenarioTest, TheGuideHasEveryField) {
     const std::string guide = lab::readFile(lab::dataPath("../../docs/lab.md"));
     EXPECT_NE(guide.find(lab::scenarioReference()), std::string::npos) << lab::scenarioReference();
-}
-
-TEST_F(ScenarioTest, WhatIsWrittenReadsBackAsTheSame) {
-    for (uint64_t seed = 1; seed <= 50; ++seed) {
-        lab::writeScenario(lab::randomScenario(seed), mFolder + "/once.yaml");
-        lab::writeScenario(lab::readScenario(mFolder + "/once.yaml"), mFolder + "/twice.yaml");
-        ASSERT_EQ(lab::readFile(mFolder + "/once.yaml"), lab::readFile(mFolder + "/twice.yaml"));
-    }
 }
 
 TEST_F(ScenarioTest, WrongExpectationsAreFound) {
