@@ -129,7 +129,7 @@ std::string DeviceModel::content(const std::string& path, const std::string& mis
 }
 
 std::optional<std::string> DeviceModel::worldFile(const std::string& path) const {
-    if (const auto text = lookUp(mWorldFiles, path)) return text;
+    if (auto text = lookUp(mWorldFiles, path)) return text;
     if (path != mSeen.boot.profilePath) return std::nullopt;
     return mSeen.boot.profileText ? *mSeen.boot.profileText : mSeen.boot.profile.at(mNow);
 }

@@ -66,7 +66,8 @@ IPCThreadState* IPCThreadState::self() {
 
 // Sends away all threads but the main one.
 void IPCThreadState::joinThreadPool(bool isMain) {
-    while (isMain) pause();
+    if (!isMain) return;
+    for (;;) pause();
 }
 
 }  // namespace android
