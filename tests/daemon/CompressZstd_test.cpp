@@ -18,10 +18,14 @@
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/device/LibcFiles.h"
+#include "lab/scenario/Scenario.h"
 #include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
 namespace {
+
+// Made while the profile that it shows by default can be read.
+const lab::Boot kBoot;
 
 constexpr const char* kOut = "/velafs/boot_vigil/log/out.zs";
 constexpr size_t kBlock = 65536;
@@ -264,7 +268,7 @@ TEST_F(CompressZstdTest, LackOfMemoryForAnyBufferEndsTheProcess) {
                  {[&] { return stream("/data/in"); }, 4},
                  {[&] { return command("true"); }, 2}};
     for (const auto& c : cases) {
-        lab::Boot boot;
+        lab::Boot boot = kBoot;
         lab::Trace trace;
         const auto starve = [&](int nth) noexcept {
             boot.faults = {{lab::Fault::Call::MALLOC, nth, 1}};
