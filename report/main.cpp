@@ -15,6 +15,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/Version.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
@@ -86,6 +87,8 @@ int showOne(const Options& options) {
 
 int runCommandLine(int argc, char** argv) {
     CLI::App app("Shows what the daemon left on a device's persistent partition.");
+    app.set_version_flag("--version", std::string("bootvigil-report ") + kVersion,
+                         "print the version");
     Options options;
     app.add_option("folder", options.folders,
                    "a copy of the partition (adb pull /velafs), or the folder of a lab's run")

@@ -8,6 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/Version.h"
+
 namespace lab {
 
 Command& Command::argument(const std::string& name, std::string& value, const std::string& about) {
@@ -47,6 +49,8 @@ void Command::does(std::function<int()> action) {
 
 CommandLine::CommandLine(const std::string& about) : mApp(std::make_unique<CLI::App>(about)) {
     mApp->require_subcommand(1);
+    mApp->set_version_flag("--version", std::string("bootvigil-lab ") + kVersion,
+                           "print the version");
     mApp->failure_message([](const CLI::App*, const CLI::Error& error) {
         return "bootvigil-lab: " + std::string(error.what()) + " (--help shows what there is)\n";
     });
