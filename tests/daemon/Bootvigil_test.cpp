@@ -12,11 +12,10 @@
 #include "bootvigil/BootvigilHandler.h"
 #include "tests/daemon/DeviceTest.h"
 
+using namespace lab;
+
 namespace {
 
-constexpr const char* kFlag = "/velafs/SDD/bfflag.txt";
-constexpr const char* kRecord = "/velafs/SDD/bfRecord.txt";
-constexpr const char* kUpload = "/velafs/SDD/bf_upload/boot_vigil";
 const std::string kFinished = "h\nh\n 1.0 :  567-main : Post BOOT_COMPLETED\n";
 
 class BootvigilTest : public DeviceTest {
@@ -164,10 +163,10 @@ TEST_F(BootvigilTest, FinishedBootSubmitsWhatWasFlagged) {
         for (const char* flag : {"4", "18", "x"}) {
             write(kFlag, flag);
             write(kRecord, line);
-            remove(kUpload);
+            remove(kFailureUpload);
             monitor().mErrNumInfo->mErrType = static_cast<uint8_t>(type);
             EXPECT_TRUE(monitor().checkBootAllComplete());
-            EXPECT_EQ(read(kUpload), "BOOTVIGIL|0x401564|t|x");
+            EXPECT_EQ(read(kFailureUpload), "BOOTVIGIL|0x401564|t|x");
             EXPECT_NE(read(kRecord).find(stamp), std::string::npos);
             EXPECT_FALSE(exists(kFlag));
         }

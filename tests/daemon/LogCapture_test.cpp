@@ -11,14 +11,12 @@
 #include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
+using namespace lab;
+
 namespace {
 
-constexpr const char* kPmic = "/velafs/boot_vigil/pmic_info";
-constexpr const char* kHwInfo = "/velafs/boot_vigil/mem_hwinfo";
-constexpr const char* kJournal = "/velafs/boot_vigil/log/info";
-constexpr const char* kRequests = "/dev/kel/requests";
 constexpr const char* kConsole = "/sys/fs/pstore/console-ramoops";
-constexpr const char* kMarker = "bootvigil init_monitor_thread_main create KE";
+constexpr const char* kMonitorKey = "bootvigil init_monitor_thread_main create KE";
 
 // Notes the names and levels that it is asked for.
 class Notes : public bootvigil::CompressBase {
@@ -36,7 +34,7 @@ public:
 class LogCaptureTest : public DeviceTest {
 protected:
     LogCaptureTest() {
-        write(kRequests, "");
+        write(kKelRequestFile, "");
     }
 
     void capture(const std::string& note = "") {
@@ -85,7 +83,7 @@ TEST_F(LogCaptureTest, RecordsWhatTheCommandLineTells) {
     EXPECT_EQ(read(kHwInfo), "kept");
     EXPECT_EQ(read(kPmic), "Sun Nov 15 11:00:00 2026: 9\nSun Nov 15 11:00:00 2026: 9\n");
     remove(kPmic);
-    mkdir(kPmic, 0755);
+    mkdir(kPmic.c_str(), 0755);
     takeLog();
     capture();
     EXPECT_EQ(takeLog()[0], "E Save file path /velafs/boot_vigil/pmic_info fail, open fail.");
@@ -99,11 +97,11 @@ TEST_F(LogCaptureTest, AsksTheServiceOnlyWhenBothPartsRun) {
     write("/velafs/SDD/bfRecord.txt", "");
     setProperty("init.svc.kel", "running");
     capture("x;");
-    EXPECT_EQ(read(kRequests), "");
+    EXPECT_EQ(read(kKelRequestFile), "");
     EXPECT_EQ(mMonitor.mCaptureState, 2);
     setProperty("init.svc.kelvservice", "running");
     capture("x;");
-    EXPECT_EQ(read(kRequests),
+    EXPECT_EQ(read(kKelRequestFile),
               "0xffffff06|393846|567|x;/velafs/boot_vigil/pmic_info;/velafs/boot_vigil/mem_hwinfo;"
               "/velafs/SDD/bfRecord.txt;\n");
     EXPECT_EQ(mMonitor.mCaptureState, 1);
@@ -146,14 +144,14 @@ TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
 TEST_F(LogCaptureTest, WithoutAPartitionTheMarkerIsWrittenOnce) {
     std::filesystem::remove_all("/velafs");
     capture();
-    EXPECT_EQ(read("/dev/kmsg"), kMarker);
+    EXPECT_EQ(read("/dev/kmsg"), kMonitorKey);
     EXPECT_EQ(modeOf("/dev/kmsg"), 0600);
     EXPECT_EQ(mMonitor.mCaptureState, 0);
-    const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMarker;
+    const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMonitorKey;
     EXPECT_TRUE(logged(said));
     for (const char* console : {"-0", ""}) {  // either console may hold it
         remove("/dev/kmsg");
-        write(std::string(kConsole) + console, std::string("...") + kMarker + "...");
+        write(std::string(kConsole) + console, std::string("...") + kMonitorKey + "...");
         capture();
         EXPECT_FALSE(exists("/dev/kmsg"));
         EXPECT_TRUE(logged("E BOOTVIGIL findMonitorKey return"));
@@ -190,7 +188,7 @@ TEST_F(LogCaptureTest, RawLogIsMadeReadableAndNamed) {
     EXPECT_EQ(modeOf("/velafs/boot_vigil/init_msg"), 0777);
     write("/proc/vela_healthinfo/healthinfo_show", "");
     mMonitor.captureRawLog("/none");
-    EXPECT_EQ(read(kRequests),
+    EXPECT_EQ(read(kKelRequestFile),
               "0xffffff06|393270|0|/velafs/boot_vigil/init_msg;\n"
               "0xffffff06|393270|0|/none;proc/vela_healthinfo/healthinfo_show;\n");
 }

@@ -6,10 +6,9 @@
 #include "bootvigil/Bootvigil.h"
 #include "tests/daemon/DeviceTest.h"
 
-namespace {
+using namespace lab;
 
-constexpr const char* kReason = "/velafs/boot_vigil/reason.txt";
-constexpr const char* kHealth = "/proc/vela_healthinfo/healthinfo_show";
+namespace {
 
 class StuckReasonTest : public DeviceTest {
 protected:
@@ -128,12 +127,12 @@ TEST_F(StuckReasonTest, LoopIsNamedByTheMilestoneItNeverReaches) {
         }
         mMonitor.mPhaseIndex = c.looping;
         for (const bool health : {false, true}) {
-            if (health) write(kHealth, "");
+            if (health) write("/" + kHealth, "");
             EXPECT_TRUE(check());
             EXPECT_EQ(recorded(), c.record);
             EXPECT_EQ(mType, 0x60036);
             EXPECT_EQ(mExt, (health ? "proc/vela_healthinfo/healthinfo_show;" : "") + c.ext);
-            remove(kHealth);
+            remove("/" + kHealth);
         }
     }
     EXPECT_EQ(read(kReason), "4");
