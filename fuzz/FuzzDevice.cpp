@@ -6,16 +6,13 @@
 
 #include <android/log.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -37,7 +34,6 @@ const fs::path kRoot = "/sys";
 constexpr time_t kClock = 1794740400;  // Sun Nov 15 11:00:00 2026, UTC
 
 thread_local Watch* gWatch = nullptr;
-bool gInChild = false;
 
 // Shows a folder or device of the workstation at the same place in the new root.
 void show(const fs::path& path) {
@@ -157,24 +153,6 @@ Watch::~Watch() {
     gWatch = nullptr;
 }
 
-int Watch::statusOf(const std::function<void()>& call) {
-    const pid_t child = fork();
-    if (child < 0) lab::failWithErrno("cannot", "fork");
-    if (child == 0) {
-        gInChild = true;
-        const rlimit none = {0, 0};
-        setrlimit(RLIMIT_CORE, &none);
-        signal(SIGABRT, SIG_DFL);
-        const int silence = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(silence, STDERR_FILENO);
-        call();
-        _exit(0);
-    }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child) lab::failWithErrno("cannot wait for", "a child");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 extern "C" {
 
 int LLVMFuzzerInitialize(int* argc, char*** argv);
@@ -213,7 +191,6 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size);
 
 void __wrap_exit(int status) {
     if (gWatch == nullptr) __real_exit(status);
-    if (gInChild) _exit(status);
     fault("the daemon exits with status " + std::to_string(status));
 }
 
