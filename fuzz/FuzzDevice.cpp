@@ -111,16 +111,15 @@ void expectEqual(const std::string& what, long is, long shouldBe) {
 }
 
 std::vector<std::string> texts(const uint8_t* data, size_t size) {
-    static const std::string separator = "\n==\n";
-    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::string separator = "\n==\n";
+    std::string rest(reinterpret_cast<const char*>(data), size);
     std::vector<std::string> list;
-    size_t begin = 0;
-    for (;;) {
-        const size_t end = input.find(separator, begin);
-        list.push_back(input.substr(begin, end == std::string::npos ? end : end - begin));
-        if (end == std::string::npos) return list;
-        begin = end + separator.size();
+    for (size_t end = 0; (end = rest.find(separator)) != std::string::npos;) {
+        list.push_back(rest.substr(0, end));
+        rest.erase(0, end + separator.size());
     }
+    list.push_back(rest);
+    return list;
 }
 
 void write(const std::string& path, const std::optional<std::string>& content) {
@@ -155,9 +154,6 @@ Watch::~Watch() {
 
 extern "C" {
 
-int LLVMFuzzerInitialize(int* argc, char*** argv);
-const char* __asan_default_options();
-
 // Freed memory is watched for a shorter time than by default, which makes the runs twice as fast.
 const char* __asan_default_options() {
     return "quarantine_size_mb=16:malloc_context_size=8";
@@ -183,11 +179,6 @@ int LLVMFuzzerInitialize(int* /* argc */, char*** argv) {
 unsigned int __real_sleep(unsigned int seconds);
 time_t __real_time(time_t* result);
 ssize_t __real_read(int fd, void* buffer, size_t size);
-void __wrap_exit(int status);
-int __wrap_kill(pid_t pid, int signal);
-unsigned int __wrap_sleep(unsigned int seconds);
-time_t __wrap_time(time_t* result);
-ssize_t __wrap_read(int fd, void* buffer, size_t size);
 
 void __wrap_exit(int status) {
     if (gWatch == nullptr) __real_exit(status);

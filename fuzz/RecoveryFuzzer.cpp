@@ -35,28 +35,21 @@ struct Model {
         return history ? history->substr(0, history->find('\n')) : "0";
     }
 
-    // Throws MustEnd where a line of the list ends the process.
-    void choose(int error) {
-        if (list) {
-            table = readOverride(linesOf(*list), error).value_or(table);
-            modes = table;
-        } else {
-            modes = defaultActions(error).value_or(modes);
-        }
-    }
-
-    // As the daemon's runRecovery.
+    // As the daemon's runRecovery. Throws MustEnd where a line of the list ends the process.
     int run(int error) {
         if (error == 0 || disabled) return 0;
         if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
-        choose(error);
+        if (list) {
+            modes = table = readOverride(linesOf(*list), error).value_or(table);
+        } else {
+            modes = defaultActions(error).value_or(modes);
+        }
         const std::string line = firstLine();
         if (modes.empty() || line.empty() || line[0] < '0' || line[0] > '4') return 0;
         const size_t step = static_cast<size_t>(line[0] - '0');
         const int mode = digitAt(modes, step);
         if (mode <= 0) return 0;
-        history = std::to_string(step + 1) + std::to_string(mode);
-        if (reason != '\0') *history += reason;
+        history = std::to_string(step + 1) + std::to_string(mode) + reason;
         reboots |= mode == 1;
         resets |= mode == 5 && !firstBoot;
         if (mode == 5 && firstBoot) history.reset();

@@ -115,20 +115,13 @@ TEST_F(LogCaptureTest, AsksTheServiceOnlyWhenBothPartsRun) {
 }
 
 TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
-    for (const char* buffer : {"crash", "main", "events", "system", "radio", "kernel"}) {
-        write(std::string("/dev/log/") + buffer, std::string("the ") + buffer + " log\n");
+    const auto contentOf = [](const CapturedLog& log) { return "the " + log.buffer + " log\n"; };
+    for (const CapturedLog& log : kCapturedLogs) {
+        write(log.buffer.empty() ? kPstoreConsole : kLogBuffers + log.buffer, contentOf(log));
     }
-    write("/sys/fs/pstore/console-ramoops-0", "the console\n");
     capture();
-    const std::pair<const char*, const char*> logs[] = {
-            {"android_crash_log", "the crash log\n"},   {"android_main_log", "the main log\n"},
-            {"android_events_log", "the events log\n"}, {"android_system_log", "the system log\n"},
-            {"android_radio_log", "the radio log\n"},   {"sys_kernel_log", "the kernel log\n"},
-            {"console-ramoops-0", "the console\n"},
-    };
-    for (const auto& [name, content] : logs) {
-        const std::string archive = "/velafs/boot_vigil/log/" + std::string(name) + ".zs";
-        EXPECT_EQ(report::readArchive(archive), content);
+    for (const CapturedLog& log : kCapturedLogs) {
+        EXPECT_EQ(report::readArchive(archivePath(log.archive)), contentOf(log));
     }
     Notes notes;
     bootvigil::CompressBase* const real = std::exchange(mMonitor.mCompressor, &notes);
