@@ -24,7 +24,7 @@ constexpr size_t kMostContent = 300000;
 enum Way { kFile, kStream, kCommand };
 
 // Cuts content into reads as the script's bytes say: sizes, ends, interruptions, a failure.
-std::vector<Read> readsOf(const std::string& content, const std::string& script) {
+std::vector<Read> scriptedReads(const std::string& content, const std::string& script) {
     std::vector<Read> reads;
     size_t at = 0;
     const auto take = [&](size_t size) {
@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Watch watch;
     std::vector<Read> reads;
     if (way == kStream) {
-        reads = readsOf(content, script);
+        reads = scriptedReads(content, script);
         content = streamModel(reads);
         watch.onRead = [&, next = reads.begin()](char* buffer, size_t most) mutable -> ssize_t {
             if (next == reads.end()) return 0;

@@ -198,28 +198,6 @@ TEST_F(BootvigilTest, SetUpWizardIsStuckAtTheFourthCheck) {
     EXPECT_EQ(monitor().mOobePhase, 0);
 }
 
-TEST_F(BootvigilTest, SystemErrorIsRecordedAndCaptured) {
-    const struct {
-        int reason;
-        const char* complete;
-        bool error;
-        int recorded;
-    } cases[] = {{22, "1", false, 0},  {100, "0", false, 0},  {20, "0", true, 20},
-                 {20, "1", true, 120}, {120, "0", true, 120}, {276, "0", true, 20}};
-    for (const auto& c : cases) {
-        setBFReason(0);
-        monitor().mCaptureState = 0;
-        setProperty("sys.vela.boot_fail_reason", std::to_string(c.reason));
-        setProperty("sys.vela.BOOT_COMPLETED", c.complete);
-        takeLog();
-        EXPECT_EQ(monitor().checkSystemError(), c.error) << c.reason;
-        EXPECT_EQ(takeLog()[0],
-                  "D BOOTVIGIL checkSystemError reason=" + std::to_string(c.reason & 0xff) + "\n");
-        EXPECT_EQ(monitor().mErrNumInfo->mReason, c.recorded) << c.reason;
-        EXPECT_EQ(monitor().mCaptureState, c.error ? 2 : 0);
-    }
-}
-
 TEST_F(BootvigilTest, UnknownMessagesAreOnlyLogged) {
     for (const int what : {0x20070, 0x20011, 0x20000, -1, 0}) {
         takeLog();

@@ -173,17 +173,4 @@ TEST_F(LogCaptureTest, ShellOutputKeepsWhatTheBufferHeld) {
     EXPECT_EQ(shell("cat /data/b; printf bbb"), std::string(10, 'c') + "bbb" + std::string(7, 'c'));
 }
 
-TEST_F(LogCaptureTest, RawLogIsMadeReadableAndNamed) {
-    setProperty("init.svc.kel", "running");
-    setProperty("init.svc.kelvservice", "running");
-    write("/velafs/boot_vigil/init_msg", "text");
-    mMonitor.captureRawLog("/velafs/boot_vigil/init_msg");
-    EXPECT_EQ(modeOf("/velafs/boot_vigil/init_msg"), 0777);
-    write("/proc/vela_healthinfo/healthinfo_show", "");
-    mMonitor.captureRawLog("/none");
-    EXPECT_EQ(read(kKelRequestFile),
-              "0xffffff06|393270|0|/velafs/boot_vigil/init_msg;\n"
-              "0xffffff06|393270|0|/none;proc/vela_healthinfo/healthinfo_show;\n");
-}
-
 }  // namespace
