@@ -173,4 +173,10 @@ TEST_F(LogCaptureTest, ShellOutputKeepsWhatTheBufferHeld) {
     EXPECT_EQ(shell("cat /data/b; printf bbb"), std::string(10, 'c') + "bbb" + std::string(7, 'c'));
 }
 
+TEST_F(LogCaptureTest, RawLogIsMadeReadable) {
+    write(kInitLog, "text");
+    mMonitor.captureRawLog(kInitLog);
+    EXPECT_EQ(modeOf(kInitLog), 0777);
+}
+
 }  // namespace

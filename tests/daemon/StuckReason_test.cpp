@@ -46,9 +46,11 @@ TEST_F(StuckReasonTest, NamesTheProcessThatIsStuck) {
         mMonitor.mLastLine = c.lastLine;
         mMonitor.mSameLineCount = c.same;
         mMonitor.mTimeoutCount = c.timeouts;
+        mType = -7;
         const bool stuck = check();
         EXPECT_EQ(mMonitor.mStuckPID, c.pid) << c.lastLine << c.same << c.timeouts;
         EXPECT_EQ(stuck, c.pid != -1) << c.lastLine << c.same << c.timeouts;
+        EXPECT_EQ(mType, stuck ? 0x60436 : -7);
     }
 }
 
