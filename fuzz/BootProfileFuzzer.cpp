@@ -1,111 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
-// Boot profiles through parseBootProf and checkReason, against a model of both.
+// Boot profiles through parseBootProf and checkReason, against the rules' reading of them.
 
 #include <signal.h>
 #include <stdint.h>
 #include <stdlib.h>
 
 #include <algorithm>
-#include <map>
 #include <stdexcept>
 
 #include <utils/Looper.h>
 
-#include "bootvigil/BootMilestones.h"
 #include "bootvigil/BootState.h"
 #include "bootvigil/Bootvigil.h"
 #include "bootvigil/BootvigilHandler.h"
 #include "fuzz/FuzzDevice.h"
-#include "fuzz/SplitModel.h"
+#include "lab/base/DevicePaths.h"
+#include "lab/rules/Reading.h"
 
 using namespace fuzz;
 
 namespace {
 
 constexpr const char* kProfile = "/data/bootprof";
-constexpr int kLoop = 5;
 
-// A text that ends the process has come.
-struct Ended {};
-
-std::vector<std::string> fieldsOf(const std::string& text, const std::string& pattern) {
-    const Fields fields = splitModel(text, pattern);
-    if (!fields) throw Ended();
-    return *fields;
-}
-
-// What the monitor has to know, and to do about it.
-struct Model {
-    std::string key;
-    int same = 0;
-    int loop = -1;  // milestone
-    std::map<std::string, int> counts;
-
-    bool stuck = false;
-    int pid = -1;
-    int detail = 0;
+// What the monitor has to decide of a profile, and to do about it.
+struct Verdict {
+    int pid = -1, detail = 0;
     int error = 0;  // type and phase, 0x54
-    long mask = 0x60036;
     std::string files;
 
-    void poll(const std::string& profile) {
-        const std::vector<std::string> lines = linesOf(profile);
-        if (lines.size() < 3) return;
-        counts.clear();
-        for (size_t i = lines.size(); i-- > 0;) {
-            const std::vector<std::string> fields = fieldsOf(lines[i], " :");
-            const int milestone = fields.size() < 3 ? -1 : milestoneIndex(fields[2]);
-            if (milestone >= 0 && ++counts[fields[2]] == kLoop) {
-                loop = milestone;
-                return;
-            }
-        }
-        const std::vector<std::string> last = fieldsOf(lines[lines.size() - 3], " :");
-        if (last.size() < 3) return;
-        const std::string now = last[1] + " | " + last[2];
-        same = now == key ? same + 1 : 0;
-        key = now;
-    }
-
-    void findPid(int timeouts) {
-        if (key.find("performDexOpt") != std::string::npos) return;
-        pid = timeouts >= 3 ? 0 : -1;
-        if (same < 3) return;
-        const std::vector<std::string> parts = fieldsOf(key, "-");
-        const auto digit = [](char c) { return c >= '0' && c <= '9'; };
-        if (!parts.empty() && std::all_of(parts[0].begin(), parts[0].end(), digit)) {
-            pid = atoi(parts[0].c_str());
-        }
-    }
-
-    void judge(int timeouts, int completed, int animationExited) {
-        findPid(timeouts);
-        stuck = true;
-        if (loop >= 0) {
-            const auto end = std::end(kBootMilestones);
-            const auto missing = std::find_if(std::begin(kBootMilestones) + loop, end,
-                                              [&](const auto& name) { return counts[name] == 0; });
-            detail = missing == end ? 255
-                                    : static_cast<int>(missing - std::begin(kBootMilestones)) + 4;
-            error = 0x24;
-        } else if (completed == 1 && animationExited == 0) {
-            detail = 3;
-        } else if (pid == -1) {
-            stuck = false;
-        } else if (counts["Android:SysServerInit_START"] == 1) {
-            detail = 2;
-            error = 0x55;
-        } else {
-            detail = 1;
-            error = 0x54;
-        }
-        if (detail == 1) mask = 0x60436;
-        if (detail == 2) mask = 0x60276;
-        if (detail == 3) mask = 0x61036;
-        if (detail == 10 || detail == 11) {
-            files = "/data/system/users/0.xml;/data/system/users/userlist.xml"
-                    "/data/system/packages.xml;/data/system/uiderrors.txt";
-        }
+    Verdict() = default;
+    Verdict(const lab::ProfileModel& profile, int timeouts, bool animationStays) {
+        if (!profile.optimises()) pid = profile.stuckPid().value_or(timeouts > 2 ? 0 : -1);
+        detail = profile.stuckDetail(pid, animationStays);
+        files = lab::capturedFiles(detail);
+        if (detail == 1) error = 0x54;
+        if (detail == 2) error = 0x55;
+        if (profile.loop >= 0) error = 0x24;
     }
 };
 
@@ -128,28 +59,27 @@ Bootvigil& freshMonitor(const android::sp<android::Looper>& looper) {
     return *monitor;
 }
 
-void compareStates(const Bootvigil& monitor, const Model& model) {
+void compareStates(const Bootvigil& monitor, const lab::ProfileModel& model) {
     expectEqual("the key", monitor.mLastLine, model.key);
     expectEqual("the count of equal polls", monitor.mSameLineCount, model.same);
     expectEqual("the loop", monitor.mRestartLoop ? monitor.mPhaseIndex : -1, model.loop);
     for (const auto& [name, count] : monitor.mMilestones) {
-        const auto known = model.counts.find(name);
-        expectEqual("the count of " + name, count, known == model.counts.end() ? 0 : known->second);
+        expectEqual("the count of " + name, count, lab::lookUp(model.counts, name).value_or(0));
     }
 }
 
-void compareVerdicts(const Bootvigil& monitor, const Model& model, const Watch& watch) {
+void compareVerdicts(const Bootvigil& monitor, const Verdict& model, const Watch& watch) {
     const int error = monitor.mErrNumInfo->mErrType << 4 | monitor.mErrNumInfo->mMainPhase;
     const bool signalled = model.detail == 2;
     expectEqual("the failure's type and phase", error, model.error);
     if (error != 0) {
         expectEqual("the detail phase", monitor.mErrNumInfo->mDetailPhase, model.detail);
-        if (read("/velafs/SDD/bfRecord.txt").find("ERR_NUM:0x") == std::string::npos) {
+        if (read(lab::kRecord).find("ERR_NUM:0x") == std::string::npos) {
             fault("the failure is not recorded");
         }
     }
-    expectEqual("the reason code", read("/velafs/boot_vigil/reason.txt"),
-                model.stuck ? std::to_string(model.detail) : "<missing>");
+    expectEqual("the reason code", read(lab::kReason),
+                model.detail > 0 ? std::to_string(model.detail) : "<missing>");
     expectEqual("the seconds slept", watch.slept, signalled ? 2 : 0);
     if (watch.signals != std::vector<std::pair<pid_t, int>>(signalled, {model.pid, SIGQUIT})) {
         fault("the signals sent are others");
@@ -166,19 +96,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     setProperty("sys.boot_completed", input[0]);
     setProperty("service.bootanim.exit", input[1]);
     const int timeouts = atoi(input[2].c_str());
-    write("/velafs/SDD/bfRecord.txt", std::nullopt);
-    write("/velafs/boot_vigil/reason.txt", std::nullopt);
+    write(lab::kRecord, std::nullopt);
+    write(lab::kReason, std::nullopt);
 
     Bootvigil& monitor = freshMonitor(looper);
     monitor.mTimeoutCount = timeouts;
     Watch watch;
-    Model model;
+    lab::ProfileModel profile;
     bool shouldEnd = false;
     bool ended = false;
     const auto both = [&](const auto& daemon, const auto& expected) {
         try {
             expected();
-        } catch (const Ended&) {
+        } catch (const lab::MustEnd&) {
             shouldEnd = true;
         }
         try {
@@ -191,8 +121,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     };
     for (size_t i = 3; i < input.size() && !monitor.mRestartLoop; ++i) {
         write(kProfile, input[i]);
-        if (!both([&] { monitor.parseBootProf(); }, [&] { model.poll(input[i]); })) return 0;
-        compareStates(monitor, model);
+        std::vector<std::string> lines = lab::linesOf(input[i]);
+        std::reverse(lines.begin(), lines.end());
+        if (!both([&] { monitor.parseBootProf(); }, [&] { profile.read(lines); })) return 0;
+        compareStates(monitor, profile);
     }
 
     long type = -1;
@@ -200,20 +132,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string files = "untouched";
     bool stuck = false;
     const int posted = monitor.mHandler->getStrongCount();  // each message holds its handler
+    const bool animationStays = atoi(propertyValue(input[0], "0").c_str()) == 1 &&
+                                atoi(propertyValue(input[1], "0").c_str()) == 0;
+    Verdict model;
     if (!both([&] { stuck = monitor.checkReason(type, pid, files); },
-              [&] {
-                  model.judge(timeouts, atoi(propertyValue(input[0], "0").c_str()),
-                              atoi(propertyValue(input[1], "0").c_str()));
-              })) {
+              [&] { model = Verdict(profile, timeouts, animationStays); })) {
         return 0;
     }
     expectEqual("the messages posted", monitor.mHandler->getStrongCount() - posted,
                 model.error != 0 ? 1 : 0);
     looper->removeMessages(monitor.mHandler);
-    expectEqual("the verdict", stuck, model.stuck);
-    expectEqual("the mask", type, model.stuck ? model.mask : -1);
-    expectEqual("the pid", pid, model.stuck ? model.pid : -2);
-    expectEqual("the list of files", files, model.stuck ? model.files : "untouched");
+    expectEqual("the verdict", stuck, model.detail > 0);
+    expectEqual("the mask", type, stuck ? lab::captureType(model.detail) : -1);
+    expectEqual("the pid", pid, stuck ? model.pid : -2);
+    expectEqual("the list of files", files, stuck ? model.files : "untouched");
     compareVerdicts(monitor, model, watch);
     return 0;
 }

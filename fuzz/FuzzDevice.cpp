@@ -6,16 +6,13 @@
 
 #include <android/log.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -37,7 +34,6 @@ const fs::path kRoot = "/sys";
 constexpr time_t kClock = 1794740400;  // Sun Nov 15 11:00:00 2026, UTC
 
 thread_local Watch* gWatch = nullptr;
-bool gInChild = false;
 
 // Shows a folder or device of the workstation at the same place in the new root.
 void show(const fs::path& path) {
@@ -115,16 +111,15 @@ void expectEqual(const std::string& what, long is, long shouldBe) {
 }
 
 std::vector<std::string> texts(const uint8_t* data, size_t size) {
-    static const std::string separator = "\n==\n";
-    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::string separator = "\n==\n";
+    std::string rest(reinterpret_cast<const char*>(data), size);
     std::vector<std::string> list;
-    size_t begin = 0;
-    for (;;) {
-        const size_t end = input.find(separator, begin);
-        list.push_back(input.substr(begin, end == std::string::npos ? end : end - begin));
-        if (end == std::string::npos) return list;
-        begin = end + separator.size();
+    for (size_t end = 0; (end = rest.find(separator)) != std::string::npos;) {
+        list.push_back(rest.substr(0, end));
+        rest.erase(0, end + separator.size());
     }
+    list.push_back(rest);
+    return list;
 }
 
 void write(const std::string& path, const std::optional<std::string>& content) {
@@ -157,28 +152,7 @@ Watch::~Watch() {
     gWatch = nullptr;
 }
 
-int Watch::statusOf(const std::function<void()>& call) {
-    const pid_t child = fork();
-    if (child < 0) lab::failWithErrno("cannot", "fork");
-    if (child == 0) {
-        gInChild = true;
-        const rlimit none = {0, 0};
-        setrlimit(RLIMIT_CORE, &none);
-        signal(SIGABRT, SIG_DFL);
-        const int silence = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(silence, STDERR_FILENO);
-        call();
-        _exit(0);
-    }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child) lab::failWithErrno("cannot wait for", "a child");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 extern "C" {
-
-int LLVMFuzzerInitialize(int* argc, char*** argv);
-const char* __asan_default_options();
 
 // Freed memory is watched for a shorter time than by default, which makes the runs twice as fast.
 const char* __asan_default_options() {
@@ -205,15 +179,9 @@ int LLVMFuzzerInitialize(int* /* argc */, char*** argv) {
 unsigned int __real_sleep(unsigned int seconds);
 time_t __real_time(time_t* result);
 ssize_t __real_read(int fd, void* buffer, size_t size);
-void __wrap_exit(int status);
-int __wrap_kill(pid_t pid, int signal);
-unsigned int __wrap_sleep(unsigned int seconds);
-time_t __wrap_time(time_t* result);
-ssize_t __wrap_read(int fd, void* buffer, size_t size);
 
 void __wrap_exit(int status) {
     if (gWatch == nullptr) __real_exit(status);
-    if (gInChild) _exit(status);
     fault("the daemon exits with status " + std::to_string(status));
 }
 

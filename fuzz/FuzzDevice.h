@@ -48,9 +48,6 @@ public:
 
     // Where set, serves every read(2) of the daemon.
     std::function<ssize_t(char* buffer, size_t size)> onRead;
-
-    // Calls the daemon in a child process and gives its exit status, or 128 + the signal.
-    static int statusOf(const std::function<void()>& call);
 };
 
 }  // namespace fuzz

@@ -10,19 +10,13 @@
 #include "bootvigil/BfRecovery.h"
 #include "bootvigil/BootState.h"
 #include "fuzz/FuzzDevice.h"
-#include "fuzz/SplitModel.h"
-#include "lab/base/Text.h"
-#include "lab/rules/DaemonModel.h"
+#include "lab/base/DevicePaths.h"
+#include "lab/rules/Reading.h"
 
 using namespace fuzz;
+using namespace lab;
 
 namespace {
-
-constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
-constexpr const char* kList = "/velafs/boot_vigil/recoveryList";
-constexpr const char* kDisable = "/velafs/boot_vigil/bfEnable";
-constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
-constexpr const char* kResetRequest = "sys.velas_recovery_reset";
 
 using Text = std::optional<std::string>;
 
@@ -41,28 +35,21 @@ struct Model {
         return history ? history->substr(0, history->find('\n')) : "0";
     }
 
-    // Throws lab::MustEnd where a line of the list ends the process.
-    void choose(int error) {
-        if (list) {
-            table = lab::readOverride(lab::linesOf(*list), error).value_or(table);
-            modes = table;
-        } else {
-            modes = lab::defaultActions(error).value_or(modes);
-        }
-    }
-
-    // As the daemon's runRecovery.
+    // As the daemon's runRecovery. Throws MustEnd where a line of the list ends the process.
     int run(int error) {
         if (error == 0 || disabled) return 0;
         if (!firstBoot && firstLine().size() > 1 && firstLine()[1] == '5') history.reset();
-        choose(error);
+        if (list) {
+            modes = table = readOverride(linesOf(*list), error).value_or(table);
+        } else {
+            modes = defaultActions(error).value_or(modes);
+        }
         const std::string line = firstLine();
         if (modes.empty() || line.empty() || line[0] < '0' || line[0] > '4') return 0;
         const size_t step = static_cast<size_t>(line[0] - '0');
-        const int mode = lab::digitAt(modes, step);
+        const int mode = digitAt(modes, step);
         if (mode <= 0) return 0;
-        history = std::to_string(step + 1) + std::to_string(mode);
-        if (reason != '\0') *history += reason;
+        history = std::to_string(step + 1) + std::to_string(mode) + reason;
         reboots |= mode == 1;
         resets |= mode == 5 && !firstBoot;
         if (mode == 5 && firstBoot) history.reset();
@@ -74,9 +61,9 @@ struct Model {
 void clearTable() {
     setBFReason(1);
     setProperty("ro.vela.bfRecovery.support", "1");
-    write(kDisable, std::nullopt);
+    write(kSwitch, std::nullopt);
     write(kHistory, std::nullopt);
-    write(kList, "1|00000\n");
+    write(kOverride, "1|00000\n");
     BfRecovery().runRecovery(1, true);
 }
 
@@ -110,8 +97,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     setProperty(kResetRequest, std::nullopt);
     setBFReason(static_cast<uint8_t>(model.reason));
     write(kHistory, model.history);
-    write(kList, model.list);
-    write(kDisable, disable);
+    write(kOverride, model.list);
+    write(kSwitch, disable);
 
     BfRecovery recovery;
     for (size_t failure = 0; failure < 2; ++failure) {
@@ -120,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         int result = -1;
         try {
             expected = model.run(error);
-        } catch (const lab::MustEnd&) {
+        } catch (const MustEnd&) {
         }
         try {
             result = recovery.runRecovery(error, model.firstBoot) ? 1 : 0;

@@ -7,6 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <initializer_list>
 #include <iterator>
 #include <random>
 
@@ -33,7 +34,11 @@ public:
     template <typename List>
     const auto& of(const List& list) {
         const auto size = static_cast<int64_t>(std::size(list));
-        return list[size == 1 ? 0 : static_cast<size_t>(below(size))];
+        return *(std::begin(list) + (size == 1 ? 0 : below(size)));
+    }
+    template <typename Value>
+    Value of(std::initializer_list<Value> list) {
+        return of<std::initializer_list<Value>>(list);
     }
 
 private:

@@ -37,7 +37,7 @@ public:
     Value& operator[](size_t index) {
         return mValues[index];
     }
-    Value* operator->() {
+    Value* operator->() const {
         return mValues;
     }
     size_t size() const {

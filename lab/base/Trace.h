@@ -8,9 +8,12 @@
 #include <stdint.h>
 
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "lab/base/Shared.h"
 
 namespace lab {
 
@@ -39,12 +42,6 @@ struct TraceEvent {
 
 class Trace {
 public:
-    // Throws std::runtime_error without memory.
-    Trace();
-    ~Trace();
-    Trace(const Trace&) = delete;
-    Trace& operator=(const Trace&) = delete;
-
     void clear();
 
     // By any thread of a process that was forked after the trace was made. What no longer fits is
@@ -52,17 +49,30 @@ public:
     void add(int64_t ms, TraceEvent::Kind kind, std::string_view text);
 
     // Device time in ms, for the boot's process to set; 0 after clear().
-    std::atomic<int64_t>& clock();
+    std::atomic<int64_t>& clock() {
+        return mMemory->clock;
+    }
 
-    bool full() const;
+    bool full() const {
+        return mMemory->full;
+    }
     std::vector<TraceEvent> events() const;
 
     // The events as they lie in memory: equal for runs that did the same.
-    std::string_view bytes() const;
+    std::string_view bytes() const {
+        return {mMemory->data, mMemory->size};
+    }
 
 private:
-    struct Memory;
-    Memory* mMemory;
+    struct Memory {
+        Memory() {}       // touches no page of the data
+        std::mutex lock;  // between the threads of one process
+        std::atomic<int64_t> clock{0};
+        size_t size = 0;
+        bool full = false;
+        char data[8 << 20];
+    };
+    Shared<Memory> mMemory;
 };
 
 }  // namespace lab

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <functional>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
@@ -84,7 +85,7 @@ Results runBoots(uint64_t seed, int boots, int jobs) {
 
 struct Column {
     const char* head;
-    std::string (*cell)(const Results&);
+    std::function<std::string(const Results&)> cell;
 };
 
 template <Answer Result::*item>
@@ -94,20 +95,10 @@ std::string answers(const Results& results) {
     return format("%d / %d / %d", count[RIGHT], count[UNKNOWN], count[WRONG]);
 }
 
-template <bool Result::*item>
-std::string count(const Results& results) {
-    return std::to_string(std::count_if(results.begin(), results.end(),
-                                        [](const Result& result) { return result.*item; }));
-}
-
-std::string countSilentRecorded(const Results& results) {
-    return std::to_string(std::count_if(results.begin(), results.end(), [](const Result& result) {
-        return result.silent && result.recorded;
-    }));
-}
-
-std::string countAll(const Results& results) {
-    return std::to_string(results.size());
+auto count(std::function<bool(const Result&)> matches) {
+    return [matches](const Results& results) {
+        return std::to_string(std::count_if(results.begin(), results.end(), matches));
+    };
 }
 
 std::string quantiles(const Results& results) {
@@ -124,21 +115,21 @@ std::string quantiles(const Results& results) {
 }
 
 const std::vector<Column> kStallColumns = {
-        {"boots", countAll},
+        {"boots", count([](const Result&) { return true; })},
         {"pid: right / unknown / wrong", answers<&Result::pid>},
         {"phase", answers<&Result::phase>},
         {"detail", answers<&Result::detail>},
         {"seconds: median, p90, max", quantiles},
-        {"daemon died", count<&Result::killed>},
+        {"daemon died", count(&Result::killed)},
 };
 const std::vector<Column> kSlowColumns = {
-        {"boots", countAll},
-        {"recorded", count<&Result::recorded>},
-        {"captured", count<&Result::captured>},
-        {"restart asked for", count<&Result::requested>},
-        {"daemon died", count<&Result::killed>},
-        {"with 4 min of silence", count<&Result::silent>},
-        {"of these recorded", countSilentRecorded},
+        {"boots", count([](const Result&) { return true; })},
+        {"recorded", count(&Result::recorded)},
+        {"captured", count(&Result::captured)},
+        {"restart asked for", count(&Result::requested)},
+        {"daemon died", count(&Result::killed)},
+        {"with 4 min of silence", count(&Result::silent)},
+        {"of these recorded", count([](const Result& one) { return one.silent && one.recorded; })},
 };
 
 using Row = std::vector<std::string>;

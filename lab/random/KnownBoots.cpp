@@ -69,26 +69,56 @@ Scenario device(bool firstBoot, Events events, int64_t endMs) {
     return scenario;
 }
 
-// Where a boot hangs.
+// Where a boot hangs once.
 enum Where {
     BEFORE_SERVER,
     IN_SERVER,
     ANYWHERE,  // in one of these
     PACKAGES_READY,
-    RESTARTED_SERVER,
-    LOOP,
-    LOOP_AFTER_MORE
+    RESTARTED_SERVER
 };
 
 // A boot that hangs, under construction.
 class Stall {
 public:
-    Stall(QuickDraw& draw, Where where) : mDraw(draw) {
-        if (where < LOOP) {
-            hang(where);
-        } else {
-            loop(where == LOOP_AFTER_MORE);
+    explicit Stall(QuickDraw& draw) : mDraw(draw) {}
+
+    // Once, after an event anywhere in that part of the profile.
+    Stall& hang(Where where) {
+        mAll = healthyEvents(factor(20));
+        const size_t server = indexOf(mAll, "Android:SysServerInit_START");
+        const bool early =
+                where == BEFORE_SERVER || (where == ANYWHERE && mDraw.between(0, 1) != 0);
+        const auto anyEvent = [&] {
+            return early ? mDraw.between(0, server - 1) : mDraw.between(server, mAll.size() - 1);
+        };
+        size_t from = 0;
+        if (where == RESTARTED_SERVER) {
+            addRound(0, anyEvent(), 0);
+            from = indexOf(mAll, kRestart);
         }
+        const size_t last = where == PACKAGES_READY ? indexOf(mAll, kPackagesReady) : anyEvent();
+        addRound(from, last, from == 0 ? 0 : mDraw.between(3, 30) * kSecond);
+        setTruth(early);
+        return *this;
+    }
+
+    // The device restarts again and again at the same step, perhaps after a run that got further.
+    void loop(bool afterMore) {
+        mAll = healthyEvents(factor(4));
+        const size_t milestone = mDraw.between(0, kMilestones.size() - (afterMore ? 2 : 1));
+        const bool last = milestone == kMilestones.size() - 1;
+        const size_t reached = indexOf(mAll, kMilestones[milestone]);
+        const size_t missed = last ? mAll.size() : indexOf(mAll, kMilestones[milestone + 1]);
+        const size_t dies = mDraw.between(reached, missed - 1);
+        const size_t from = milestone == 0 ? reached : indexOf(mAll, kRestart);
+        const int64_t pause = mDraw.between(3, 60) * kSecond;
+        addRound(0, afterMore ? mDraw.between(missed, mAll.size() - 1) : dies, 0);
+        if (afterMore) addRound(from, dies, pause);
+        setTruth(true);
+        mTruth.detail =
+                last ? kOtherDetail : static_cast<int>(milestone) + 1 + kFirstMilestoneDetail;
+        for (int i = 0; i < kLoopRounds; ++i) addRound(from, dies, pause);
     }
 
     void addOptimisation() {
@@ -108,8 +138,7 @@ public:
     }
 
     // Another process logs the same event again and again, or counts in it.
-    template <bool counting>
-    void addTalkAfter() {
+    void addTalkAfter(bool counting) {
         const int64_t period = mDraw.between(5, 150);
         addStray(0);
         const Event sample = mEvents.back();
@@ -132,43 +161,6 @@ public:
     }
 
 private:
-    // Once, after an event anywhere in that part of the profile.
-    void hang(Where where) {
-        mAll = healthyEvents(factor(20));
-        const size_t server = indexOf(mAll, "Android:SysServerInit_START");
-        const bool early =
-                where == BEFORE_SERVER || (where == ANYWHERE && mDraw.between(0, 1) != 0);
-        const auto anyEvent = [&] {
-            return early ? mDraw.between(0, server - 1) : mDraw.between(server, mAll.size() - 1);
-        };
-        size_t from = 0;
-        if (where == RESTARTED_SERVER) {
-            addRound(0, anyEvent(), 0);
-            from = indexOf(mAll, kRestart);
-        }
-        const size_t last = where == PACKAGES_READY ? indexOf(mAll, kPackagesReady) : anyEvent();
-        addRound(from, last, from == 0 ? 0 : mDraw.between(3, 30) * kSecond);
-        setTruth(early);
-    }
-
-    // The device restarts again and again at the same step, perhaps after a run that got further.
-    void loop(bool afterMore) {
-        mAll = healthyEvents(factor(4));
-        const size_t milestone = mDraw.between(0, kMilestones.size() - (afterMore ? 2 : 1));
-        const bool last = milestone == kMilestones.size() - 1;
-        const size_t reached = indexOf(mAll, kMilestones[milestone]);
-        const size_t missed = last ? mAll.size() : indexOf(mAll, kMilestones[milestone + 1]);
-        const size_t dies = mDraw.between(reached, missed - 1);
-        const size_t from = milestone == 0 ? reached : indexOf(mAll, kRestart);
-        const int64_t pause = mDraw.between(3, 60) * kSecond;
-        addRound(0, afterMore ? mDraw.between(missed, mAll.size() - 1) : dies, 0);
-        if (afterMore) addRound(from, dies, pause);
-        setTruth(true);
-        mTruth.detail =
-                last ? kOtherDetail : static_cast<int>(milestone) + 1 + kFirstMilestoneDetail;
-        for (int i = 0; i < kLoopRounds; ++i) addRound(from, dies, pause);
-    }
-
     // From 1 to `most`, small ones as often as large ones.
     double factor(double most) {
         return std::pow(most, static_cast<double>(mDraw.between(0, 1000)) / 1000);
@@ -204,22 +196,26 @@ private:
 
 struct StallKind {
     const char* name;
-    Where where;
-    void (Stall::*more)() = nullptr;
+    void (*make)(Stall&);
 };
 
 const StallKind kStalls[] = {
-        {"before the system server, then silence", BEFORE_SERVER},
-        {"in the system server, then silence", IN_SERVER},
-        {"other processes busy before it", ANYWHERE, &Stall::addNoiseBefore},
-        {"1 to 3 stray events of others after it", ANYWHERE, &Stall::addStraysAfter},
-        {"another process counts on after it", ANYWHERE, &Stall::addTalkAfter<true>},
-        {"another process repeats one event after it", ANYWHERE, &Stall::addTalkAfter<false>},
-        {"last event logged without a pid", ANYWHERE, &Stall::hidePid},
-        {"in package optimisation", PACKAGES_READY, &Stall::addOptimisation},
-        {"in a system server that had restarted", RESTARTED_SERVER},
-        {"restart loop", LOOP},
-        {"restart loop after a run that got further", LOOP_AFTER_MORE},
+        {"before the system server, then silence", [](Stall& boot) { boot.hang(BEFORE_SERVER); }},
+        {"in the system server, then silence", [](Stall& boot) { boot.hang(IN_SERVER); }},
+        {"other processes busy before it",
+         [](Stall& boot) { boot.hang(ANYWHERE).addNoiseBefore(); }},
+        {"1 to 3 stray events of others after it",
+         [](Stall& boot) { boot.hang(ANYWHERE).addStraysAfter(); }},
+        {"another process counts on after it",
+         [](Stall& boot) { boot.hang(ANYWHERE).addTalkAfter(true); }},
+        {"another process repeats one event after it",
+         [](Stall& boot) { boot.hang(ANYWHERE).addTalkAfter(false); }},
+        {"last event logged without a pid", [](Stall& boot) { boot.hang(ANYWHERE).hidePid(); }},
+        {"in package optimisation",
+         [](Stall& boot) { boot.hang(PACKAGES_READY).addOptimisation(); }},
+        {"in a system server that had restarted", [](Stall& boot) { boot.hang(RESTARTED_SERVER); }},
+        {"restart loop", [](Stall& boot) { boot.loop(false); }},
+        {"restart loop after a run that got further", [](Stall& boot) { boot.loop(true); }},
 };
 
 // A boot that takes its time and ends well, under construction.
@@ -241,8 +237,7 @@ struct SlowBoot {
         delay(draw.between(1, events.size() - 1));
     }
 
-    template <bool counting>
-    void optimise() {
+    void optimise(bool counting) {
         const int64_t step = counting ? draw.between(5, 60) * kSecond : end;
         const size_t ready = indexOf(events, kPackagesReady);
         delay(ready + 1);
@@ -256,15 +251,15 @@ struct SlowBoot {
 
 struct SlowKind {
     const char* name;
-    void (SlowBoot::*make)();
+    void (*make)(SlowBoot&);
 };
 
 const SlowKind kSlowBoots[] = {
-        {"every event later", &SlowBoot::stretch},
-        {"one long step", &SlowBoot::delayAnywhere},
-        {"late end, no event before it", nullptr},
-        {"package optimisation, silent", &SlowBoot::optimise<false>},
-        {"package optimisation, counting", &SlowBoot::optimise<true>},
+        {"every event later", [](SlowBoot& boot) { boot.stretch(); }},
+        {"one long step", [](SlowBoot& boot) { boot.delayAnywhere(); }},
+        {"late end, no event before it", [](SlowBoot&) {}},
+        {"package optimisation, silent", [](SlowBoot& boot) { boot.optimise(false); }},
+        {"package optimisation, counting", [](SlowBoot& boot) { boot.optimise(true); }},
 };
 constexpr size_t kSlowKinds = std::size(kSlowBoots);
 
@@ -296,14 +291,14 @@ std::vector<std::string> slowKinds() {
 
 KnownBoot makeStall(QuickDraw& draw, size_t kind) {
     const bool firstBoot = draw.between(1, 5) == 1;
-    Stall stall(draw, kStalls[kind].where);
-    if (const auto more = kStalls[kind].more) (stall.*more)();
+    Stall stall(draw);
+    kStalls[kind].make(stall);
     return stall.finish(firstBoot);
 }
 
 KnownBoot makeSlowBoot(QuickDraw& draw, size_t kind) {
     SlowBoot slow = {draw};
-    if (const auto make = kSlowBoots[kind % kSlowKinds].make) (slow.*make)();
+    kSlowBoots[kind % kSlowKinds].make(slow);
     const int64_t end = slow.end / 1000;
     Scenario scenario = device(kind >= kSlowKinds, std::move(slow.events), end + 300000);
     Boot& boot = scenario.boots.front();

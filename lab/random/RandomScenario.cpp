@@ -225,8 +225,7 @@ private:
 
     void platform() {
         if (mPlatform.percent(mOdds.systemError)) {
-            static constexpr const char* kReasons[] = {"20", "22", "120", "21", "300", "276", "x"};
-            const char* reason = mPlatform.of(kReasons);
+            const char* reason = mPlatform.of({"20", "22", "120", "21", "300", "276", "x"});
             set(mPlatform.below(400), "sys.vela.boot_fail_reason", reason);
         }
         for (const char* kept : {"init", "kernel"}) {
@@ -240,8 +239,7 @@ private:
             if (mPlatform.percent(70)) mBoot.kelAnswersAfter = mPlatform.below(90) * 1000;
         }
         if (mPlatform.percent(mOdds.settings)) {
-            static constexpr const char* kOobe[] = {"1", "2", "0", "x"};
-            mBoot.properties["persist.sys.oobe"] = mPlatform.of(kOobe);
+            mBoot.properties["persist.sys.oobe"] = mPlatform.of({"1", "2", "0", "x"});
         }
         if (mPlatform.percent(mOdds.garbage) && mPlatform.percent(20)) {
             mBoot.properties["ro.boot.mode"] = mPlatform.percent(50) ? "charger" : "normal ";
@@ -269,9 +267,8 @@ private:
 
     void faults() {
         if (mFaults.percent(mOdds.signal)) {
-            static constexpr int kSignals[] = {SIGTERM,  SIGKILL, SIGCHLD,
-                                               SIGWINCH, SIGCONT, SIGQUIT};
-            change({mFaults.below(600000), What::SIGNAL, "", "", mFaults.of(kSignals)});
+            change({mFaults.below(600000), What::SIGNAL, "", "",
+                    mFaults.of({SIGTERM, SIGKILL, SIGCHLD, SIGWINCH, SIGCONT, SIGQUIT})});
         }
         const bool failing = mFaults.percent(mOdds.failing);
         for (int64_t i = failing ? mFaults.between(1, 3) : 0; i > 0; --i) {
@@ -439,10 +436,9 @@ private:
         for (Boot& boot : boots) {
             if (full && !boot.space) boot.space = mDraw.below(mDraw.percent(50) ? 2000 : 60000);
         }
-        static constexpr const char* kEndless[] = {"crash", "events", "radio"};
         const bool limited = std::all_of(boots.begin(), boots.end(),
                                          [](const Boot& boot) { return boot.space.has_value(); });
-        if (limited) mScenario.endlessLogs.insert(mDraw.of(kEndless));
+        if (limited) mScenario.endlessLogs.insert(mDraw.of({"crash", "events", "radio"}));
     }
 
     const uint64_t mSeed;

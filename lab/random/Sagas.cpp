@@ -25,6 +25,30 @@ namespace {
 constexpr uint64_t kPrinted = 20;  // broken rules
 constexpr uint64_t kTwice = 20;    // every so many scenarios one is run a second time
 
+// The kinds of violations are in the order of their statuses.
+static_assert(kSagaCrash + static_cast<int>(Violation::Kind::CRASH) == kSagaCrash &&
+              kSagaCrash + static_cast<int>(Violation::Kind::LIVENESS) == kSagaLiveness &&
+              kSagaCrash + static_cast<int>(Violation::Kind::RULE) == kSagaRule);
+
+struct Finding {
+    int status;
+    size_t boot;  // from 1; 0: none of them
+    std::string text;
+};
+
+// The worst violation, and of equals the first; nothing when every rule held.
+std::optional<Finding> judge(const ScenarioRun& run) {
+    std::optional<Finding> worst;
+    const std::vector<BootOutcome>& boots = run.outcomes();
+    for (size_t i = 0; i < boots.size(); ++i) {
+        for (const Violation& violation : boots[i].violations) {
+            const int status = kSagaCrash + static_cast<int>(violation.kind);
+            if (!worst || status < worst->status) worst = {status, i + 1, violation.text};
+        }
+    }
+    return worst;
+}
+
 void print(const std::string& line) {
     printf("%s\n", line.c_str());
     fflush(stdout);
@@ -97,7 +121,7 @@ private:
             ++mTally->boots;
             mTally->deviceSeconds += static_cast<uint64_t>(outcome.endedAt / 1000);
         }
-        std::optional<Finding> finding = judge(run.outcomes());
+        std::optional<Finding> finding = judge(run);
         if (!finding && twice) {
             ++mTally->twice;
             const uint64_t fingerprint = run.fingerprint();
@@ -137,7 +161,7 @@ private:
             const size_t boots = worst.boots.size();
             Workshop workshop;
             worst = shrink(std::move(worst), [&](const Scenario& candidate) {
-                const auto finding = judge(workshop.run(candidate, Keep::TRACE).outcomes());
+                const auto finding = judge(workshop.run(candidate, Keep::TRACE));
                 return finding && finding->status == status;
             });
             what = format("reduced from %zu boots to %zu", boots, worst.boots.size());

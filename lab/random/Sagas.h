@@ -7,7 +7,6 @@
 
 #include <string>
 
-#include "lab/random/Judge.h"
 #include "lab/random/RandomScenario.h"
 
 namespace lab {
@@ -21,10 +20,16 @@ struct SagaOrder {
     std::string folder;        // where a scenario that breaks a rule is written
 };
 
+// Exit statuses. Of those from 10 on the lowest counts: a crash comes before a boot that does not
+// end as it must, and that before another broken rule.
 constexpr int kSagaNotRun = 1;  // no rule was broken, but a scenario or a whole job failed
+constexpr int kSagaCrash = 10;
+constexpr int kSagaLiveness = 11;
+constexpr int kSagaRule = 12;
+constexpr int kSagaDifferent = 13;  // two runs of one scenario differed
 
-// Prints how it went and what was broken; gives 0, the status above or the worst in Judge.h. Throws
-// std::runtime_error when nothing can be run.
+// Prints how it went and what was broken; gives 0 or a status above. Throws std::runtime_error when
+// nothing can be run.
 int runSagas(const SagaOrder& order);
 
 }  // namespace lab

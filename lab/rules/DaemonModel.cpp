@@ -13,28 +13,6 @@
 
 namespace lab {
 
-std::vector<std::string> split(const std::string& text, const std::string& by) {
-    std::vector<std::string> fields;
-    for (size_t from = 0, end = 0; from < text.size(); from = end + by.size()) {
-        end = std::min(text.find(by, from), text.size());
-        if (end == from) continue;
-        const size_t first = text.find_first_not_of(' ', from);
-        if (first >= end) throw MustEnd{SIGABRT};
-        const size_t size = text.find_last_not_of(' ', end - 1) + 1 - from;
-        fields.push_back(text.substr(first, std::min(size, end - first)));
-    }
-    return fields;
-}
-
-namespace {
-
-std::string eventOf(const std::string& line) {
-    const std::vector<std::string> fields = split(line, " :");
-    return fields.size() < 3 ? "" : fields[2];
-}
-
-}  // namespace
-
 DaemonModel::DaemonModel(const BootObservation& boot)
     : DeviceModel(boot), mFileReason(firstLine(content(kReason))) {
     post(kStart, 10);
@@ -91,7 +69,7 @@ void DaemonModel::poll() {
     if (!mBooted) {
         if (mErrType == 0) {
             parseProfile();
-            if (mLoopIndex >= 0) {
+            if (mProfile.loop >= 0) {
                 if (const auto wanted = checkReason()) capture(*wanted);
             }
         }
@@ -116,7 +94,7 @@ void DaemonModel::timeout() {
     if (bootFinished()) return settle();
     if (!mBooted) mBooted = booted();
     if (mBooted) return checkWizard();
-    if (!contains(mLastKey, "performDexOpt")) ++mTimeouts;
+    if (!mProfile.optimises()) ++mTimeouts;
     if (const auto wanted = checkReason()) {
         capture(*wanted);
         expect("handleMessage is boot timeout so start kel");
@@ -183,25 +161,11 @@ std::vector<std::string> DaemonModel::readProfile() {
     return {};
 }
 
-// Looks for a restart loop, or else for how long the last event has stayed.
 void DaemonModel::parseProfile() {
-    const std::vector<std::string> lines = readProfile();
-    if (lines.empty()) return;
-    mCounts.clear();
-    for (const std::string& line : lines) {
-        const std::string event = eventOf(line);
-        const auto milestone = std::find(kMilestones.begin(), kMilestones.end(), event);
-        if (milestone == kMilestones.end() || ++mCounts[event] < 5) continue;
-        expect("parseBootProf reboot reason " + event + ", count 5");
-        mLoopIndex = static_cast<int>(milestone - kMilestones.begin());
-        return;
-    }
-    const std::vector<std::string> fields = split(lines[2], " :");
-    if (fields.size() < 3) return;
-    const std::string key = fields[1] + " | " + fields[2];
-    expect("parseBootProf Last Line key " + key.substr(0, kLongestLogged));
-    mSameLine = key == mLastKey ? mSameLine + 1 : 0;
-    mLastKey = key;
+    if (!mProfile.read(readProfile())) return;
+    expect(mProfile.loop < 0
+                   ? "parseBootProf Last Line key " + mProfile.key.substr(0, kLongestLogged)
+                   : "parseBootProf reboot reason " + kMilestones[mProfile.loop] + ", count 5");
 }
 
 // `wizardPhase`: set where the set-up wizard may be stuck.
@@ -238,41 +202,24 @@ void DaemonModel::settle() {
 
 // 0 for a process that nobody knows, -1 for none.
 int DaemonModel::findStuckPid() {
-    if (contains(mLastKey, "performDexOpt")) {
+    if (mProfile.optimises()) {
         expect("Now is perform DexOpt");
         return -1;
     }
-    if (mSameLine >= 3) {
-        const std::vector<std::string> fields = split(mLastKey, "-");
-        if (!fields.empty() && fields[0].find_first_not_of("0123456789") == std::string::npos) {
-            const int pid = atoi(fields[0].c_str());
-            expect(format("checkStuckPid stuck pid = %d", pid));
-            return pid;
-        }
+    if (const auto pid = mProfile.stuckPid()) {
+        expect(format("checkStuckPid stuck pid = %d", *pid));
+        return *pid;
     }
     return mTimeouts > 2 ? 0 : -1;
-}
-
-// The detail number, 0 for none.
-int DaemonModel::stuckDetail(int pid) {
-    if (mLoopIndex >= 0) {
-        for (size_t i = mLoopIndex; i < kMilestones.size(); ++i) {
-            if (mCounts[kMilestones[i]] == 0) return static_cast<int>(i) + kFirstMilestoneDetail;
-        }
-        return kOtherDetail;
-    }
-    if (number("sys.boot_completed") == 1 && number("service.bootanim.exit") == 0) {
-        return kAnimationDetail;
-    }
-    if (pid == -1) return 0;
-    return mCounts["Android:SysServerInit_START"] == 1 ? kSystemServerDetail : kNativeDetail;
 }
 
 // Names what the boot is stuck at, and says what to capture of it.
 std::optional<DaemonModel::Wanted> DaemonModel::checkReason() {
     const std::string start = "checkReason Reason = ";
     const int pid = findStuckPid();
-    const int predicted = stuckDetail(pid);
+    const bool animationStays =
+            number("sys.boot_completed") == 1 && number("service.bootanim.exit") == 0;
+    const int predicted = mProfile.stuckDetail(pid, animationStays);
     const auto line = take(start);
     int detail = line ? atoi(line->c_str() + start.size()) : 0;
     if (mCutShort && !line) detail = predicted;
@@ -290,17 +237,11 @@ std::optional<DaemonModel::Wanted> DaemonModel::checkReason() {
 DaemonModel::Wanted DaemonModel::nameStall(int detail, int pid) {
     if (detail != kAnimationDetail) {
         const bool server = detail == kSystemServerDetail;
-        notify(mLoopIndex >= 0 ? kCrash : kHang, server ? kSystemServerPhase : kNativePhase, detail,
-               kFoundByDaemon);
+        notify(mProfile.loop >= 0 ? kCrash : kHang, server ? kSystemServerPhase : kNativePhase,
+               detail, kFoundByDaemon);
         post(kRecovery, 10);
     }
-    Wanted wanted = {kCaptureAll, pid, healthNote()};
-    if (detail == kNativeDetail) wanted.type += 0x400;
-    if (detail == kSystemServerDetail) wanted.type += 0x240;
-    if (detail == kAnimationDetail) wanted.type += 0x1000;
-    if (detail == kPackageScanDetail || detail == kPackagesReadyDetail) {
-        wanted.note += kPackageFiles;
-    }
+    const std::string note = healthNote() + capturedFiles(detail);
     if (detail == kSystemServerDetail) {
         expectAct(TraceEvent::SIGNAL, format("%d %d", SIGQUIT, pid));
         if (pid == 0) throw MustEnd{SIGQUIT};  // itself
@@ -308,7 +249,7 @@ DaemonModel::Wanted DaemonModel::nameStall(int detail, int pid) {
         applyChanges(mNow);
     }
     write(kReason, std::to_string(detail));
-    return wanted;
+    return {captureType(detail), pid, note};
 }
 
 }  // namespace lab

@@ -15,27 +15,11 @@
 #include "lab/base/DevicePaths.h"
 #include "lab/rules/Codes.h"
 #include "lab/rules/DeviceModel.h"
+#include "lab/rules/Reading.h"
 
 namespace lab {
 
-// Thrown where the process must end: by a signal, or else with an exit status.
-struct MustEnd {
-    int signal = 0;
-    int status = 0;
-};
-
 constexpr size_t kLongestLogged = 900;  // of a text that a log line must show whole
-
-// Fields without the blanks around them, but for as many at the end as there were in front.
-// Throws MustEnd for a field of blanks.
-std::vector<std::string> split(const std::string& text, const std::string& by);
-
-// The actions that the override list has for the reason, a character for each: those of its last
-// line for it, if that has enough.
-std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason);
-// Those that a reason has where no list was pushed to the device.
-std::optional<std::string> defaultActions(int reason);
-int digitAt(const std::string& text, size_t index);
 
 class DaemonModel : protected DeviceModel {
 protected:
@@ -81,7 +65,6 @@ private:
     bool bootFinished(int* wizardPhase = nullptr);
     void settle();
     int findStuckPid();
-    int stuckDetail(int pid);
     std::optional<Wanted> checkReason();
     Wanted nameStall(int detail, int pid);
 
@@ -118,12 +101,11 @@ private:
     std::string mProfilePath = kBootProfile, mFileReason;
     bool mBooted = false, mRawDone = false, mFirstBoot = false;
     int mErrType = 0, mMainPhase = 0, mReason = 0;
-    int mLoopIndex = -1;  // of the milestone that a restart loop repeats
-    int mSameLine = 0, mTimeouts = 0, mWizardPhase = 0, mWizardChecks = 0;
+    ProfileModel mProfile;
+    int mTimeouts = 0, mWizardPhase = 0, mWizardChecks = 0;
     int mCaptureState = 0;  // 1: the service was asked, 2: captured itself, 3: in vain
     std::optional<bool> mDisabled;
-    std::string mCoreText, mLastKey;
-    std::map<std::string, int> mCounts;  // of milestones
+    std::string mCoreText;
     std::string mTable = "00000",
                 mList;  // of actions, a digit for each: the override's, and that in force
 };

@@ -37,7 +37,7 @@ void DaemonModel::notify(int type, int phase, int detail, int reason) {
     mErrType = type;
     mMainPhase = phase;
     mReason = reason & 255;
-    if (type == kHang) mCoreText = mLastKey.substr(0, 256);
+    if (type == kHang) mCoreText = mProfile.key.substr(0, 256);
     if (!usable()) return;
     const int code = (phase & 15) << 20 | (detail & 255) << 12 | (type & 15) << 8 | mReason;
     const std::string country = property("persist.sys.oobe_country");
@@ -88,21 +88,10 @@ void DaemonModel::submit() {
     } else if (shown && *shown != start + line && line.size() < kLongestLogged) {
         broken("submits another line than the last: " + *shown);
     }
-    std::string payload = "Unknow|Unknow|Unknow";
-    const std::vector<std::string> fields = split(line, ";    ");
-    if (fields.size() >= 3) {
-        const std::vector<std::string> time = split(fields[0], ":");
-        // A line without a time is not looked at any further.
-        const std::vector<std::string> code =
-                time.size() < 2 ? std::vector<std::string>() : split(fields[1], ":");
-        if (code.size() >= 2) {
-            const std::vector<std::string> info = split(fields[2], ":");
-            payload = code[1] + "|" + time[1] + "|" + (info.size() < 2 ? "NA" : info[1]);
-            if (code[1].size() >= 3 && (code[1][2] == '6' || code[1][2] == '7')) return;
-        }
-    }
+    const std::optional<std::string> text = failureUpload(line);
+    if (!text) return;
     if (excused(kRecord)) mUnsure.insert(kFailureUpload);
-    upload(kFailureUpload, "BOOTVIGIL|" + payload);
+    upload(kFailureUpload, *text);
 }
 
 // What has not been collected stays.

@@ -13,38 +13,12 @@ namespace lab {
 
 namespace {
 
-// Of actions, a digit for each.
-const std::map<int, std::string> kDefaultLists = {{kSystemError, "12500"},
-                                                  {kLateSystemError, "12500"},
-                                                  {kFoundByDaemon, "12500"},
-                                                  {kKeyLockError, "15000"},
-                                                  {21, "15000"},
-                                                  {23, "15000"},
-                                                  {99, "51000"}};
-
 // How the daemon says that it takes an action.
 const std::map<int, std::string> kActions = {{kReboot, "try to reboot"},
                                              {kWaitForUser, "waite user reboot"},
                                              {kReset, "try to data reset"}};
 
 }  // namespace
-
-std::optional<std::string> defaultActions(int reason) {
-    return lookUp(kDefaultLists, reason);
-}
-
-int digitAt(const std::string& text, size_t index) {
-    return static_cast<unsigned char>(text[index]) - '0';
-}
-
-std::optional<std::string> readOverride(const std::vector<std::string>& lines, int reason) {
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string> fields = split(*line, "|");
-        if (fields.size() < 2 || atoi(fields[0].c_str()) != reason) continue;
-        return fields[1].size() < 5 ? std::nullopt : std::optional(fields[1].substr(0, 5));
-    }
-    return std::nullopt;
-}
 
 // The first answer holds, but for that to the rescue.
 bool DaemonModel::disabled() {

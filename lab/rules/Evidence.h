@@ -2,8 +2,8 @@
 // What was seen of one message of a boot, what excuses it, and the objections to it.
 //
 // The rules are in layers, each of which knows those below it: Evidence; DeviceModel, the device as
-// the rules know it; DaemonModel, what each message must do; BootWalk, which takes a boot through
-// the model message by message; and Rules.cpp, what must hold of the boot as a whole.
+// the rules know it; DaemonModel, what each message must do; and Rules.cpp, which takes a boot
+// through the model and says what must hold of it as a whole.
 
 #pragma once
 

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What must hold of a boot as a whole: how it may end, and what it may leave.
+// Takes a boot through the model message by message; then what must hold of it as a whole: how it
+// may end, and what it may leave.
 
 #include "lab/rules/Rules.h"
+
+#include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <functional>
@@ -9,15 +13,19 @@
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Text.h"
-#include "lab/rules/BootWalk.h"
+#include "lab/rules/DaemonModel.h"
 
 namespace lab {
 
 namespace {
 
-class BootRules : BootWalk {
+bool isDelivery(const TraceEvent& event) {
+    return event.kind == TraceEvent::LOG && startsWith(event.text.substr(2), kHandle);
+}
+
+class BootRules : DaemonModel {
 public:
-    explicit BootRules(const BootObservation& boot) : BootWalk(boot) {}
+    explicit BootRules(const BootObservation& boot) : DaemonModel(boot) {}
 
     std::vector<Violation> check() {
         walk();
@@ -33,6 +41,76 @@ public:
     }
 
 private:
+    // Message by message, of which none may come when it must not.
+    void walk() {
+        const auto& events = mSeen.events;
+        std::vector<size_t> starts = {0};  // of what comes before the messages, and of each message
+        for (size_t i = 0; i < events.size(); ++i) {
+            if (isDelivery(events[i])) starts.push_back(i);
+        }
+        starts.push_back(events.size());
+        checkWakes();
+        for (size_t i = 0; i + 1 < starts.size(); ++i) {
+            openMessage(starts[i], starts[i + 1]);
+            try {
+                i > 0 ? deliver(starts[i]) : beforeMessages();
+            } catch (const MustEnd& end) {
+                mMustEnd = end;
+            }
+            closeMessage();
+            mLastEnd = mNow;
+            applyChanges(INT64_MAX);
+        }
+    }
+
+    // A wake-up delivers one message, at that very time.
+    void checkWakes() {
+        const TraceEvent* wake = nullptr;
+        for (const TraceEvent& event : mSeen.events) {
+            const bool wakes = event.kind == TraceEvent::WAKE;
+            if (!wakes && !isDelivery(event)) continue;
+            mNow = event.ms;
+            if (wake != nullptr && (wakes || wake->ms != mNow)) broken("woke up without a message");
+            wake = wakes ? &event : nullptr;
+        }
+        const bool cut = mSeen.end == End::KILLED || mSeen.end == End::CUT_OFF;
+        if (wake != nullptr && !cut) broken("woke up without a message");
+    }
+
+    void deliver(size_t index) {
+        const TraceEvent& event = mSeen.events[index];
+        const std::string code = event.text.substr(2 + strlen(kHandle));
+        const int what = static_cast<int>(strtol(code.c_str(), nullptr, 16));
+        if (mMustEnd) broken("goes on where it must have ended");
+        const auto next = mPending.begin();
+        const bool isNext = next != mPending.end() && next->second == what;
+        // The looper's list keeps a message that it lacks the memory to take out.
+        const bool again = mNoMemory && what == mLastWhat && event.ms == mLastEnd;
+        if (isNext && (next->first <= event.ms || !again)) {
+            checkTime(index, what, next->first);
+            mPending.erase(next);
+        } else if (!again) {
+            broken(format("delivers message %x, which is not the next one", what));
+            const auto other = std::find_if(mPending.begin(), mPending.end(),
+                                            [&](const auto& one) { return one.second == what; });
+            if (other != mPending.end()) mPending.erase(other);
+        }
+        mLastWhat = what;
+        take(kHandle);
+        handle(what);
+    }
+
+    // When due, or else as soon as the message before is done.
+    void checkTime(size_t index, int what, int64_t due) {
+        const int64_t ms = mSeen.events[index].ms;
+        if (ms != std::max(due, mLastEnd)) {
+            broken(format("message %x was due at %.3f s", what, static_cast<double>(due) / 1000.0));
+        }
+        while (index > 0 && mSeen.events[index - 1].kind == TraceEvent::FAULT) --index;
+        const bool woken = index > 0 && mSeen.events[index - 1].kind == TraceEvent::WAKE;
+        if (!woken && ms != mLastEnd) broken("a message comes without a wake-up");
+    }
+
     bool anyChange(const std::function<bool(const Change&)>& matches) const {
         const auto& changes = mSeen.boot.changes;
         return std::any_of(changes.begin(), changes.end(), matches);
@@ -157,6 +235,10 @@ private:
             if (!same) broken(name + " does not hold the " + buffer + " log");
         }
     }
+
+    int64_t mLastEnd = 0;  // of a message
+    int mLastWhat = 0;
+    std::optional<MustEnd> mMustEnd;  // since it was due
 };
 
 }  // namespace

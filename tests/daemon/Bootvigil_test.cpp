@@ -12,11 +12,10 @@
 #include "bootvigil/BootvigilHandler.h"
 #include "tests/daemon/DeviceTest.h"
 
+using namespace lab;
+
 namespace {
 
-constexpr const char* kFlag = "/velafs/SDD/bfflag.txt";
-constexpr const char* kRecord = "/velafs/SDD/bfRecord.txt";
-constexpr const char* kUpload = "/velafs/SDD/bf_upload/boot_vigil";
 const std::string kFinished = "h\nh\n 1.0 :  567-main : Post BOOT_COMPLETED\n";
 
 class BootvigilTest : public DeviceTest {
@@ -164,10 +163,10 @@ TEST_F(BootvigilTest, FinishedBootSubmitsWhatWasFlagged) {
         for (const char* flag : {"4", "18", "x"}) {
             write(kFlag, flag);
             write(kRecord, line);
-            remove(kUpload);
+            remove(kFailureUpload);
             monitor().mErrNumInfo->mErrType = static_cast<uint8_t>(type);
             EXPECT_TRUE(monitor().checkBootAllComplete());
-            EXPECT_EQ(read(kUpload), "BOOTVIGIL|0x401564|t|x");
+            EXPECT_EQ(read(kFailureUpload), "BOOTVIGIL|0x401564|t|x");
             EXPECT_NE(read(kRecord).find(stamp), std::string::npos);
             EXPECT_FALSE(exists(kFlag));
         }
@@ -197,28 +196,6 @@ TEST_F(BootvigilTest, SetUpWizardIsStuckAtTheFourthCheck) {
     EXPECT_EQ(read(kRecord), "earlier\n");
     EXPECT_FALSE(exists(kFlag));
     EXPECT_EQ(monitor().mOobePhase, 0);
-}
-
-TEST_F(BootvigilTest, SystemErrorIsRecordedAndCaptured) {
-    const struct {
-        int reason;
-        const char* complete;
-        bool error;
-        int recorded;
-    } cases[] = {{22, "1", false, 0},  {100, "0", false, 0},  {20, "0", true, 20},
-                 {20, "1", true, 120}, {120, "0", true, 120}, {276, "0", true, 20}};
-    for (const auto& c : cases) {
-        setBFReason(0);
-        monitor().mCaptureState = 0;
-        setProperty("sys.vela.boot_fail_reason", std::to_string(c.reason));
-        setProperty("sys.vela.BOOT_COMPLETED", c.complete);
-        takeLog();
-        EXPECT_EQ(monitor().checkSystemError(), c.error) << c.reason;
-        EXPECT_EQ(takeLog()[0],
-                  "D BOOTVIGIL checkSystemError reason=" + std::to_string(c.reason & 0xff) + "\n");
-        EXPECT_EQ(monitor().mErrNumInfo->mReason, c.recorded) << c.reason;
-        EXPECT_EQ(monitor().mCaptureState, c.error ? 2 : 0);
-    }
 }
 
 TEST_F(BootvigilTest, UnknownMessagesAreOnlyLogged) {

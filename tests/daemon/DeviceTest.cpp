@@ -30,7 +30,7 @@ void keepLine(const __android_logger_data* data, const char* message) {
 
 }  // namespace
 
-DeviceTest::DeviceTest(const std::string& base) : mFolder(base) {
+DeviceTest::DeviceTest() {
     mRoot = std::make_unique<lab::DeviceRoot>(mFolder.path() + "/root");
     lab::makeFolders(mRoot->at("/tmp"));  // for death tests
     unsetenv("TZ");
@@ -55,6 +55,10 @@ std::string DeviceTest::read(const std::string& path) {
 
 bool DeviceTest::exists(const std::string& path) {
     return lab::fileExists(path);
+}
+
+void DeviceTest::remove(const std::string& path) {
+    ::remove(path.c_str());
 }
 
 int DeviceTest::modeOf(const std::string& path) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The fixture of tests that call the daemon's code: a fresh device root as "/", virtual time, and
-// the daemon's log lines.
+// the daemon's log lines. Paths are those of the lab, which knows none of the daemon's.
 
 #pragma once
 
@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "lab/base/DevicePaths.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/device/DeviceRoot.h"
 #include "lab/device/LibcTime.h"
@@ -21,8 +22,7 @@
 // the life of a process.
 class DeviceTest : public testing::Test, public lab::World {
 protected:
-    // The device root is made in `base` and removed afterwards.
-    explicit DeviceTest(const std::string& base = testing::TempDir());
+    DeviceTest();
     ~DeviceTest() override;
     void TearDown() override {
         lab::vtime::stop();
@@ -40,6 +40,7 @@ protected:
     static void write(const std::string& path, const std::string& content);
     static std::string read(const std::string& path);  // "<missing>" when it isn't there
     static bool exists(const std::string& path);
+    static void remove(const std::string& path);  // a file or an empty folder
     static int modeOf(const std::string& path);
     static void setProperty(const std::string& name, const std::string& value);
     static std::string property(const std::string& name);  // "" when unset
@@ -52,7 +53,7 @@ protected:
     int mCancelResult = 0;
 
 private:
-    const lab::TemporaryFolder mFolder;
+    const lab::TemporaryFolder mFolder{testing::TempDir()};
     std::unique_ptr<lab::DeviceRoot> mRoot;
     std::unique_ptr<lab::InsideRoot> mInside;
 };

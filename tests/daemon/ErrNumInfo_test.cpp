@@ -9,12 +9,9 @@
 
 #include "tests/daemon/DeviceTest.h"
 
-namespace {
+using namespace lab;
 
-constexpr const char* kRecord = "/velafs/SDD/bfRecord.txt";
-constexpr const char* kBackup = "/velafs/SDD/bfRecord_backup.txt";
-constexpr const char* kFlag = "/velafs/SDD/bfflag.txt";
-constexpr const char* kUpload = "/velafs/SDD/bf_upload/boot_vigil";
+namespace {
 
 class ErrNumInfoTest : public DeviceTest {
 protected:
@@ -27,10 +24,10 @@ protected:
 
     // The payload that `line`, as the last of the record file, leaves for the uploader.
     std::string submitted(const std::string& line) {
-        remove(kUpload);
+        remove(kFailureUpload);
         write(kRecord, "TIME:an earlier one;    ERR_NUM:0x1;    ERR_INFO:x\n" + line);
         ErrNumInfo::submitInfo();
-        return read(kUpload);
+        return read(kFailureUpload);
     }
 };
 
@@ -86,11 +83,11 @@ TEST_F(ErrNumInfoTest, LineThenFlagThenWord) {
 
 TEST_F(ErrNumInfoTest, WhatCannotBeOpened) {
     ErrNumInfo info;
-    mkdir(kFlag, 0755);
+    mkdir(kFlag.c_str(), 0755);
     EXPECT_TRUE(info.saveLogInfo());
     EXPECT_TRUE(logged("E Save file path /velafs/SDD/bfflag.txt fail, open fail."));
     remove(kRecord);
-    mknod(kRecord, S_IFSOCK | 0600, 0);  // is there, but can't be opened
+    mknod(kRecord.c_str(), S_IFSOCK | 0600, 0);  // is there, but can't be opened
     EXPECT_FALSE(info.saveLogInfo());
     EXPECT_TRUE(logged("E Save file path /velafs/SDD/bfRecord.txt fail, fstream fail."));
     EXPECT_FALSE(ErrNumInfo::saveRecoveryInfo(1));
@@ -155,17 +152,17 @@ TEST_F(ErrNumInfoTest, SubmitsTheLastLineInShort) {
             {std::string("\0\xff;    \0", 8), "BOOTVIGIL|Unknow|Unknow|Unknow"},
     };
     for (const auto& c : cases) EXPECT_EQ(submitted(c.line), c.upload) << c.line;
-    EXPECT_EQ(modeOf(kUpload), 0777);
+    EXPECT_EQ(modeOf(kFailureUpload), 0777);
     EXPECT_EQ(modeOf("/velafs/SDD/bf_upload"), 0777);
 
-    remove(kUpload);
-    symlink("/none/upload", kUpload);
+    remove(kFailureUpload);
+    symlink("/none/upload", kFailureUpload.c_str());
     ErrNumInfo::submitInfo();
     EXPECT_TRUE(logged("E Open file path /velafs/SDD/bf_upload/boot_vigil fail."));
-    remove(kUpload);
-    write(kUpload, "uncollected");
+    remove(kFailureUpload);
+    write(kFailureUpload, "uncollected");
     ErrNumInfo::submitInfo();
-    EXPECT_EQ(read(kUpload), "uncollected");
+    EXPECT_EQ(read(kFailureUpload), "uncollected");
     EXPECT_TRUE(logged("D BOOTVIGIL /velafs/SDD/bf_upload/boot_vigil exist \n"));
 }
 

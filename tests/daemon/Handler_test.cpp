@@ -3,8 +3,7 @@
 
 #include "bootvigil/Handler.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <utility>
 
 #include "tests/daemon/DeviceTest.h"
@@ -22,20 +21,13 @@ public:
     void handleMessage(const android::Message& message) override {
         EXPECT_EQ(android::Looper::getForThread(), mLooper);
         if (message.what == kChain && mChained++ == 0) sendMessageDelayed(30000000000, message);
-        const std::lock_guard<std::mutex> lock(mLock);
         mDeliveries.emplace_back(message.what, lab::vtime::now());
-        mChanged.notify_all();
+        if (mDeliveries.size() == 6) mDone.set_value(mDeliveries);
     }
 
-    std::vector<Delivery> wait(size_t count) {
-        std::unique_lock<std::mutex> lock(mLock);
-        mChanged.wait(lock, [&] { return mDeliveries.size() >= count; });
-        return mDeliveries;
-    }
+    std::promise<std::vector<Delivery>> mDone;
 
 private:
-    std::mutex mLock;
-    std::condition_variable mChanged;
     std::vector<Delivery> mDeliveries;
     int mChained = 0;
 };
@@ -55,12 +47,12 @@ TEST_F(HandlerTest, DeliversInOrderOfTimeThenOfPosting) {
     handler->sendMessageDelayed(0, android::Message(kChain));
     thread->run("test", 0, 0);
     lab::vtime::letTimeFlow();
-    EXPECT_EQ(handler->wait(6), (std::vector<Delivery>{{kChain, 0},
-                                                       {2, 30000},
-                                                       {kChain, 30000},
-                                                       {1, 240000},
-                                                       {3, 240000},
-                                                       {1, 240000}}));
+    EXPECT_EQ(handler->mDone.get_future().get(), (std::vector<Delivery>{{kChain, 0},
+                                                                        {2, 30000},
+                                                                        {kChain, 30000},
+                                                                        {1, 240000},
+                                                                        {3, 240000},
+                                                                        {1, 240000}}));
 }
 
 TEST_F(HandlerTest, WithoutALooperNothingIsPosted) {

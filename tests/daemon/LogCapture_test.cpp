@@ -11,14 +11,12 @@
 #include "report/read/Archive.h"
 #include "tests/daemon/DeviceTest.h"
 
+using namespace lab;
+
 namespace {
 
-constexpr const char* kPmic = "/velafs/boot_vigil/pmic_info";
-constexpr const char* kHwInfo = "/velafs/boot_vigil/mem_hwinfo";
-constexpr const char* kJournal = "/velafs/boot_vigil/log/info";
-constexpr const char* kRequests = "/dev/kel/requests";
 constexpr const char* kConsole = "/sys/fs/pstore/console-ramoops";
-constexpr const char* kMarker = "bootvigil init_monitor_thread_main create KE";
+constexpr const char* kMonitorKey = "bootvigil init_monitor_thread_main create KE";
 
 // Notes the names and levels that it is asked for.
 class Notes : public bootvigil::CompressBase {
@@ -36,7 +34,7 @@ public:
 class LogCaptureTest : public DeviceTest {
 protected:
     LogCaptureTest() {
-        write(kRequests, "");
+        write(kKelRequestFile, "");
     }
 
     void capture(const std::string& note = "") {
@@ -85,7 +83,7 @@ TEST_F(LogCaptureTest, RecordsWhatTheCommandLineTells) {
     EXPECT_EQ(read(kHwInfo), "kept");
     EXPECT_EQ(read(kPmic), "Sun Nov 15 11:00:00 2026: 9\nSun Nov 15 11:00:00 2026: 9\n");
     remove(kPmic);
-    mkdir(kPmic, 0755);
+    mkdir(kPmic.c_str(), 0755);
     takeLog();
     capture();
     EXPECT_EQ(takeLog()[0], "E Save file path /velafs/boot_vigil/pmic_info fail, open fail.");
@@ -99,11 +97,11 @@ TEST_F(LogCaptureTest, AsksTheServiceOnlyWhenBothPartsRun) {
     write("/velafs/SDD/bfRecord.txt", "");
     setProperty("init.svc.kel", "running");
     capture("x;");
-    EXPECT_EQ(read(kRequests), "");
+    EXPECT_EQ(read(kKelRequestFile), "");
     EXPECT_EQ(mMonitor.mCaptureState, 2);
     setProperty("init.svc.kelvservice", "running");
     capture("x;");
-    EXPECT_EQ(read(kRequests),
+    EXPECT_EQ(read(kKelRequestFile),
               "0xffffff06|393846|567|x;/velafs/boot_vigil/pmic_info;/velafs/boot_vigil/mem_hwinfo;"
               "/velafs/SDD/bfRecord.txt;\n");
     EXPECT_EQ(mMonitor.mCaptureState, 1);
@@ -117,20 +115,13 @@ TEST_F(LogCaptureTest, AsksTheServiceOnlyWhenBothPartsRun) {
 }
 
 TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
-    for (const char* buffer : {"crash", "main", "events", "system", "radio", "kernel"}) {
-        write(std::string("/dev/log/") + buffer, std::string("the ") + buffer + " log\n");
+    const auto contentOf = [](const CapturedLog& log) { return "the " + log.buffer + " log\n"; };
+    for (const CapturedLog& log : kCapturedLogs) {
+        write(log.buffer.empty() ? kPstoreConsole : kLogBuffers + log.buffer, contentOf(log));
     }
-    write("/sys/fs/pstore/console-ramoops-0", "the console\n");
     capture();
-    const std::pair<const char*, const char*> logs[] = {
-            {"android_crash_log", "the crash log\n"},   {"android_main_log", "the main log\n"},
-            {"android_events_log", "the events log\n"}, {"android_system_log", "the system log\n"},
-            {"android_radio_log", "the radio log\n"},   {"sys_kernel_log", "the kernel log\n"},
-            {"console-ramoops-0", "the console\n"},
-    };
-    for (const auto& [name, content] : logs) {
-        const std::string archive = "/velafs/boot_vigil/log/" + std::string(name) + ".zs";
-        EXPECT_EQ(report::readArchive(archive), content);
+    for (const CapturedLog& log : kCapturedLogs) {
+        EXPECT_EQ(report::readArchive(archivePath(log.archive)), contentOf(log));
     }
     Notes notes;
     bootvigil::CompressBase* const real = std::exchange(mMonitor.mCompressor, &notes);
@@ -146,14 +137,14 @@ TEST_F(LogCaptureTest, CapturesSevenLogsInOrder) {
 TEST_F(LogCaptureTest, WithoutAPartitionTheMarkerIsWrittenOnce) {
     std::filesystem::remove_all("/velafs");
     capture();
-    EXPECT_EQ(read("/dev/kmsg"), kMarker);
+    EXPECT_EQ(read("/dev/kmsg"), kMonitorKey);
     EXPECT_EQ(modeOf("/dev/kmsg"), 0600);
     EXPECT_EQ(mMonitor.mCaptureState, 0);
-    const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMarker;
+    const std::string said = std::string("D BOOTVIGIL writeMonitorKey key ") + kMonitorKey;
     EXPECT_TRUE(logged(said));
     for (const char* console : {"-0", ""}) {  // either console may hold it
         remove("/dev/kmsg");
-        write(std::string(kConsole) + console, std::string("...") + kMarker + "...");
+        write(std::string(kConsole) + console, std::string("...") + kMonitorKey + "...");
         capture();
         EXPECT_FALSE(exists("/dev/kmsg"));
         EXPECT_TRUE(logged("E BOOTVIGIL findMonitorKey return"));
@@ -182,17 +173,10 @@ TEST_F(LogCaptureTest, ShellOutputKeepsWhatTheBufferHeld) {
     EXPECT_EQ(shell("cat /data/b; printf bbb"), std::string(10, 'c') + "bbb" + std::string(7, 'c'));
 }
 
-TEST_F(LogCaptureTest, RawLogIsMadeReadableAndNamed) {
-    setProperty("init.svc.kel", "running");
-    setProperty("init.svc.kelvservice", "running");
-    write("/velafs/boot_vigil/init_msg", "text");
-    mMonitor.captureRawLog("/velafs/boot_vigil/init_msg");
-    EXPECT_EQ(modeOf("/velafs/boot_vigil/init_msg"), 0777);
-    write("/proc/vela_healthinfo/healthinfo_show", "");
-    mMonitor.captureRawLog("/none");
-    EXPECT_EQ(read(kRequests),
-              "0xffffff06|393270|0|/velafs/boot_vigil/init_msg;\n"
-              "0xffffff06|393270|0|/none;proc/vela_healthinfo/healthinfo_show;\n");
+TEST_F(LogCaptureTest, RawLogIsMadeReadable) {
+    write(kInitLog, "text");
+    mMonitor.captureRawLog(kInitLog);
+    EXPECT_EQ(modeOf(kInitLog), 0777);
 }
 
 }  // namespace

@@ -5,13 +5,13 @@
 #include <VelaLogRaw.h>
 #include <gtest/gtest.h>
 #include <kelclient.h>
-#include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 #include <zstd.h>
 
 #include <chrono>
+#include <fstream>
 #include <future>
+#include <iterator>
 #include <string>
 
 #include "bootvigil/Handler.h"
@@ -58,11 +58,8 @@ TEST(OnDeviceTest, OutputOfACommandBecomesOneFrame) {
     ASSERT_EQ(compressor.compressShellCmdFile(command, name, 5), 0);
 
     const std::string path = folder + "/bootvigil_on_device.zs";
-    FILE* file = fopen(path.c_str(), "rbe");
-    ASSERT_NE(file, nullptr);
-    std::string frame(65536, '\0');
-    frame.resize(fread(&frame[0], 1, frame.size(), file));
-    fclose(file);
+    std::ifstream file(path, std::ios::binary);
+    const std::string frame{std::istreambuf_iterator<char>(file), {}};
     unlink(path.c_str());
     std::string text(200000, '\0');
     const size_t size = ZSTD_decompress(&text[0], text.size(), frame.data(), frame.size());

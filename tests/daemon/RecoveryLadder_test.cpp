@@ -1,35 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every sequence of six boot outcomes, for each recovery list: what the walk promises holds in all.
+// Every device that boots can lead to, for each recovery list: what the walk promises holds in all.
 
-#include <unistd.h>
-
-#include <map>
 #include <ostream>
 #include <set>
+#include <tuple>
 
 #include "bootvigil/BfRecovery.h"
 #include "bootvigil/BootState.h"
 #include "lab/base/Files.h"
+#include "lab/base/Text.h"
 #include "tests/daemon/DeviceTest.h"
 
+using namespace lab;
+
 namespace {
-
-constexpr const char* kHistory = "/velafs/boot_vigil/recovery_flag.txt";
-constexpr const char* kOverride = "/velafs/boot_vigil/recoveryList";
-constexpr const char* kDisable = "/velafs/boot_vigil/bfEnable";
-constexpr const char* kReport = "/velafs/SDD/bf_upload/recovery_record";
-constexpr const char* kMarker = "/data/vela_dfr/firstboot";
-constexpr const char* kReboot = "/dev/__properties__/sys.velas_recovery_reboot";
-constexpr const char* kReset = "/dev/__properties__/sys.velas_recovery_reset";
-constexpr const char* kBootReason = "/dev/__properties__/sys.boot.reason";
-
-using Modes = std::vector<int>;
 
 struct Ladder {
     const char* name;
     int reason;
     const char* overrideList;  // content of the override file, null without one
-    Modes steps;               // what a run of failures may come to, in this order
+    std::vector<int> steps;    // what a run of failures may come to, in this order
 };
 
 void PrintTo(const Ladder& ladder, std::ostream* out) {
@@ -53,228 +43,162 @@ const Ladder kLadders[] = {
         {"OtherReason", 23, "100|12500", {}},
 };
 
+constexpr char kMissing[] = "<missing>";
+
 enum Outcome { GOOD, STALL, RESET, FIRST_BOOT, SWITCH, OUTCOMES };
 const char* const kOutcomeNames[] = {"good boot", "stall", "reset", "stall of a first boot",
                                      "recovery switched off or on"};
 
-constexpr int kDepth = 6;
-constexpr int kSequences = 5 + 25 + 125 + 625 + 3125 + 15625;
-
-// What lasts from one boot to the next, with what has been seen of the present run of failures.
+// What lasts from one boot to the next.
 struct Device {
-    std::map<std::string, std::string> files;  // a missing one isn't there
-    std::string bootReason = "cold";           // of the next boot
-    Modes taken;                               // steps of the present run of failures
+    std::string history = kMissing;
+    std::string bootReason = "cold";  // of the next boot
+    bool wiped = false;
+    bool disabled = false;
 
-    bool has(const char* path) const {
-        return files.count(path) != 0;
-    }
-    std::string text(const char* path) const {
-        return has(path) ? files.at(path) : "<missing>";
+    bool operator<(const Device& other) const {
+        return std::tie(history, bootReason, wiped, disabled) <
+               std::tie(other.history, other.bootReason, other.wiped, other.disabled);
     }
 };
 
 class RecoveryLadderTest : public DeviceTest, public testing::WithParamInterface<Ladder> {
 protected:
-    // In memory where that is possible: a disk takes minutes for so many small files.
-    RecoveryLadderTest()
-        : DeviceTest(access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) {}
-
-    static constexpr const char* kFiles[] = {kHistory, kDisable, kReport,    kMarker,
-                                             kReboot,  kReset,   kBootReason};
-
-    // Only what differs is written: most of a boot's time is that of the file system.
-    void restore(const std::map<std::string, std::string>& files) {
-        for (const char* path : kFiles) {
-            const auto wanted = files.find(path);
-            const auto there = mOnDisk.find(path);
-            if (wanted == files.end()) {
-                if (there != mOnDisk.end()) remove(path);
-            } else if (there == mOnDisk.end() || there->second != wanted->second) {
-                write(path, wanted->second);
-            }
-        }
-        mOnDisk = files;
+    static void put(const std::string& path, const std::string& content) {
+        if (content == kMissing) return remove(path);
+        write(path, content);
     }
 
-    // What the daemon may have written or removed.
-    void look(Device& device) {
-        for (const char* path : {kHistory, kReport, kMarker, kReboot, kReset}) {
-            const std::string text = read(path);
-            if (text != "<missing>") {
-                mOnDisk[path] = text;
-            } else {
-                mOnDisk.erase(path);
-            }
-        }
-        device.files = mOnDisk;
-    }
-
-    // One boot: a new process's state, the properties gone but for the reason of the boot. Gives
-    // whether the daemon takes it for a first boot.
-    bool startBoot(Device& device) {
-        device.files.erase(kReboot);
-        device.files.erase(kReset);
-        device.files.erase(kReport);  // the uploader has collected it
-        device.files[kBootReason] = device.bootReason;
-        restore(device.files);
+    // A new process on what the boots before have left; the uploader has collected its report.
+    // Gives whether the daemon takes it for a first boot.
+    static bool startBoot(const Device& device) {
+        put(kHistory, device.history);
+        put(kMarker, device.wiped ? kMissing : "");
+        put(kSwitch, device.disabled ? "BfRecover=NO\n" : kMissing);
+        put(kSuccessUpload, kMissing);
+        setProperty("sys.boot.reason", device.bootReason);
+        setProperty(kRebootRequest, "");
+        setProperty(kResetRequest, "");
         setBFReason(0);
         return checkFirstBootInNative();
     }
 
-    // What has happened in the boot is in `device` afterwards.
-    void endBoot(Device& device) {
-        look(device);
+    // The boot must have done just this.
+    void endBoot(Device& device, int action, const std::string& history,
+                 const std::string& report) {
         takeLog();
-        device.bootReason = device.has(kReboot) ? "reboot,velarecovery" : "cold,powerkey";
-        EXPECT_TRUE(!device.has(kHistory) || device.files[kHistory].size() == 3);
-        EXPECT_FALSE(device.has(kReboot) && device.has(kReset));
+        EXPECT_EQ(property(kRebootRequest), action == 1 ? "1" : "");
+        EXPECT_EQ(property(kResetRequest), action == 5 ? "1" : "");
+        EXPECT_EQ(read(kHistory), history);
+        EXPECT_EQ(read(kSuccessUpload), report);
+        device = {history, action == 1 ? "reboot,velarecovery" : "cold,powerkey", !exists(kMarker),
+                  device.disabled};
     }
 
     // A run of failures takes the list's steps one by one and then nothing any more. It ends with a
     // good boot, with a reset that a first boot makes needless, and with the first failure of a
-    // boot that is neither the first one after a reset.
-    void fail(Device& device) {
-        const bool disabled = device.has(kDisable);
-        const std::string before = device.text(kHistory);
+    // boot that is neither the first one after a reset. Gives what the platform is asked for.
+    int fail(Device& device) {
+        const int reason = GetParam().reason;
+        const std::vector<int>& steps = GetParam().steps;
         const bool first = startBoot(device);
-        setBFReason(static_cast<uint8_t>(GetParam().reason));
-        BfRecovery recovery;
-        const bool acted = recovery.runRecovery(GetParam().reason, first);
-        endBoot(device);
+        setBFReason(static_cast<uint8_t>(reason));
+        const bool acted = BfRecovery().runRecovery(reason, first);
 
-        const bool reboots = device.has(kReboot);
-        const bool resets = device.has(kReset);
-        EXPECT_FALSE(resets && first) << "a reset in a first boot";
-        EXPECT_FALSE(device.has(kReport)) << "a failure was reported as success";
-        if (disabled) {
-            EXPECT_FALSE(acted || reboots || resets) << "an action while disabled";
-            EXPECT_EQ(device.text(kHistory), before);
-            return;
+        std::string history = device.history;
+        if (!device.disabled && !first && history[1] == '5') history = kMissing;
+        const size_t taken = history == kMissing ? 0 : static_cast<size_t>(history[0] - '0');
+        int action = 0;
+        if (!device.disabled && taken < steps.size()) {
+            action = steps[taken];
+            history =
+                    std::to_string(taken + 1) + std::to_string(action) + static_cast<char>(reason);
         }
-        const Modes& steps = GetParam().steps;
-        if (!first && !device.taken.empty() && device.taken.back() == 5) device.taken.clear();
-        int expected = 0;
-        if (device.taken.size() < steps.size()) {
-            expected = steps[device.taken.size()];
-            device.taken.push_back(expected);
+        EXPECT_EQ(acted, action == 1 || action == 2 || action == 5);
+        if (action == 5 && first) {
+            history = kMissing;
+            action = 0;
         }
-        EXPECT_EQ(reboots, expected == 1);
-        EXPECT_EQ(resets, expected == 5 && !first);
-        EXPECT_EQ(acted, expected == 1 || expected == 2 || expected == 5);
-        if (expected == 5 && first) device.taken.clear();
-        EXPECT_EQ(device.has(kHistory), !device.taken.empty());
+        endBoot(device, action, history, kMissing);
+        return action;
     }
 
     // A success is reported once, for the action that brought this boot about.
     void succeed(Device& device) {
-        const bool disabled = device.has(kDisable);
-        const std::string bootReason = device.bootReason;
+        const int reason = GetParam().reason;
         startBoot(device);
         BfRecovery recovery;
         const bool early = recovery.checkIfRecoverySuccess(1);
-        const bool earlyReport = exists(kReport);
+        const bool earlyReport = exists(kSuccessUpload);
         const bool late = recovery.checkIfRecoverySuccess(2);
-        endBoot(device);
 
-        const int action = disabled || device.taken.empty() ? 0 : device.taken.back();
-        const bool byAction = (action == 1 && bootReason == "reboot,velarecovery") ||
-                              (action == 5 && bootReason == "reboot,factory_reset");
-        const bool judgedLate = GetParam().reason > 100;
-        EXPECT_EQ(early, !judgedLate && (byAction || action == 2 || action == 3));
-        EXPECT_EQ(late, judgedLate && (byAction || action == 2 || action == 3));
-        EXPECT_EQ(earlyReport, byAction && !judgedLate);
-        const std::string report = "BFRECOVERY|" + std::to_string(action) +
-                                   "|Sun Nov 15 11:00:00 2026|" + std::to_string(GetParam().reason);
-        EXPECT_EQ(device.text(kReport), byAction ? report : "<missing>");
-        EXPECT_FALSE(device.has(kReboot) || device.has(kReset));
-        if (!disabled) {
-            EXPECT_FALSE(device.has(kHistory)) << "the walk does not start anew";
-            device.taken.clear();
-        }
+        const bool judged = !device.disabled && device.history != kMissing;
+        const int action = judged ? device.history[1] - '0' : 0;
+        const bool byAction = (action == 1 && device.bootReason == "reboot,velarecovery") ||
+                              (action == 5 && device.bootReason == "reboot,factory_reset");
+        const bool success = byAction || action == 2 || action == 3;
+        EXPECT_EQ(early, reason <= 100 && success);
+        EXPECT_EQ(late, reason > 100 && success);
+        EXPECT_EQ(earlyReport, reason <= 100 && byAction);
+        endBoot(device, 0, device.disabled ? device.history : kMissing,
+                byAction ? format("BFRECOVERY|%d|Sun Nov 15 11:00:00 2026|%d", action, reason)
+                         : kMissing);
     }
 
     static void wipe(Device& device, const char* bootReason) {
-        device.files.erase(kMarker);
+        device.wiped = true;
         device.bootReason = bootReason;
     }
 
-    void happen(Outcome outcome, Device& device) {
-        switch (outcome) {
-            case GOOD:
-                succeed(device);
-                break;
-            case STALL:
-                fail(device);
-                break;
-            case RESET:  // asked for by the daemon or by a person; what follows is the next outcome
-                wipe(device, "reboot,factory_reset");
-                break;
-            case FIRST_BOOT:  // /data is new without a reset, as after flashing
-                wipe(device, "cold");
-                fail(device);
-                break;
-            default:
-                if (device.files.erase(kDisable) == 0) device.files[kDisable] = "BfRecover=NO\n";
+    void happen(int outcome, Device& device) {
+        if (outcome == GOOD) succeed(device);
+        if (outcome == STALL) fail(device);
+        // Asked for by the daemon or by a person; what follows is the next outcome.
+        if (outcome == RESET) wipe(device, "reboot,factory_reset");
+        if (outcome == FIRST_BOOT) {  // /data is new without a reset, as after flashing
+            wipe(device, "cold");
+            fail(device);
         }
+        if (outcome == SWITCH) device.disabled = !device.disabled;
     }
 
     // Left alone, where every boot stalls and the platform does what it is asked for, the device
     // comes to rest: nothing restarts it for ever.
     void expectRest(Device device) {
-        const size_t most = GetParam().steps.size();
-        for (size_t boots = 0; boots <= most; ++boots) {
-            fail(device);
-            if (device.has(kReset)) {
-                wipe(device, "reboot,factory_reset");
-            } else if (!device.has(kReboot)) {
-                return;
-            }
+        for (size_t boots = 0; boots <= GetParam().steps.size(); ++boots) {
+            const int action = fail(device);
+            if (action == 5) wipe(device, "reboot,factory_reset");
+            if (action != 1 && action != 5) return;
         }
-        ADD_FAILURE() << "still restarting after " << most << " actions";
+        ADD_FAILURE() << "still restarting";
     }
-
-    void walk(const Device& device, int depth) {
-        // Two devices that hold the same go on in the same way.
-        std::string state = device.bootReason;
-        for (const char* path : {kHistory, kDisable, kMarker}) {
-            state += "|" + device.text(path);
-        }
-        if (mRested.insert(state).second) expectRest(device);
-        if (depth == kDepth) return;
-        for (int outcome = 0; outcome < OUTCOMES && !HasFailure(); ++outcome) {
-            mPath.push_back(kOutcomeNames[outcome]);
-            ++mSequences;
-            Device after = device;
-            happen(static_cast<Outcome>(outcome), after);
-            if (HasFailure()) return;  // mPath tells where
-            walk(after, depth + 1);
-            if (HasFailure()) return;
-            mPath.pop_back();
-        }
-    }
-
-    std::map<std::string, std::string> mOnDisk;  // of kFiles
-    std::set<std::string> mRested;
-    std::vector<std::string> mPath;
-    int mSequences = 0;
 };
 
-TEST_P(RecoveryLadderTest, HoldsInEverySequenceOfOutcomes) {
-    lab::makeFolders("/data/vela_dfr");
+TEST_P(RecoveryLadderTest, HoldsOnEveryDeviceThatBootsCanLeadTo) {
+    makeFolders(kMarkerFolder);
     // An earlier test of this process may have left modes in the table of the override file.
     write(kOverride, "1|00000");
     EXPECT_FALSE(BfRecovery().runRecovery(1, false));
     remove(kOverride);
     if (GetParam().overrideList != nullptr) write(kOverride, GetParam().overrideList);
 
-    Device device;
-    device.files[kMarker] = "";
-    walk(device, 0);
-    std::string path;
-    for (const std::string& outcome : mPath) path += "\n  " + outcome;
-    ASSERT_FALSE(HasFailure()) << "after" << path;
-    EXPECT_EQ(mSequences, kSequences);
+    std::vector<std::pair<Device, std::string>> devices = {{}};  // and how it came about
+    std::set<Device> seen = {devices[0].first};
+    for (size_t i = 0; i < devices.size(); ++i) {
+        const auto [device, path] = devices[i];
+        for (int outcome = 0; outcome < OUTCOMES; ++outcome) {
+            const std::string now = path + "\n  " + kOutcomeNames[outcome];
+            SCOPED_TRACE("after" + now);
+            Device after = device;
+            happen(outcome, after);
+            if (!HasFailure() && seen.insert(after).second) {
+                expectRest(after);
+                devices.emplace_back(after, now);
+            }
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+    EXPECT_GE(devices.size(), GetParam().steps.empty() ? 6U : 10U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lists, RecoveryLadderTest, testing::ValuesIn(kLadders),
