@@ -8,6 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/text/Printable.h"
+
 namespace lab {
 
 Command& Command::argument(const std::string& name, std::string& value, const std::string& about) {
@@ -48,7 +50,8 @@ void Command::does(std::function<int()> action) {
 CommandLine::CommandLine(const std::string& about) : mApp(std::make_unique<CLI::App>(about)) {
     mApp->require_subcommand(1);
     mApp->failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "bootvigil-lab: " + std::string(error.what()) + " (--help shows what there is)\n";
+        return "bootvigil-lab: " + text::printable(error.what()) +
+               " (--help shows what there is)\n";
     });
 }
 

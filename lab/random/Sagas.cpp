@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "common/text/Printable.h"
 #include "lab/base/Jobs.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
@@ -26,7 +27,7 @@ constexpr uint64_t kPrinted = 20;  // broken rules
 constexpr uint64_t kTwice = 20;    // every so many scenarios one is run a second time
 
 void print(const std::string& line) {
-    printf("%s\n", line.c_str());
+    printf("%s\n", text::printable(line).c_str());
     fflush(stdout);
 }
 
