@@ -10,6 +10,26 @@
 
 using namespace fuzz;
 
+namespace {
+
+// However a log is cut into pieces, its lines are the same; of a very long one the end is dropped.
+void expectSameInPieces(const std::string& log, const std::vector<report::DaemonLine>& lines) {
+    report::DaemonLineReader reader;
+    for (size_t at = 0; at < log.size(); at += 7) reader.add(std::string_view(log).substr(at, 7));
+    const std::vector<report::DaemonLine> read = reader.finish();
+    if (reader.leftOut() != 0) return;
+    expectEqual("the number of lines", static_cast<long>(read.size()),
+                static_cast<long>(lines.size()));
+    for (size_t i = 0; i < lines.size(); ++i) {
+        expectEqual("a line's number", read[i].number, lines[i].number);
+        expectEqual("a line's time", read[i].ms, lines[i].ms);
+        const std::string& text = read[i].text;
+        if (lines[i].text.compare(0, text.size(), text) != 0) fault("a line has another text");
+    }
+}
+
+}  // namespace
+
 // Texts: the log, then, where they are there, a boot profile, history and records.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::vector<std::string> input = texts(data, size);
@@ -17,6 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return i < input.size() ? std::optional<std::string>(input[i]) : std::nullopt;
     };
     const std::vector<report::DaemonLine> lines = report::daemonLines(input[0]);
+    expectSameInPieces(input[0], lines);
     const std::vector<report::DaemonRun> runs = report::daemonRuns(lines);
     size_t count = 0;
     for (const report::DaemonRun& run : runs) {

@@ -5,6 +5,7 @@
 
 #include <exception>
 
+#include "common/text/Printable.h"
 #include "lab/commands/Commands.h"
 #include "lab/device/DeviceRoot.h"
 
@@ -16,7 +17,7 @@ int main(int argc, char** argv) {
         for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
         return line.run(argc, argv);
     } catch (const std::exception& error) {
-        fprintf(stderr, "bootvigil-lab: %s\n", error.what());
+        fprintf(stderr, "bootvigil-lab: %s\n", text::printable(error.what()).c_str());
         return kFailed;
     }
 }

@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // bootvigil-report: shows what the daemon left on a device's persistent partition.
 
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <deque>
 #include <exception>
 #include <future>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -15,6 +21,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/text/Printable.h"
 #include "common/Version.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
@@ -36,12 +43,33 @@ struct Options {
     std::string perfetto;
     std::string compare;
     bool json = false;
+    size_t htmlLimit = kMostOfPage >> 20;
 };
+
+// Throws std::runtime_error when not all of it arrives.
+void print(const std::string& text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0 ||
+        ferror(stdout) != 0) {
+        throw std::runtime_error(std::string("standard output: ") + strerror(errno));
+    }
+}
+
+std::string describe(const std::exception& error) {
+    const bool memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    return memory ? "not enough memory" : error.what();
+}
 
 // A folder's line of JSON, and whether the folder was readable.
 std::pair<std::string, bool> readLine(const std::string& folder) {
-    const Report report = readReport(folder);
-    return {dump(toJson(report)), report.readable};
+    try {
+        const Report report = readReport(folder);
+        return {dump(toJson(report)) + "\n", report.readable};
+    } catch (const std::exception& error) {
+        Report report;
+        report.device = folder;
+        report.problems = {{folder, describe(error)}};
+        return {dump(toJson(report)) + "\n", false};
+    }
 }
 
 void showProgress(size_t done, size_t all) {
@@ -56,16 +84,18 @@ void showProgress(size_t done, size_t all) {
 // Prints one line of JSON per folder, in the order given. Twice as many folders as processors are
 // read at a time: a slow one keeps no processor waiting, and memory has a bound.
 int showFleet(const std::vector<std::string>& folders) {
+    // Where no further thread can be had, the main one reads.
+    constexpr auto kHow = std::launch::async | std::launch::deferred;
     const size_t most = 2UL * std::max(1U, std::thread::hardware_concurrency());
     std::deque<std::future<std::pair<std::string, bool>>> lines;
     bool readable = true;
     for (size_t started = 0, done = 0; done < folders.size(); ++done) {
         while (started < folders.size() && lines.size() < most) {
-            lines.push_back(std::async(std::launch::async, readLine, folders[started++]));
+            lines.push_back(std::async(kHow, readLine, folders[started++]));
         }
         const auto [line, wasReadable] = lines.front().get();
         lines.pop_front();
-        puts(line.c_str());
+        print(line);
         readable = readable && wasReadable;
         showProgress(done + 1, folders.size());
     }
@@ -75,12 +105,12 @@ int showFleet(const std::vector<std::string>& folders) {
 int showOne(const Options& options) {
     Report report = readReport(options.folders.front());
     if (!options.compare.empty()) report.comparison = readComparison(options.compare);
-    if (!options.html.empty()) writePage(report, options.html);
+    if (!options.html.empty()) writePage(report, options.html, options.htmlLimit << 20);
     if (!options.perfetto.empty()) writeWhole(options.perfetto, toTraceEvents(report));
     if (options.json) {
-        puts(dump(toJson(report)).c_str());
+        print(dump(toJson(report)) + "\n");
     } else if (options.html.empty() && options.perfetto.empty()) {
-        fputs(toText(report).c_str(), stdout);
+        print(toText(report));
     }
     return report.readable ? 0 : kNothingReadable;
 }
@@ -94,6 +124,9 @@ int runCommandLine(int argc, char** argv) {
                    "a copy of the partition (adb pull /velafs), or the folder of a lab's run")
             ->required();
     app.add_option("--html", options.html, "write one self-contained page to this file");
+    app.add_option("--html-limit", options.htmlLimit, "most MiB of the page")
+            ->check(CLI::Range(1, 2048))
+            ->capture_default_str();
     app.add_option("--perfetto", options.perfetto,
                    "write the timeline as trace events to this file");
     app.add_option("--compare", options.compare, "a good boot's profile, shown beside the boots");
@@ -114,10 +147,19 @@ int runCommandLine(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Writing fails instead, which is said.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    // No file may get the number of a standard stream that is closed.
+    int fd = open("/dev/null", O_RDONLY);
+    while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDONLY);
+    close(fd);
     try {
-        return runCommandLine(argc, argv);
+        const int status = runCommandLine(argc, argv);
+        print("");  // what CLI11 has written
+        return status;
     } catch (const std::exception& error) {
-        fprintf(stderr, "bootvigil-report: %s\n", error.what());
+        fprintf(stderr, "bootvigil-report: %s\n", text::printable(describe(error)).c_str());
         return kNothingReadable;
     }
 }

@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/text/Printable.h"
+
 namespace lab {
 
 Jobs::Jobs(uint64_t tasks, int processes, std::function<std::string(uint64_t)> name)
@@ -82,7 +84,7 @@ void Jobs::printError(uint64_t place, std::string error) const {
     while (!error.empty() && error.back() == '\n') error.pop_back();
     std::replace(error.begin(), error.end(), '\n', ' ');
     const std::string what = place == 0 ? "a job" : mName(place - 1);
-    fprintf(stderr, "%s: cannot be run: %s\n", what.c_str(), error.c_str());
+    fprintf(stderr, "%s: cannot be run: %s\n", what.c_str(), text::printable(error).c_str());
 }
 
 }  // namespace lab

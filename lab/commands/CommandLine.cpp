@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/text/Printable.h"
 #include "common/Version.h"
 
 namespace lab {
@@ -52,7 +53,8 @@ CommandLine::CommandLine(const std::string& about) : mApp(std::make_unique<CLI::
     mApp->set_version_flag("--version", std::string("bootvigil-lab ") + kVersion,
                            "print the version");
     mApp->failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "bootvigil-lab: " + std::string(error.what()) + " (--help shows what there is)\n";
+        return "bootvigil-lab: " + text::printable(error.what()) +
+               " (--help shows what there is)\n";
     });
 }
 

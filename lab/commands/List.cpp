@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "common/text/Printable.h"
 #include "lab/base/DataFolder.h"
 #include "lab/commands/Commands.h"
 #include "lab/scenario/Scenario.h"
@@ -23,7 +24,8 @@ int listScenarios() {
     }
     std::sort(files.begin(), files.end());
     for (const std::filesystem::path& file : files) {
-        printf("%-28s %s\n", file.stem().c_str(), readScenario(file).about.c_str());
+        printf("%-28s %s\n", file.stem().c_str(),
+               text::printable(readScenario(file).about).c_str());
     }
     printf("\nthey are in %s\n", folder.c_str());
     return 0;

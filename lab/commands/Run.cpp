@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/text/Printable.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
@@ -38,7 +39,7 @@ void printEffects(const std::vector<Record>& records) {
 }
 
 void printRun(const Scenario& scenario, const ScenarioRun& run) {
-    printf("%s\n", scenario.about.c_str());
+    printf("%s\n", text::printable(scenario.about).c_str());
     const std::vector<Record> records = run.records();
     const bool colour = isatty(STDOUT_FILENO) != 0;
     for (size_t i = 0; i < run.outcomes().size(); ++i) {
@@ -85,8 +86,10 @@ int runScenario(const Options& options) {
     const bool kept = named || !differences.empty() || !(options.quiet || options.effects);
     if (!named && kept) temporary->keep();
     if (!differences.empty()) {
-        fprintf(stderr, "%s does not hold:\n", options.file.c_str());
-        for (const std::string& line : differences) fprintf(stderr, "%s\n", line.c_str());
+        fprintf(stderr, "%s does not hold:\n", text::printable(options.file).c_str());
+        for (const std::string& line : differences) {
+            fprintf(stderr, "%s\n", text::printable(line).c_str());
+        }
         fprintf(stderr, "what the daemon left behind: %s\n", folder.c_str());
         return kFailed;
     }

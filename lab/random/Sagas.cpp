@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "common/text/Printable.h"
 #include "lab/base/Jobs.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
@@ -50,7 +51,7 @@ std::optional<Finding> judge(const ScenarioRun& run) {
 }
 
 void print(const std::string& line) {
-    printf("%s\n", line.c_str());
+    printf("%s\n", text::printable(line).c_str());
     fflush(stdout);
 }
 

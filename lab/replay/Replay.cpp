@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/text/Printable.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
@@ -177,7 +178,10 @@ std::vector<std::string> describeReplay(const ReplayResult& result) {
     std::vector<std::string> lines = {result.about, ""};
     size_t recordedWidth = 10;
     size_t todayWidth = 10;
-    for (const ReplayItem& item : result.items) {
+    std::vector<ReplayItem> items = result.items;
+    for (ReplayItem& item : items) {
+        if (item.recorded) item.recorded = text::printable(*item.recorded);
+        item.today = text::printable(item.today);
         recordedWidth = std::max(recordedWidth, item.recorded.value_or("").size() + 2);
         todayWidth = std::max(todayWidth, item.today.size() + 2);
     }
@@ -189,7 +193,7 @@ std::vector<std::string> describeReplay(const ReplayResult& result) {
         lines.push_back(name + recorded + today + verdict);
     };
     add("", "recorded", "today", "");
-    for (const ReplayItem& item : result.items) {
+    for (const ReplayItem& item : items) {
         add(item.name, item.recorded.value_or("not known"), item.today,
             !item.recorded ? ""
             : item.same    ? "same"
@@ -198,9 +202,7 @@ std::vector<std::string> describeReplay(const ReplayResult& result) {
     lines.emplace_back();
     for (const std::string& text : result.notKnown) lines.push_back("not known: " + text);
     for (std::string& line : lines) {
-        for (char& c : line) {
-            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-        }
+        line = text::printable(line);
         line.erase(line.find_last_not_of(' ') + 1);
     }
     return lines;

@@ -7,10 +7,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "common/text/Printable.h"
 #include "lab/base/Files.h"
 #include "lab/base/Text.h"
 #include "lab/run/Timeline.h"
-#include "report/read/Printable.h"
 
 namespace lab {
 
@@ -46,8 +46,8 @@ Lines compareLog(const Boot& boot, const Lines& log) {
 }
 
 std::string compareText(const std::string& expected, const std::string& actual) {
-    return ": expected \"" + report::printable(expected) + "\", got \"" +
-           report::printable(actual) + "\"";
+    return ": expected \"" + text::printable(expected) + "\", got \"" + text::printable(actual) +
+           "\"";
 }
 
 Lines compareBoot(const Boot& boot, const std::vector<Record>& records, int number) {

@@ -12,9 +12,9 @@
 #include <nlohmann/json.hpp>
 
 #include "bootvigil/BootMilestones.h"
+#include "common/text/Printable.h"
 #include "lab/base/Text.h"
 #include "report/read/ErrorNumber.h"
-#include "report/read/Printable.h"
 
 namespace lab {
 
@@ -52,7 +52,7 @@ std::string details(const Record& record) {
         return record.contains("error") ? text + ", " + field(record, "error") : text;
     }
     if (kind == "request") return text;
-    return text + (text.empty() ? "" : " ") + report::printable(field(record, "text"));
+    return text + (text.empty() ? "" : " ") + field(record, "text");
 }
 
 // The code by which a terminal shows a kind of record; none for the others.
@@ -68,7 +68,7 @@ const char* colourOf(const std::string& kind) {
 
 std::string personLine(double seconds, const std::string& kind, const std::string& text,
                        bool colour) {
-    const std::string line = format("%-9s ", kind.c_str()) + text;
+    const std::string line = format("%-9s ", kind.c_str()) + text::printable(text);
     const char* code = colour ? colourOf(kind) : nullptr;
     return format("%9.3f  ", seconds) +
            (code != nullptr ? format("\033[%sm", code) + line + "\033[0m" : line);
@@ -76,8 +76,7 @@ std::string personLine(double seconds, const std::string& kind, const std::strin
 
 std::string describeWorld(const Record& record) {
     const std::string kind = record["kind"];
-    if (kind == "set")
-        return field(record, "name") + " = " + report::printable(field(record, "value"));
+    if (kind == "set") return field(record, "name") + " = " + field(record, "value");
     return field(record, kind == "event" ? "name" : "path");
 }
 
@@ -124,7 +123,7 @@ std::optional<std::string> effectLine(const Record& record) {
     if (kind == "log" || isWorld(kind)) return std::nullopt;
     std::string line = formatSeconds(record["t"]) + " " + kind;
     const std::string more = details(record);
-    return more.empty() ? line : line + " " + more;
+    return text::printable(more.empty() ? line : line + " " + more);
 }
 
 std::vector<std::string> describeBoot(const std::vector<Record>& records, int boot, bool colour) {
@@ -135,8 +134,9 @@ std::vector<std::string> describeBoot(const std::vector<Record>& records, int bo
         const double seconds = record["t"];
         if (kind == "boot") {
             const std::string about = field(record, "about");
-            lines.push_back("boot " + std::to_string(boot) + (about.empty() ? "" : ": " + about) +
-                            " (sys.boot.reason " + field(record, "reason") + ")");
+            lines.push_back(text::printable("boot " + std::to_string(boot) +
+                                            (about.empty() ? "" : ": " + about) +
+                                            " (sys.boot.reason " + field(record, "reason") + ")"));
             continue;
         }
         if (kind == "record") {

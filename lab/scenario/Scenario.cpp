@@ -5,9 +5,9 @@
 
 #include <stdexcept>
 
+#include "common/text/Printable.h"
 #include "lab/base/Files.h"
 #include "lab/scenario/ScenarioFields.h"
-#include "report/read/Printable.h"
 
 namespace lab {
 
@@ -15,7 +15,7 @@ namespace {
 
 [[noreturn]] void fail(const std::string& path, const YAML::Mark& mark, const std::string& text) {
     throw std::runtime_error(path + ":" + std::to_string(mark.line + 1) + ":" +
-                             std::to_string(mark.column + 1) + ": " + report::printable(text));
+                             std::to_string(mark.column + 1) + ": " + text::printable(text));
 }
 
 }  // namespace

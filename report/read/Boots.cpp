@@ -33,6 +33,8 @@ struct Rule {
     const char* words;
 };
 
+constexpr size_t kLongestRecord = 256 << 10;  // bytes of a run log's line
+
 constexpr const char* kLastLine = "parseBootProf Last Line ";
 constexpr const char* kLastKey = "parseBootProf Last Line key ";
 
@@ -134,6 +136,15 @@ std::string clockAfter(time_t start, double seconds) {
     return text;
 }
 
+// Throws an exception for what is no JSON, or nests deeper than a record does.
+Json parseRecord(std::string_view line) {
+    constexpr int kMostDepth = 8;
+    return Json::parse(line, [](int depth, Json::parse_event_t, const Json&) {
+        if (depth > kMostDepth) throw std::out_of_range("the depth of a record");
+        return true;
+    });
+}
+
 // A number of a record. No run has larger ones, and they would not fit into whole seconds.
 double number(const Json& value) {
     constexpr double kMost = 1e12;
@@ -200,13 +211,16 @@ std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken) {
     std::vector<Boot> boots;
     time_t start = 0;
     broken = 0;
-    for (const std::string& line : linesOf(jsonLines)) {
+    LineCutter cutter(kLongestRecord, [&](std::string_view line) {
+        if (broken == kMostBroken) return;
         try {
-            addRecord(boots, start, Json::parse(line));
+            addRecord(boots, start, parseRecord(line));
         } catch (const std::exception&) {
             ++broken;
         }
-    }
+    });
+    cutter.add(jsonLines);
+    cutter.finish();
     return boots;
 }
 

@@ -35,7 +35,9 @@ struct Boot {
 // From the daemon's lines in captured logs.
 std::vector<Boot> bootsOfLines(const std::vector<DaemonLine>& lines);
 
-// From a lab's run log; `broken` counts the lines that are not records.
+// From a lab's run log; `broken` counts the lines that are not records. After so many of them the
+// rest of the log is not read.
+constexpr size_t kMostBroken = 10000;
 std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken);
 
 // The first time of each milestone in a boot profile.

@@ -14,6 +14,9 @@ constexpr std::string_view kTag = " BOOTVIGIL_DEBUG: ";
 constexpr std::string_view kFirstText = "BOOTVIGIL boot_vigil_service start";
 constexpr size_t kClockLength = 18;  // "MM-DD HH:MM:SS.mmm"
 constexpr size_t kMaxHead = 60;      // most bytes of a line before its tag
+// liblog cuts what the daemon logs at 1 KiB.
+constexpr size_t kLongestLine = kMaxHead + kTag.size() + 1024;
+constexpr size_t kMostLines = 4000;  // of one log; a boot has some hundred
 
 // Milliseconds since the start of the year, -1 if it is not a clock. The year is taken as a leap
 // year, which is exact enough for differences within a run.
@@ -27,9 +30,15 @@ int64_t parseClock(const std::string& clock) {
     return (timegm(&date) - kStartOf1972) * 1000 + ms;
 }
 
+// Where a line's tag is; npos when it is no line of the daemon.
+size_t findTag(std::string_view line) {
+    const size_t tag = line.substr(0, kMaxHead + kTag.size()).find(kTag);
+    return tag < kClockLength + 2 ? std::string_view::npos : tag;
+}
+
 bool parseLine(std::string_view line, DaemonLine& parsed) {
-    const size_t tag = line.find(kTag);
-    if (tag > kMaxHead || tag < kClockLength + 2) return false;  // npos is larger than any
+    const size_t tag = findTag(line);
+    if (tag == std::string_view::npos) return false;
     parsed.clock = line.substr(0, kClockLength);
     parsed.ms = parseClock(parsed.clock);
     if (parsed.ms < 0) return false;
@@ -46,15 +55,33 @@ double DaemonRun::secondsOf(const DaemonLine& line) const {
 
 std::vector<DaemonLine> daemonLines(std::string_view log) {
     std::vector<DaemonLine> lines;
-    // Searching for the tag first keeps a large log of others cheap.
-    for (size_t tag = log.find(kTag); tag != std::string_view::npos; tag = log.find(kTag, tag)) {
-        const size_t before = log.rfind('\n', tag);
-        const size_t begin = before == std::string_view::npos ? 0 : before + 1;
-        size_t end = log.find('\n', tag);
-        if (end == std::string_view::npos) end = log.size();
-        DaemonLine line;
-        if (parseLine(log.substr(begin, end - begin), line)) lines.push_back(std::move(line));
-        tag = end;
+    int number = 0;
+    LineCutter cutter(SIZE_MAX, [&](std::string_view line) {
+        DaemonLine parsed;
+        parsed.number = ++number;
+        if (parseLine(line, parsed)) lines.push_back(std::move(parsed));
+    });
+    cutter.add(log);
+    cutter.finish();
+    return lines;
+}
+
+DaemonLineReader::DaemonLineReader()
+    : mCutter(kLongestLine, [this](std::string_view line) {
+          ++mNumber;
+          if (findTag(line) == std::string_view::npos) return;
+          mLines.push_back({mNumber, std::string(line)});
+          if (mLines.size() == 2 * kMostLines) mLeftOut += dropMiddle(mLines, kMostLines);
+      }) {}
+
+std::vector<DaemonLine> DaemonLineReader::finish() {
+    mCutter.finish();
+    mLeftOut += dropMiddle(mLines, kMostLines);
+    std::vector<DaemonLine> lines;
+    for (const auto& [number, text] : mLines) {
+        DaemonLine parsed;
+        parsed.number = number;
+        if (parseLine(text, parsed)) lines.push_back(std::move(parsed));
     }
     return lines;
 }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <optional>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "report/read/ErrorNumber.h"
+#include "report/read/Files.h"
 
 namespace report {
 
@@ -19,6 +21,7 @@ struct DaemonLine {
     std::string clock;  // "11-15 11:00:10.000"
     int64_t ms = 0;     // the same in milliseconds since the start of the year
     std::string text;   // without trailing blanks
+    int number = 0;     // its place in the log, from 1
 };
 
 // One run of the daemon, as far as the log keeps it.
@@ -32,6 +35,34 @@ struct DaemonRun {
 
 // The daemon's lines in a log, in the log's order. Lines in any other layout are skipped.
 std::vector<DaemonLine> daemonLines(std::string_view log);
+
+// The same of a log that comes piece by piece and may have any size: the first and the last lines
+// are kept.
+class DaemonLineReader {
+public:
+    DaemonLineReader();
+
+    void add(std::string_view piece) {
+        mCutter.add(piece);
+    }
+    // To be called once, at the end.
+    std::vector<DaemonLine> finish();
+    // The lines that are missing in the middle, known after finish().
+    size_t leftOut() const {
+        return mLeftOut;
+    }
+
+private:
+    struct Line {
+        int number;
+        std::string text;
+    };
+
+    LineCutter mCutter;
+    int mNumber = 0;           // of the last line
+    std::vector<Line> mLines;  // parsed at the end: most are dropped before
+    size_t mLeftOut = 0;
+};
 
 // Cuts lines into runs: one begins with the daemon's first line, or where the clock goes back.
 std::vector<DaemonRun> daemonRuns(const std::vector<DaemonLine>& lines);

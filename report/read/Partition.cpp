@@ -8,31 +8,50 @@
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <exception>
+#include <functional>
+#include <iterator>
+#include <new>
+#include <string_view>
 
 #include "bootvigil/StoragePaths.h"
+#include "common/text/Printable.h"
+#include "report/read/Bounds.h"
 #include "report/read/DaemonLog.h"
-#include "report/read/Files.h"
 
 namespace report {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr size_t kMaxStateFile = 1 << 20;  // bytes read of a state file
-constexpr size_t kMaxLog = 256 << 20;      // of a lab's run log, and searched of a captured log
+// What the daemon captures itself; a partition may hold more.
+constexpr const char* kCaptures[] = {"android_crash_log",  "android_main_log",
+                                     "android_events_log", "android_system_log",
+                                     "android_radio_log",  "sys_kernel_log",
+                                     "console-ramoops-0"};
+constexpr std::string_view kSuffix = ".zs";
 
 // A device's path as it is below the partition.
 std::string below(const std::string& path) {
     return path.substr(strlen(kVelafsDir));
 }
 
+// Calls `read`; what it throws becomes a problem of `name`.
+void attempt(const std::string& name, Report& report, const std::function<void()>& read) {
+    try {
+        read();
+    } catch (const std::bad_alloc&) {
+        report.problems.push_back({name, "not enough memory to read it"});
+    } catch (const std::exception& error) {
+        report.problems.push_back({name, error.what()});
+    }
+}
+
 // Reads a file that may be missing; any other failure is a problem of the file `name`.
-std::optional<std::string> readFile(const std::string& path, const std::string& name, size_t limit,
+std::optional<std::string> readFile(const Folder& folder, const std::string& name, size_t limit,
                                     Report& report) {
     std::string error;
-    const File file = openRegular(path, error, true);
+    // Problems are named by "/SDD/...", as on the device.
+    const File file = folder.openFile(name.substr(name.find_first_not_of('/')), error);
     std::string content;
     char buffer[65536];
     size_t count = 1;
@@ -78,93 +97,142 @@ bool parseRecord(const std::string& line, Failure& failure) {
 // Reads the files of one partition into a report.
 class PartitionReader {
 public:
-    PartitionReader(const std::string& partition, Report& report)
-        : mPartition(partition), mReport(report) {}
+    explicit PartitionReader(Report& report) : mReport(report) {}
 
     void read() {
         readRecords(below(kBfRecordBackupPath));
         readRecords(below(kBfRecordPath));
-        mReport.pendingPhase = text(below(kBfFlagPath));
+        attempt(below(kBfFlagPath), mReport,
+                [this] { mReport.pendingPhase = text(below(kBfFlagPath), kMostNote); });
         readNotes(below(kBfUploadDir), {"boot_vigil", "recovery_record"}, mReport.uploads);
         readNotes(below(kBootVigilDir), {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
-        mReport.journal = linesOf(text(below(kLogDir) + "/info").value_or(""));
-        readCaptures();
-        readRecoveryFiles();
+        attempt(below(kLogDir) + "/info", mReport, [this] { readJournal(); });
+        attempt(below(kLogDir), mReport, [this] { readCaptures(); });
+        attempt(below(kBootVigilDir), mReport, [this] { readRecoveryFiles(); });
     }
 
 private:
-    std::optional<std::string> text(const std::string& name) {
-        return readFile(mPartition + name, name, kMaxStateFile, mReport);
+    std::optional<std::string> text(const std::string& name, size_t most = kMostState) {
+        return readFile(mReport.partition, name, most, mReport);
     }
 
     void problem(const std::string& file, const std::string& what) {
         mReport.problems.push_back({file, what});
     }
 
+    // Keeps the first and the last of a list, and says so.
+    template <typename Value>
+    void bound(std::vector<Value>& list, const std::string& file, const char* what) {
+        const size_t dropped = dropMiddle(list, kMostListed);
+        if (dropped != 0) problem(file, "… " + text::grouped(dropped) + " " + what + " left out");
+    }
+
     void readRecords(const std::string& name) {
-        const std::string content = text(name).value_or("");
-        int number = 0;
-        for (const std::string& line : linesOf(content)) {
-            Failure failure;
-            failure.file = name;
-            failure.line = ++number;
-            if (parseRecord(line, failure)) {
-                mReport.failures.push_back(failure);
-            } else {
-                problem(name, "line " + std::to_string(number) + " is not a complete record");
+        attempt(name, mReport, [&] {
+            const std::string content = text(name).value_or("");
+            std::vector<Failure> failures;
+            std::vector<Problem> problems;
+            int number = 0;
+            for (const std::string& line : linesOf(content)) {
+                Failure failure;
+                failure.file = name;
+                failure.line = ++number;
+                if (parseRecord(line, failure)) {
+                    failures.push_back(failure);
+                } else {
+                    problems.push_back(
+                            {name, "line " + std::to_string(number) + " is not a complete record"});
+                }
             }
-        }
-        if (!content.empty() && content.back() != '\n') problem(name, "the last line is cut off");
+            bound(failures, name, "records");
+            bound(problems, name, "damaged records");
+            mReport.failures.insert(mReport.failures.end(), failures.begin(), failures.end());
+            mReport.problems.insert(mReport.problems.end(), problems.begin(), problems.end());
+            if (!content.empty() && content.back() != '\n') {
+                problem(name, "the last line is cut off");
+            }
+        });
+    }
+
+    void readJournal() {
+        const std::string name = below(kLogDir) + "/info";
+        mReport.journal = linesOf(text(name).value_or(""));
+        bound(mReport.journal, name, "lines");
     }
 
     void readNotes(const std::string& folder, const std::vector<std::string>& names,
                    std::vector<Note>& notes) {
         for (const std::string& name : names) {
-            if (const auto note = text(folder + "/" + name)) notes.push_back({name, *note});
+            attempt(folder + "/" + name, mReport, [&] {
+                const auto note = text(folder + "/" + name, kMostNote);
+                if (note) notes.push_back({name, *note});
+            });
         }
+    }
+
+    // The names of the archives without their suffix, in order; the daemon's own are not left out.
+    std::vector<std::string> captureNames() {
+        std::string error;
+        std::vector<std::string> names;
+        const Folder folder = mReport.partition.open(below(kLogDir).substr(1), error);
+        for (const std::string& name : folder.names(kMostNames, error)) {
+            const size_t size = name.size() - std::min(name.size(), kSuffix.size());
+            if (size > 0 && name.substr(size) == kSuffix) names.push_back(name.substr(0, size));
+        }
+        if (!error.empty()) problem(below(kLogDir), error);
+        const auto isDaemons = [](const std::string& name) {
+            return std::find(std::begin(kCaptures), std::end(kCaptures), name) !=
+                   std::end(kCaptures);
+        };
+        std::sort(names.begin(), names.end());
+        std::stable_partition(names.begin(), names.end(), isDaemons);
+        if (names.size() > kMostCaptures) {
+            problem(below(kLogDir),
+                    "… " + text::grouped(names.size() - kMostCaptures) + " captured logs left out");
+            names.resize(kMostCaptures);
+        }
+        std::sort(names.begin(), names.end());
+        return names;
     }
 
     void readCaptures() {
-        const std::string folder = mPartition + below(kLogDir);
-        std::error_code error;
-        std::vector<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder, error)) {
-            if (entry.path().extension() == ".zs") names.push_back(entry.path().stem());
-        }
-        if (error && fs::exists(fs::symlink_status(folder))) {
-            problem(below(kLogDir), error.message());
-        }
-        std::sort(names.begin(), names.end());
         std::vector<DaemonLine> lines;
-        for (const std::string& name : names) readCapture(folder, name, lines);
+        for (const std::string& name : captureNames()) {
+            const std::string path = below(kLogDir) + "/" + name + std::string(kSuffix);
+            attempt(path, mReport, [&] { readCapture(name, path, lines); });
+        }
         mReport.boots = bootsOfLines(lines);
+        boundBoots(mReport.boots);
     }
 
     // Adds a captured log, and the daemon's lines in it.
-    void readCapture(const std::string& folder, const std::string& name,
+    void readCapture(const std::string& name, const std::string& path,
                      std::vector<DaemonLine>& lines) {
-        Capture capture = {name, folder + "/" + name + ".zs", {}};
+        Capture capture = {name, path.substr(1), {}};
         const bool android = name.rfind("android_", 0) == 0;
-        std::string content;
-        capture.info = readArchive(capture.path, [&](const char* data, size_t size) {
-            if (android && content.size() < kMaxLog) content.append(data, size);
-            return true;
-        });
-        // The daemon leaves an empty file for a log that it could not open.
-        const bool regular = fs::is_regular_file(fs::symlink_status(capture.path));
-        if (!capture.info.error.empty() && !(regular && capture.info.size == 0)) {
-            problem(below(kLogDir) + "/" + name + ".zs", capture.info.error);
+        DaemonLineReader reader;
+        capture.info =
+                readArchive(mReport.partition, capture.path, [&](const char* data, size_t size) {
+                    if (android) reader.add({data, size});
+                    return true;
+                });
+        if (!capture.info.error.empty() && capture.info.error != kEmptyArchive) {
+            problem(path, capture.info.error);
         }
         if (capture.info.size > 0) mReport.readable = true;
-        const std::vector<DaemonLine> here = daemonLines(content);
-        lines.insert(lines.end(), here.begin(), here.end());
+        std::vector<DaemonLine> here = reader.finish();
+        if (reader.leftOut() != 0) {
+            problem(path, "… " + text::grouped(reader.leftOut()) +
+                                  " of the daemon's lines left out in the middle");
+        }
+        std::move(here.begin(), here.end(), std::back_inserter(lines));
         mReport.captures.push_back(std::move(capture));
     }
 
     void readRecoveryFiles() {
         RecoveryFiles files;
         const std::string folder = below(kBootVigilDir);
-        files.history = text(folder + "/recovery_flag.txt");
+        files.history = text(folder + "/recovery_flag.txt", kMostNote);
         if (files.history &&
             files.history->substr(0, files.history->find('\n')).size() < kHistoryLength) {
             problem(folder + "/recovery_flag.txt", "is cut off");
@@ -178,23 +246,27 @@ private:
         mReport.recovery = readRecovery(files, reason);
     }
 
-    const std::string mPartition;
     Report& mReport;
 };
 
 }  // namespace
 
-void readPartition(const std::string& partition, Report& report) {
-    PartitionReader(partition, report).read();
+void readPartition(Report& report) {
+    PartitionReader(report).read();
 }
 
-void readRunLog(const std::string& path, Report& report) {
-    const auto content = readFile(path, "run.jsonl", kMaxLog, report);
-    if (!content) return;
-    size_t broken = 0;
-    report.boots = bootsOfRunLog(*content, broken);
-    if (broken == 0) return;
-    report.problems.push_back({"run.jsonl", std::to_string(broken) + " lines are not records"});
+void readRunLog(const Folder& folder, Report& report) {
+    const std::string name = "run.jsonl";
+    attempt(name, report, [&] {
+        const auto content = readFile(folder, name, kMostRunLog, report);
+        size_t broken = 0;
+        std::vector<Boot> boots = bootsOfRunLog(content.value_or(""), broken);
+        boundBoots(boots);
+        if (!boots.empty()) report.boots = std::move(boots);
+        if (broken == 0) return;
+        const char* rest = broken < kMostBroken ? "" : "; what follows was not read";
+        report.problems.push_back({name, text::grouped(broken) + " lines are not records" + rest});
+    });
 }
 
 }  // namespace report

@@ -9,10 +9,11 @@
 
 namespace report {
 
-// Adds everything that the daemon keeps in the folder `partition`.
-void readPartition(const std::string& partition, Report& report);
+// Adds everything that the daemon keeps in the report's partition. A part that can't be read, and
+// be it for want of memory, becomes a problem and leaves the others alone.
+void readPartition(Report& report);
 
-// Replaces the boots by those of the run log that a lab keeps beside the device root.
-void readRunLog(const std::string& path, Report& report);
+// Replaces the boots by those of the run log that a lab keeps in its folder, where that has any.
+void readRunLog(const Folder& folder, Report& report);
 
 }  // namespace report

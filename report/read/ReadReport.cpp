@@ -4,13 +4,13 @@
 #include "report/read/ReadReport.h"
 
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
+#include "report/read/Bounds.h"
 #include "report/read/Partition.h"
 
 namespace report {
@@ -35,9 +35,20 @@ std::string verdictOf(const Report& report) {
     return verdict + "; last action: " + modeName(recovery.lastMode) + ", next: " + recovery.next;
 }
 
-bool isPartition(const fs::path& folder) {
-    std::error_code error;
-    return fs::exists(folder / "SDD", error) || fs::exists(folder / "boot_vigil", error);
+bool isPartition(const Folder& folder) {
+    return folder.has("SDD") || folder.has("boot_vigil");
+}
+
+// The partition in a folder, which may be the partition itself.
+Folder findPartition(const Folder& folder, Report& report) {
+    if (isPartition(folder)) return folder;
+    for (const char* name : {"root/velafs", "velafs"}) {
+        std::string error;
+        Folder below = folder.open(name, error);
+        if (!error.empty()) report.problems.push_back({name, error});
+        if (isPartition(below)) return below;
+    }
+    return {};
 }
 
 }  // namespace
@@ -46,30 +57,32 @@ Report readReport(const std::string& folder) {
     Report report;
     const fs::path path = fs::path(folder).lexically_normal();
     report.device = path.has_filename() ? path.filename() : path.parent_path().filename();
-    std::error_code error;
-    if (!fs::is_directory(path, error)) {
-        report.problems.push_back({folder, error ? error.message() : "is not a folder"});
+    std::string error;
+    const Folder root(folder, error);
+    if (!error.empty()) {
+        report.problems.push_back({folder, error});
         return report;
     }
+    report.partition = findPartition(root, report);
+    readPartition(report);
     // A lab's run keeps its log beside the device root, and may have no partition at all.
-    const bool isRun = fs::exists(path / "run.jsonl", error);
-    fs::path partition = isRun ? path / "root/velafs" : path;
-    if (!isPartition(partition) && isPartition(path / "velafs")) partition = path / "velafs";
-    readPartition(partition, report);
-    if (isRun) readRunLog(path / "run.jsonl", report);
+    readRunLog(root, report);
     report.verdict = verdictOf(report);
-    if (!report.readable) {
+    if (!report.readable && report.problems.empty()) {
         report.problems.push_back({folder, "holds nothing that the daemon writes"});
     }
     return report;
 }
 
 Comparison readComparison(const std::string& profile) {
-    std::ifstream file(profile);
-    if (!file) throw std::runtime_error(profile + ": " + strerror(errno));
-    std::ostringstream content;
-    content << file.rdbuf();
-    Comparison comparison = {fs::path(profile).filename(), milestonesOf(content.str())};
+    const File file(fopen(profile.c_str(), "re"));
+    std::string content(kMostState + 1, '\0');
+    if (file) content.resize(fread(content.data(), 1, content.size(), file.get()));
+    if (!file || ferror(file.get()) != 0) {
+        throw std::runtime_error(profile + ": " + strerror(errno));
+    }
+    if (content.size() > kMostState) throw std::runtime_error(profile + ": too large a profile");
+    Comparison comparison = {fs::path(profile).filename(), milestonesOf(content)};
     if (comparison.milestones.empty()) throw std::runtime_error(profile + ": holds no milestone");
     return comparison;
 }

@@ -10,6 +10,7 @@
 #include "report/read/Archive.h"
 #include "report/read/Boots.h"
 #include "report/read/ErrorNumber.h"
+#include "report/read/Files.h"
 #include "report/read/Recovery.h"
 
 namespace report {
@@ -37,7 +38,7 @@ struct Note {
 
 struct Capture {
     std::string name;
-    std::string path;  // of the archive, on this machine
+    std::string path;  // of the archive, below the partition
     ArchiveInfo info;
 };
 
@@ -49,6 +50,7 @@ struct Comparison {
 struct Report {
     std::string device;     // the folder's name
     bool readable = false;  // anything at all was
+    Folder partition;       // for what is read later
     std::string verdict;    // the last failure and what became of it, in one line
     std::vector<Problem> problems;
     std::optional<std::string> pendingPhase;  // a failure that is not submitted yet

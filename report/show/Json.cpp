@@ -102,7 +102,7 @@ Json toJson(const Report& report) {
 }
 
 std::string dump(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return json.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
 }  // namespace report

@@ -14,7 +14,8 @@ namespace report {
 // One object; docs/report.md describes it.
 nlohmann::ordered_json toJson(const Report& report);
 
-// JSON as text, on one line. Bytes that are not UTF-8 become U+FFFD.
+// JSON as text, on one line, in ASCII: nothing in it steers a terminal. Bytes that are not UTF-8
+// become U+FFFD.
 std::string dump(const nlohmann::ordered_json& json);
 
 }  // namespace report

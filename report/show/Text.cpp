@@ -7,9 +7,11 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "report/read/Printable.h"
+#include "common/text/Printable.h"
 
 namespace report {
+
+using text::printable;
 
 namespace {
 
@@ -21,8 +23,8 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
     const int size = vsnprintf(line, sizeof(line), format, arguments);
     va_end(arguments);
     const bool cut = size >= static_cast<int>(sizeof(line));
-    if (cut && format[strlen(format) - 1] == '\n') line[sizeof(line) - 2] = '\n';
-    out += line;
+    out += cut ? text::shortened(line, sizeof(line) - 2) : line;
+    if (cut && format[strlen(format) - 1] == '\n') out += '\n';
 }
 
 void printNotes(const std::vector<Note>& notes, std::string& out) {

@@ -169,8 +169,8 @@ TEST_F(ReplayTest, ChangedRecordDiffers) {
     EXPECT_EQ(lab::describeReplay(result),
               (std::vector<std::string>{"about", "", "              recorded  today",
                                         "pid           not known 7",
-                                        "code          ?         12345678  DIFFERS", "",
-                                        "not known: a?[2J?b"}));
+                                        "code          \\x00      12345678  DIFFERS", "",
+                                        "not known: a\\x1b[2J\\x0ab"}));
 }
 
 TEST_F(ReplayTest, WhatTheLogLostIsSaid) {
