@@ -9,7 +9,7 @@ if(CMAKE_SCRIPT_MODE_FILE)
     set(version unknown)
   endif()
   file(CONFIGURE OUTPUT ${OUT} @ONLY CONTENT [[
-#include "common/Version.h"
+#include "common/version/Version.h"
 
 const char kVersion[] = "@version@";
 ]])
@@ -22,4 +22,4 @@ add_custom_target(version_source BYPRODUCTS ${CMAKE_BINARY_DIR}/Version.cpp
   VERBATIM)
 add_library(version STATIC ${CMAKE_BINARY_DIR}/Version.cpp)
 add_dependencies(version version_source)
-room_headers(version common)
+room_headers(version common/version)

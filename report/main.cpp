@@ -22,7 +22,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/text/Printable.h"
-#include "common/Version.h"
+#include "common/version/Version.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"

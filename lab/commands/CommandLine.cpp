@@ -9,7 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "common/text/Printable.h"
-#include "common/Version.h"
+#include "common/version/Version.h"
 
 namespace lab {
 
