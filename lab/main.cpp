@@ -7,6 +7,7 @@
 
 #include "lab/commands/Commands.h"
 #include "lab/device/DeviceRoot.h"
+#include "report/read/Printable.h"
 
 int main(int argc, char** argv) {
     using namespace lab;
@@ -16,7 +17,7 @@ int main(int argc, char** argv) {
         for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
         return line.run(argc, argv);
     } catch (const std::exception& error) {
-        fprintf(stderr, "bootvigil-lab: %s\n", error.what());
+        fprintf(stderr, "bootvigil-lab: %s\n", report::printable(error.what()).c_str());
         return kFailed;
     }
 }

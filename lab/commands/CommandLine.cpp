@@ -8,10 +8,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "report/read/Printable.h"
+
 namespace lab {
 
-Command& Command::argument(const std::string& name, std::string& value, const std::string& about) {
-    mApp.add_option(name, value, about)->required();
+Command& Command::arguments(const std::string& name, std::vector<std::string>& values,
+                            const std::string& about) {
+    mApp.add_option(name, values, about)->required();
     return *this;
 }
 
@@ -41,6 +44,15 @@ Command& Command::count(const std::string& name, int& value, int most, const std
     return *this;
 }
 
+Command& Command::exits(const std::vector<std::pair<int, std::string>>& statuses) {
+    std::string text = "Exit status:";
+    for (const auto& [status, meaning] : statuses) {
+        text += "\n  " + std::to_string(status) + (status < 10 ? "   " : "  ") + meaning;
+    }
+    mApp.footer(text);
+    return *this;
+}
+
 void Command::does(std::function<int()> action) {
     mAction = std::move(action);
 }
@@ -48,7 +60,8 @@ void Command::does(std::function<int()> action) {
 CommandLine::CommandLine(const std::string& about) : mApp(std::make_unique<CLI::App>(about)) {
     mApp->require_subcommand(1);
     mApp->failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "bootvigil-lab: " + std::string(error.what()) + " (--help shows what there is)\n";
+        return "bootvigil-lab: " + report::printable(error.what()) +
+               " (--help shows what there is)\n";
     });
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "lab/base/Jobs.h"
+#include "lab/base/Progress.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
@@ -57,9 +58,10 @@ struct Tally {
 class Search {
 public:
     explicit Search(const SagaOrder& order)
-        : mOrder(order), mJobs(order.count, order.jobs, [this](uint64_t index) {
-              return "seed " + std::to_string(mOrder.seed + index);
-          }) {}
+        : mOrder(order),
+          mProgress("scenarios", order.count),
+          mJobs(order.count, order.jobs,
+                [this](uint64_t index) { return "seed " + std::to_string(mOrder.seed + index); }) {}
 
     int run() {
         print(format("%s scenarios from seed %s on, %d at a time",
@@ -70,6 +72,7 @@ public:
             Workshop workshop;
             mJobs.forEachTask([&](uint64_t index) { runOne(workshop, index); });
         });
+        mProgress.clear();
         printSums(
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
         if (jobs.notRun > 0) print(std::to_string(jobs.notRun) + " scenarios could not be run");
@@ -106,11 +109,14 @@ private:
             }
         }
         if (finding) add(*finding, index);
+        mProgress.add(run.outcomes().size());
     }
 
     void add(const Finding& finding, uint64_t index) {
+        mProgress.object();
         const bool worst = mTally->becomesWorst(rankOf(finding.status, index));
         if (mTally->broken++ < kPrinted || worst) {
+            mProgress.clear();
             print("seed " + std::to_string(mOrder.seed + index) + ", boot " +
                   std::to_string(finding.boot) + ": " + finding.text);
         }
@@ -150,6 +156,7 @@ private:
     }
 
     const SagaOrder& mOrder;
+    Progress mProgress;
     Jobs mJobs;
     Shared<Tally> mTally;
 };
