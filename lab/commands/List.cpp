@@ -24,7 +24,11 @@ int listScenarios() {
 }  // namespace
 
 void addList(CommandLine& line) {
-    line.add("list", "list the shipped scenarios").does(listScenarios);
+    line.add("list", "list the shipped scenarios")
+            .exits({{0, "all are listed"},
+                    {kFailed, "a scenario can't be read"},
+                    {CommandLine::kWrongUsage, "wrong usage"}})
+            .does(listScenarios);
 }
 
 }  // namespace lab

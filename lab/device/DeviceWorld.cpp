@@ -171,7 +171,9 @@ void DeviceWorld::apply(const Change& change) {
             if (change.kind == Kind::POWER_CYCLE) calls::cutPower();
             _exit(kCutOff);
         case Kind::END:
-            tell("end", "still running", {{"why", "still running"}});
+            tell("end", "still running",
+                 {{"why", "still running"},
+                  {"folders", heldResources().folders - mHeldFirst.value_or(Held()).folders}});
             _exit(kStillRunning);
     }
 }

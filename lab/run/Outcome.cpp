@@ -141,6 +141,7 @@ private:
 
     void insert(size_t place, const std::string& part) {
         mParts.insert(mParts.begin() + static_cast<std::ptrdiff_t>(place), part);
+        for (size_t& asked : mAsked) asked += asked >= place ? 1 : 0;
     }
 
     // The service captures later, or never.
@@ -339,7 +340,9 @@ private:
                 (cause.empty() ? "" : ": " + cause));
         } else if (kind == "end") {
             if (!mComplete && mParts.empty() && mSlow == 0) add("nothing found");
-            add(textOf(record, "why") + " at " + mTime);
+            const int folders = record.value("folders", 0);
+            add(textOf(record, "why") + " at " + mTime +
+                (folders > 1 ? " with " + std::to_string(folders) + " folders left open" : ""));
         } else if (!mNormal) {
             add("nothing to watch: the boot mode is " + (mMode.empty() ? "not set" : mMode));
         } else if (mFailure && !mComplete) {

@@ -113,8 +113,9 @@ TEST(Outcome, SaysWhatTheBootCameTo) {
              "failure 0x401564 to the uploader; the recovery worked, which is not reported"},
             {"no profile",
              kStart + Lines{"250 log handleMessage is boot timeout, boot slowly, check again.",
-                            R"(260 end {"why":"still running"})"},
-             "nothing to judge by: no boot profile at 1 time-out; still running at 260 s"},
+                            R"(260 end {"why":"still running","folders":7})"},
+             "nothing to judge by: no boot profile at 1 time-out; still running at 260 s with 7 "
+             "folders left open"},
             {"an animation that stays",
              kStart + Lines{"250 log checkReason Reason = 3, file Reason = ",
                             R"(300 end {"why":"cut off"})"},
