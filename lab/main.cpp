@@ -2,6 +2,7 @@
 // bootvigil-lab: runs scenarios of simulated devices, and replays what a real one recorded.
 
 #include <stdio.h>
+#include <unistd.h>
 
 #include <exception>
 
@@ -11,6 +12,7 @@
 
 int main(int argc, char** argv) {
     using namespace lab;
+    close_range(STDERR_FILENO + 1, ~0U, 0);  // the caller's would count as the daemon's
     try {
         requireDeviceRoot(argv);
         CommandLine line("Boots the daemon on simulated devices, in virtual time.");

@@ -47,19 +47,22 @@ bool fileExists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-std::string readFile(const std::string& path) {
+std::string readFile(const std::string& path, size_t most) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) failWithErrno("cannot read", path);
     std::string content;
     char buffer[65536];
     ssize_t count = 0;
-    while ((count = read(fd, buffer, sizeof(buffer))) > 0) {
+    while (content.size() <= most && (count = read(fd, buffer, sizeof(buffer))) > 0) {
         content.append(buffer, static_cast<size_t>(count));
     }
     const int error = errno;
     close(fd);
     errno = error;
     if (count < 0) failWithErrno("cannot read", path);
+    if (content.size() > most) {
+        throw std::runtime_error(path + ": more than " + std::to_string(most) + " bytes");
+    }
     return content;
 }
 

@@ -3,14 +3,17 @@
 
 #pragma once
 
+#include <stddef.h>
+#include <stdint.h>
+
 #include <string>
 
 namespace lab {
 
 bool fileExists(const std::string& path);
 
-// The whole content; of a file that isn't there, `missing`.
-std::string readFile(const std::string& path);
+// The whole content; of a file that isn't there, `missing`. More than `most` bytes are an error.
+std::string readFile(const std::string& path, size_t most = SIZE_MAX);
 std::string readFileOr(const std::string& path, const std::string& missing);
 
 // Replaces or extends the file, making the folders above it.

@@ -40,6 +40,9 @@ void addAttribution(CommandLine& line) {
             .count("--count", options->count, 1000000, "of stalls, and of slow boots")
             .count("--jobs", options->jobs, 1000000, "processes at a time; by default one per core")
             .flag("--markdown", options->markdown, "print the tables as Markdown")
+            .exits({{0, "every boot was run"},
+                    {kFailed, "a boot could not be run"},
+                    {CommandLine::kWrongUsage, "wrong usage"}})
             .does([options] { return printAttribution(*options); });
 }
 

@@ -13,8 +13,9 @@
 
 namespace lab {
 
-Command& Command::argument(const std::string& name, std::string& value, const std::string& about) {
-    mApp.add_option(name, value, about)->required();
+Command& Command::arguments(const std::string& name, std::vector<std::string>& values,
+                            const std::string& about) {
+    mApp.add_option(name, values, about)->required();
     return *this;
 }
 
@@ -41,6 +42,15 @@ Command& Command::number(const std::string& name, uint64_t& value, const std::st
 
 Command& Command::count(const std::string& name, int& value, int most, const std::string& about) {
     mApp.add_option(name, value, about)->check(CLI::Range(1, most))->capture_default_str();
+    return *this;
+}
+
+Command& Command::exits(const std::vector<std::pair<int, std::string>>& statuses) {
+    std::string text = "Exit status:";
+    for (const auto& [status, meaning] : statuses) {
+        text += "\n  " + std::to_string(status) + (status < 10 ? "   " : "  ") + meaning;
+    }
+    mApp.footer(text);
     return *this;
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -23,8 +24,9 @@ class Command {
 public:
     explicit Command(CLI::App& app) : mApp(app) {}
 
-    // Has to be given, by its place.
-    Command& argument(const std::string& name, std::string& value, const std::string& about);
+    // At least one has to be given, by its place.
+    Command& arguments(const std::string& name, std::vector<std::string>& values,
+                       const std::string& about);
 
     Command& text(const std::string& name, std::string& value, const std::string& about);
     Command& choice(const std::string& name, std::string& value,
@@ -33,6 +35,9 @@ public:
     Command& number(const std::string& name, uint64_t& value, const std::string& about);
     // From 1 to `most`.
     Command& count(const std::string& name, int& value, int most, const std::string& about);
+
+    // What each exit status means, for --help.
+    Command& exits(const std::vector<std::pair<int, std::string>>& statuses);
 
     // What the command does; gives the exit status. May throw std::exception.
     void does(std::function<int()> action);

@@ -8,7 +8,7 @@
 namespace lab {
 
 // Exit status of every command where what was expected or recorded does not hold, or nothing could
-// be run. `sagas` has more: see lab/random/Sagas.h.
+// be run. `sagas` and `replay` have more.
 constexpr int kFailed = 1;
 
 void addRun(CommandLine& line);

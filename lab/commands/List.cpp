@@ -3,13 +3,9 @@
 
 #include <stdio.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <vector>
-
-#include "common/text/Printable.h"
 #include "lab/base/DataFolder.h"
 #include "lab/commands/Commands.h"
+#include "lab/commands/Scenarios.h"
 #include "lab/scenario/Scenario.h"
 
 namespace lab {
@@ -17,24 +13,22 @@ namespace lab {
 namespace {
 
 int listScenarios() {
-    const std::string folder = dataPath("scenarios");
-    std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        files.push_back(entry.path());
+    for (const std::string& name : shippedScenarios()) {
+        printf("%-28s %s\n", name.c_str(),
+               readScenario(dataPath("scenarios/" + name + ".yaml")).about.c_str());
     }
-    std::sort(files.begin(), files.end());
-    for (const std::filesystem::path& file : files) {
-        printf("%-28s %s\n", file.stem().c_str(),
-               text::printable(readScenario(file).about).c_str());
-    }
-    printf("\nthey are in %s\n", folder.c_str());
+    printf("\n`run` takes these names; the files are in %s\n", dataPath("scenarios").c_str());
     return 0;
 }
 
 }  // namespace
 
 void addList(CommandLine& line) {
-    line.add("list", "list the shipped scenarios").does(listScenarios);
+    line.add("list", "list the shipped scenarios")
+            .exits({{0, "all are listed"},
+                    {kFailed, "a scenario can't be read"},
+                    {CommandLine::kWrongUsage, "wrong usage"}})
+            .does(listScenarios);
 }
 
 }  // namespace lab

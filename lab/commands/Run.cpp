@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// `bootvigil-lab run`: runs one scenario and checks what it expects.
+// `bootvigil-lab run`: runs scenarios and checks what they expect.
 
 #include <stdio.h>
 #include <unistd.h>
 
+#include <exception>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,7 +17,9 @@
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
+#include "lab/commands/Scenarios.h"
 #include "lab/run/Expectations.h"
+#include "lab/run/Outcome.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
@@ -24,90 +28,187 @@ namespace lab {
 
 namespace {
 
+using text::printable;
+
 struct Options {
-    std::string file;
+    std::vector<std::string> scenarios;
     std::string folder;  // empty: a temporary one
     bool quiet = false;
     bool effects = false;
+    bool json = false;
 };
 
-void printEffects(const std::vector<Record>& records) {
-    for (const Record& record : records) {
-        if (record["kind"] == "boot") printf("boot %s\n", record["boot"].dump().c_str());
-        if (const auto line = effectLine(record)) printf("%s\n", line->c_str());
-    }
+void print(FILE* file, const std::string& line) {
+    fprintf(file, "%s\n", line.c_str());
 }
 
-void printRun(const Scenario& scenario, const ScenarioRun& run) {
-    printf("%s\n", text::printable(scenario.about).c_str());
-    const std::vector<Record> records = run.records();
-    const bool colour = isatty(STDOUT_FILENO) != 0;
-    for (size_t i = 0; i < run.outcomes().size(); ++i) {
-        printf("\n");
-        for (const std::string& line : describeBoot(records, static_cast<int>(i) + 1, colour)) {
-            printf("%s\n", line.c_str());
-        }
-        printf("  %.3f s of device time took %.0f ms\n",
-               static_cast<double>(run.outcomes()[i].endedAt) / 1000,
-               run.outcomes()[i].realSeconds * 1000);
-    }
-}
-
-// Everything that speaks against the run, one line each.
-std::vector<std::string> objections(const Scenario& scenario, const ScenarioRun& run) {
-    std::vector<std::string> errors;
-    for (const BootOutcome& outcome : run.outcomes()) errors.push_back(outcome.errors);
-    std::vector<std::string> lines =
-            compareWithScenario(scenario, run.records(), errors, run.root().path());
-    for (size_t i = 0; i < run.outcomes().size(); ++i) {
-        for (const Violation& violation : run.outcomes()[i].violations) {
-            lines.push_back("boot " + std::to_string(i + 1) + ": " + violation.text);
+// One scenario's run, and all that is said of it.
+class Report {
+public:
+    Report(const Scenario& scenario, const ScenarioRun& run)
+        : mScenario(scenario), mRun(run), mRecords(run.records()) {
+        std::vector<std::string> errors;
+        for (const BootOutcome& outcome : run.outcomes()) errors.push_back(outcome.errors);
+        mBroken = compareWithScenario(scenario, mRecords, errors, run.root().path());
+        for (size_t i = 0; i < run.outcomes().size(); ++i) {
+            for (const Violation& violation : run.outcomes()[i].violations) {
+                mBroken.push_back("boot " + std::to_string(i + 1) + ": " + violation.text);
+            }
         }
     }
-    return lines;
-}
 
-int runScenario(const Options& options) {
-    const Scenario scenario = readScenario(options.file);
-    const bool named = !options.folder.empty();
+    // Everything that speaks against the run, one line each.
+    const std::vector<std::string>& broken() const {
+        return mBroken;
+    }
+
+    void printBoots() const {
+        print(stdout, printable(mScenario.about));
+        const bool colour = isatty(STDOUT_FILENO) != 0;
+        for (size_t i = 0; i < mRun.outcomes().size(); ++i) {
+            const int boot = static_cast<int>(i) + 1;
+            print(stdout, "");
+            for (const std::string& line : describeBoot(mRecords, boot, colour)) {
+                print(stdout, line);
+            }
+            print(stdout, "outcome: " + printable(describeOutcome(mRecords, boot)));
+            printf("  %.3f s of device time took %.0f ms\n",
+                   static_cast<double>(mRun.outcomes()[i].endedAt) / 1000,
+                   mRun.outcomes()[i].realSeconds * 1000);
+        }
+    }
+
+    void printEffects() const {
+        for (const Record& record : mRecords) {
+            if (record["kind"] == "boot") print(stdout, "boot " + record["boot"].dump());
+            if (const auto line = effectLine(record)) print(stdout, *line);
+        }
+    }
+
+    // One object on one line.
+    void printJson(const std::string& folder) const {
+        Record boots = Record::array();
+        for (size_t i = 0; i < mRun.outcomes().size(); ++i) {
+            const int boot = static_cast<int>(i) + 1;
+            Record effects = Record::array();
+            for (const Record& record : mRecords) {
+                if (record["boot"] != boot) continue;
+                if (const auto line = effectLine(record)) effects.push_back(*line);
+            }
+            const auto ms = static_cast<double>(mRun.outcomes()[i].endedAt);
+            boots.push_back({{"about", mScenario.boots[i].about},
+                             {"outcome", describeOutcome(mRecords, boot)},
+                             {"seconds", ms / 1000},
+                             {"effects", effects}});
+        }
+        Record run = {{"scenario", mScenario.path},
+                      {"about", mScenario.about},
+                      {"holds", mBroken.empty()},
+                      {"broken", mBroken},
+                      {"boots", boots}};
+        if (!folder.empty()) run["folder"] = folder;
+        print(stdout, run.dump(-1, ' ', true, Record::error_handler_t::replace));
+    }
+
+    void printBroken(const std::string& folder) const {
+        print(stderr, printable(mScenario.path) + " does not hold:");
+        for (const std::string& line : mBroken) print(stderr, printable(line));
+        print(stderr, "what the daemon left behind: " + printable(folder));
+    }
+
+private:
+    const Scenario& mScenario;
+    const ScenarioRun& mRun;
+    const std::vector<Record> mRecords;
+    std::vector<std::string> mBroken;
+};
+
+// Gives whether the scenario holds.
+bool runOne(const Scenario& scenario, const std::string& named, const Options& options) {
     std::optional<TemporaryFolder> temporary;
-    if (!named) temporary.emplace();
-    const std::string folder = named ? options.folder : temporary->path();
+    if (named.empty()) temporary.emplace();
+    const std::string folder = named.empty() ? temporary->path() : named;
     makeFolders(folder);
     ScenarioRun run(scenario, folder);
     run.run();
+    const Report report(scenario, run);
+    const bool holds = report.broken().empty();
+    const bool silent = options.quiet || options.effects || options.json;
+    const bool kept = !named.empty() || !holds || !silent;
+    if (named.empty() && kept) temporary->keep();
+    if (options.json) {
+        report.printJson(kept ? folder : "");
+        return holds;
+    }
     if (options.effects) {
-        printEffects(run.records());
+        report.printEffects();
     } else if (!options.quiet) {
-        printRun(scenario, run);
+        report.printBoots();
     }
+    if (!holds) {
+        fflush(stdout);
+        report.printBroken(folder);
+    } else if (kept) {
+        print(stdout, "\nwhat the daemon left behind: " + printable(folder) + "/root/velafs");
+    }
+    return holds;
+}
 
-    const std::vector<std::string> differences = objections(scenario, run);
-    const bool kept = named || !differences.empty() || !(options.quiet || options.effects);
-    if (!named && kept) temporary->keep();
-    if (!differences.empty()) {
-        fprintf(stderr, "%s does not hold:\n", text::printable(options.file).c_str());
-        for (const std::string& line : differences) {
-            fprintf(stderr, "%s\n", text::printable(line).c_str());
+// All are read before the first one is run: a mistake in one shows at once.
+bool readAll(const std::vector<std::string>& names, std::vector<Scenario>& scenarios) {
+    bool readable = true;
+    for (const std::string& name : names) {
+        try {
+            scenarios.push_back(readScenario(scenarioFile(name)));
+            for (const std::string& line : scenarios.back().warnings) print(stderr, line);
+        } catch (const std::runtime_error& error) {
+            print(stderr, "bootvigil-lab: " + printable(error.what()));
+            readable = false;
         }
-        fprintf(stderr, "what the daemon left behind: %s\n", folder.c_str());
-        return kFailed;
     }
-    if (kept) printf("\nwhat the daemon left behind: %s/root/velafs\n", folder.c_str());
-    return 0;
+    return readable;
+}
+
+int runScenarios(const Options& options) {
+    std::vector<Scenario> scenarios;
+    if (!readAll(options.scenarios, scenarios)) return CommandLine::kWrongUsage;
+    bool hold = true;
+    for (const Scenario& scenario : scenarios) {
+        std::string folder = options.folder;
+        if (scenarios.size() > 1 && !folder.empty()) {
+            folder += "/" + std::filesystem::path(scenario.path).stem().string();
+        }
+        if (&scenario != &scenarios.front() && !options.json && !options.quiet) print(stdout, "");
+        try {
+            hold = runOne(scenario, folder, options) && hold;
+        } catch (const std::exception& error) {
+            print(stderr, "bootvigil-lab: " + printable(scenario.path) +
+                                  ": cannot be run: " + printable(error.what()));
+            hold = false;
+        }
+    }
+    return hold ? 0 : kFailed;
 }
 
 }  // namespace
 
 void addRun(CommandLine& line) {
     const auto options = std::make_shared<Options>();
-    line.add("run", "run a scenario and check what it expects")
-            .argument("scenario", options->file, "the scenario, a YAML file")
-            .text("--out", options->folder, "keep the run in this folder (missing or empty)")
+    line.add("run", "run scenarios and check what they expect")
+            .arguments("scenario", options->scenarios,
+                       "YAML files, or names of shipped scenarios (see `list`)")
+            .text("--out", options->folder,
+                  "keep the run in this folder (missing or empty); of several scenarios, each in "
+                  "a folder of its name in there")
             .flag("--quiet", options->quiet, "print only what does not hold")
             .flag("--effects", options->effects,
                   "print the lines that a scenario's timeline expects")
-            .does([options] { return runScenario(*options); });
+            .flag("--json", options->json,
+                  "print one JSON object per scenario: outcomes, effects and what does not hold")
+            .exits({{0, "every scenario holds"},
+                    {kFailed, "a scenario does not hold, or could not be run"},
+                    {CommandLine::kWrongUsage, "wrong usage, or a scenario can't be read"}})
+            .does([options] { return runScenarios(*options); });
 }
 
 }  // namespace lab

@@ -21,6 +21,13 @@ void addSagas(CommandLine& line) {
                   "start no scenario after the first broken rule")
             .choice("--boots", *boots, {"all", "healthy", "stalled"}, "which kinds of boots")
             .text("--out", order->folder, "where a scenario that breaks a rule is written")
+            .exits({{0, "every rule held"},
+                    {kSagaNotRun, "no rule was broken, but a scenario could not be run"},
+                    {CommandLine::kWrongUsage, "wrong usage"},
+                    {kSagaCrash, "a boot crashed as nothing allows"},
+                    {kSagaLiveness, "a boot did not do what was due"},
+                    {kSagaRule, "a boot did what it must not"},
+                    {kSagaDifferent, "a second run of a scenario differed"}})
             .does([order, boots] {
                 if (*boots == "healthy") order->boots = Boots::HEALTHY;
                 if (*boots == "stalled") order->boots = Boots::STALLED;

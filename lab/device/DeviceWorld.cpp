@@ -171,7 +171,9 @@ void DeviceWorld::apply(const Change& change) {
             if (change.kind == Kind::POWER_CYCLE) calls::cutPower();
             _exit(kCutOff);
         case Kind::END:
-            tell("end", "still running", {{"why", "still running"}});
+            tell("end", "still running",
+                 {{"why", "still running"},
+                  {"folders", heldResources().folders - mHeldFirst.value_or(Held()).folders}});
             _exit(kStillRunning);
     }
 }
@@ -231,8 +233,9 @@ void DeviceWorld::answerRequests() {
 }
 
 void DeviceWorld::showProfile(int64_t now) {
+    const bool shown = !mBoot.profilePath.empty();
     if (mBoot.profileText) {
-        if (now == 0) writeFile(mBoot.profilePath, *mBoot.profileText);
+        if (now == 0 && shown) writeFile(mBoot.profilePath, *mBoot.profileText);
         return;
     }
     const size_t events = mBoot.profile.eventsBy(now);
@@ -241,7 +244,7 @@ void DeviceWorld::showProfile(int64_t now) {
         const ProfileScript::Event& event = mBoot.profile.events()[mEventsShown];
         if (mLog != nullptr) mLog->add(event.us / 1000, "event", {{"name", event.name}});
     }
-    writeFile(mBoot.profilePath, mBoot.profile.at(now));
+    if (shown) writeFile(mBoot.profilePath, mBoot.profile.at(now));
 }
 
 void DeviceWorld::observe() {

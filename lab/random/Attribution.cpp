@@ -13,8 +13,10 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/base/Jobs.h"
+#include "lab/base/Progress.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
+#include "lab/random/Judge.h"
 #include "lab/random/KnownBoots.h"
 #include "lab/random/Workshop.h"
 #include "report/read/DaemonLog.h"
@@ -70,15 +72,20 @@ Results runBoots(uint64_t seed, int boots, int jobs) {
     Jobs pool(results.size(), jobs, [](uint64_t index) {
         return (index % 2 == 0 ? "stall " : "slow boot ") + std::to_string(index / 2);
     });
+    Progress progress("boots", results.size());
     const Jobs::Outcome outcome = pool.run([&] {
         Workshop workshop;
         pool.forEachTask([&](uint64_t index) {
             QuickDraw draw(seed, index);
             const KnownBoot boot = index % 2 == 0 ? makeStall(draw, index / 2 % stalls)
                                                   : makeSlowBoot(draw, index / 2 % slow);
-            results[index] = compare(workshop.run(boot.scenario, Keep::LOG).records(), boot);
+            const ScenarioRun& run = workshop.run(boot.scenario, Keep::LOG);
+            results[index] = compare(run.records(), boot);
+            if (judge(run.outcomes())) progress.object();
+            progress.add();
         });
     });
+    progress.clear();
     if (!outcome.allRun()) throw std::runtime_error("not every boot could be run");
     return {results.begin(), results.end()};
 }

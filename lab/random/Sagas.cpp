@@ -13,6 +13,7 @@
 
 #include "common/text/Printable.h"
 #include "lab/base/Jobs.h"
+#include "lab/base/Progress.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
@@ -82,9 +83,10 @@ struct Tally {
 class Search {
 public:
     explicit Search(const SagaOrder& order)
-        : mOrder(order), mJobs(order.count, order.jobs, [this](uint64_t index) {
-              return "seed " + std::to_string(mOrder.seed + index);
-          }) {}
+        : mOrder(order),
+          mProgress("scenarios", order.count),
+          mJobs(order.count, order.jobs,
+                [this](uint64_t index) { return "seed " + std::to_string(mOrder.seed + index); }) {}
 
     int run() {
         print(format("%s scenarios from seed %s on, %d at a time",
@@ -95,6 +97,7 @@ public:
             Workshop workshop;
             mJobs.forEachTask([&](uint64_t index) { runOne(workshop, index); });
         });
+        mProgress.clear();
         printSums(
                 std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
         if (jobs.notRun > 0) print(std::to_string(jobs.notRun) + " scenarios could not be run");
@@ -131,11 +134,14 @@ private:
             }
         }
         if (finding) add(*finding, index);
+        mProgress.add(run.outcomes().size());
     }
 
     void add(const Finding& finding, uint64_t index) {
+        mProgress.object();
         const bool worst = mTally->becomesWorst(rankOf(finding.status, index));
         if (mTally->broken++ < kPrinted || worst) {
+            mProgress.clear();
             print("seed " + std::to_string(mOrder.seed + index) + ", boot " +
                   std::to_string(finding.boot) + ": " + finding.text);
         }
@@ -175,6 +181,7 @@ private:
     }
 
     const SagaOrder& mOrder;
+    Progress mProgress;
     Jobs mJobs;
     Shared<Tally> mTally;
 };

@@ -54,18 +54,26 @@ std::string findPartition(const std::string& folder) {
             if (std::filesystem::is_directory(path + belowPartition(part))) return path;
         }
     }
-    throw std::runtime_error(folder + ": no partition (boot_vigil, SDD or velafs) in it");
+    throw NothingToReplay(folder + ": no partition (boot_vigil, SDD or velafs) in it");
 }
 
-std::string readMainLog(const std::string& path) {
-    if (!fileExists(path)) throw std::runtime_error(path + ": no captured main log");
-    std::string log;
+struct MainLog {
+    std::string text;
+    std::string damage;  // empty: it is whole
+};
+
+MainLog readMainLog(const std::string& path) {
+    if (!fileExists(path)) throw NothingToReplay(path + ": no captured main log");
+    MainLog log;
     const report::ArchiveInfo info = report::readArchive(path, [&](const char* data, size_t size) {
-        log.append(data, size);
-        return log.size() <= kMostBytes;
+        log.text.append(data, size);
+        return log.text.size() <= kMostBytes;
     });
-    if (log.size() > kMostBytes) throw std::runtime_error(path + ": too large for a log");
-    if (!info.error.empty()) throw std::runtime_error(path + ": damaged: " + info.error);
+    if (log.text.size() > kMostBytes) throw NothingToReplay(path + ": too large for a log");
+    if (log.text.empty() && !info.error.empty()) {
+        throw NothingToReplay(path + ": nothing of it can be read: " + info.error);
+    }
+    log.damage = info.error;
     return log;
 }
 
@@ -136,19 +144,28 @@ bool ReplayResult::agrees() const {
 ReplayResult replay(const std::string& folder, const std::string& profilePath) {
     const std::string partition = findPartition(folder);
     const std::string path = partition + belowPartition(archivePath("android_main_log"));
-    const auto runs = report::daemonRuns(report::daemonLines(readMainLog(path)));
+    const MainLog log = readMainLog(path);
+    const auto runs = report::daemonRuns(report::daemonLines(log.text));
     const Remains remains = readRemains(partition);
     std::optional<std::string> profile;
     if (!profilePath.empty()) {
         profile = readState(profilePath, kMostProfile);
-        if (!profile) throw std::runtime_error(profilePath + ": no boot profile");
+        if (!profile) throw NothingToReplay(profilePath + ": no boot profile");
     }
     std::optional<RebuiltBoot> rebuilt;
     try {
         rebuilt = rebuildBoot(runs, remains, profile);
     } catch (const std::runtime_error& error) {
         const bool inProfile = std::string(error.what()) == "no event line";
-        throw std::runtime_error((inProfile ? profilePath : path) + ": " + error.what());
+        const bool damaged = !inProfile && !log.damage.empty();
+        throw NothingToReplay((inProfile ? profilePath : path) + ": " + error.what() +
+                              (damaged ? ", as far as it can be read: " + log.damage : ""));
+    }
+    if (!log.damage.empty()) {
+        rebuilt->notKnown.push_back("what the main log held after its first " +
+                                    std::to_string(log.text.size()) +
+                                    " bytes, as its archive is damaged (" + log.damage +
+                                    "); taken as nothing that matters");
     }
 
     const TemporaryFolder temporary;
@@ -171,6 +188,7 @@ ReplayResult replay(const std::string& folder, const std::string& profilePath) {
                 {"the daemon", std::nullopt, "killed by signal " + record["signal"].dump(), true});
     }
     result.notKnown = std::move(rebuilt->notKnown);
+    result.scenario = std::move(rebuilt->scenario);
     return result;
 }
 

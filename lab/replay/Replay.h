@@ -4,10 +4,18 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "lab/scenario/Scenario.h"
+
 namespace lab {
+
+// One line with file and reason.
+class NothingToReplay : public std::runtime_error {
+    using runtime_error::runtime_error;
+};
 
 struct ReplayItem {
     std::string name;
@@ -20,12 +28,13 @@ struct ReplayResult {
     std::string about;
     std::vector<ReplayItem> items;
     std::vector<std::string> notKnown;
+    Scenario scenario = {};  // the boot as it was rebuilt
 
     bool agrees() const;
 };
 
-// Replays what is left in `folder`; `profilePath` may be empty. Throws std::runtime_error, one line
-// with file and reason, when nothing can be replayed.
+// Replays what is left in `folder`, of a damaged main log what can be read; `profilePath` may be
+// empty. Throws NothingToReplay, and std::runtime_error when the boot can't be run.
 ReplayResult replay(const std::string& folder, const std::string& profilePath);
 
 // For a person; bytes that would steer a terminal are replaced.

@@ -94,10 +94,12 @@ void ScenarioRun::run() {
         seen.filesBefore = found ? std::move(*filesLeft) : filesKept(mRoot);
         if (mLog) {
             mLog->setBoot(number);
-            mLog->add(0, "boot",
-                      {{"about", boot.about},
-                       {"reason", platform.bootReason()},
-                       {"clock", int64_t{seen.clock}}});
+            Record fields = {{"about", boot.about},
+                             {"reason", platform.bootReason()},
+                             {"clock", int64_t{seen.clock}}};
+            if (const auto history = lookUp(seen.filesBefore, kHistory))
+                fields["history"] = *history;
+            mLog->add(0, "boot", fields);
         }
 
         const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";

@@ -4,16 +4,18 @@
 #include "lab/run/Timeline.h"
 
 #include <stdlib.h>
-#include <string.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
 #include "bootvigil/BootMilestones.h"
 #include "common/text/Printable.h"
 #include "lab/base/Text.h"
+#include "lab/run/CodeWords.h"
 #include "report/read/ErrorNumber.h"
 
 namespace lab {
@@ -32,17 +34,11 @@ bool isWorld(const std::string& kind) {
     return kinds.count(kind) != 0;
 }
 
-std::string signalName(const Record& record) {
-    const int number = record["signal"].get<int>();
-    const char* name = sigabbrev_np(number);
-    return name != nullptr ? std::string("SIG") + name : std::to_string(number);
-}
-
 // The fields of a record that follow its kind.
 std::string details(const Record& record) {
     const std::string kind = record["kind"];
-    if (kind == "signal") return signalName(record) + " to " + field(record, "pid");
-    if (kind == "killed") return "by " + signalName(record);
+    if (kind == "signal") return signalName(record["signal"]) + " to " + field(record, "pid");
+    if (kind == "killed") return "by " + signalName(record["signal"]);
     if (kind == "exit") return field(record, "status");
     if (kind == "end") return field(record, "why");
     std::string text = field(record, "name");
@@ -76,8 +72,8 @@ std::string personLine(double seconds, const std::string& kind, const std::strin
 
 std::string describeWorld(const Record& record) {
     const std::string kind = record["kind"];
-    if (kind == "set") return field(record, "name") + " = " + field(record, "value");
-    return field(record, kind == "event" ? "name" : "path");
+    const std::string name = field(record, kind == "set" || kind == "event" ? "name" : "path");
+    return text::printable(kind == "set" ? name + " = " + field(record, "value") : name);
 }
 
 // Sizes of a captured log and how well it compresses.
@@ -116,6 +112,16 @@ std::string describeRecord(const std::string& line) {
     return text;
 }
 
+std::string describeForPerson(const Record& record) {
+    const std::string kind = record["kind"];
+    if (isWorld(kind)) return describeWorld(record);
+    if (kind == "captured" && record.contains("bytes")) return describeArchive(record);
+    const std::string text = details(record);
+    const std::string code = field(record, kind == "exit" ? "status" : "text");
+    const std::string meaning = record.contains("removed") ? "" : meaningOf(kind, code);
+    return meaning.empty() ? text : text + " (" + meaning + ")";
+}
+
 }  // namespace
 
 std::optional<std::string> effectLine(const Record& record) {
@@ -127,29 +133,34 @@ std::optional<std::string> effectLine(const Record& record) {
 }
 
 std::vector<std::string> describeBoot(const std::vector<Record>& records, int boot, bool colour) {
-    std::vector<std::string> lines;
+    std::vector<std::pair<double, std::string>> lines;  // by time
+    std::string title;
     for (const Record& record : records) {
         const std::string kind = record["kind"];
         if (record["boot"] != boot || kind == "log") continue;
         const double seconds = record["t"];
+        const auto add = [&](const std::string& what, const std::string& text) {
+            lines.emplace_back(seconds, personLine(seconds, what, text, colour));
+        };
         if (kind == "boot") {
-            const std::string about = field(record, "about");
-            lines.push_back(text::printable("boot " + std::to_string(boot) +
-                                            (about.empty() ? "" : ": " + about) +
-                                            " (sys.boot.reason " + field(record, "reason") + ")"));
+            const std::string about = text::printable(field(record, "about"));
+            title = "boot " + std::to_string(boot) + (about.empty() ? "" : ": " + about) +
+                    " (sys.boot.reason " + field(record, "reason") + ")";
             continue;
         }
         if (kind == "record") {
             const std::string verdict = describeRecord(field(record, "text"));
-            if (!verdict.empty()) lines.push_back(personLine(seconds, "verdict", verdict, colour));
+            if (!verdict.empty()) add("verdict", text::printable(verdict));
         }
         if (kind == "event" && milestoneIndex(field(record, "name")) < 0) continue;
-        std::string text = details(record);
-        if (isWorld(kind)) text = describeWorld(record);
-        if (kind == "captured" && record.contains("bytes")) text = describeArchive(record);
-        lines.push_back(personLine(seconds, kind, text, colour));
+        add(kind, describeForPerson(record));
     }
-    return lines;
+    // The profile's events are in the records when the daemon could first see them.
+    std::stable_sort(lines.begin(), lines.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<std::string> texts = {title};
+    for (auto& [seconds, line] : lines) texts.push_back(std::move(line));
+    return texts;
 }
 
 }  // namespace lab

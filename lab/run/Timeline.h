@@ -15,7 +15,8 @@ namespace lab {
 // of the world's own changes and of log lines.
 std::optional<std::string> effectLine(const Record& record);
 
-// The lines of one boot for a person, with device time, world and verdicts; with colour if asked.
+// The lines of one boot for a person, in order of time, with the world, verdicts and what codes
+// mean; with colour if asked.
 std::vector<std::string> describeBoot(const std::vector<Record>& records, int boot, bool colour);
 
 }  // namespace lab

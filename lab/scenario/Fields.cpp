@@ -68,7 +68,7 @@ bool saysMore(const Node& node, const Node& initial) {
 }
 
 const Type<std::string> kText = {"a text", decoded<std::string>, plain<std::string>};
-const Type<bool> kFlag = {"true or false", decoded<bool>, plain<bool>};
+const Type<bool> kFlag = {"true or false", decoded<bool>, plain<bool>, {}, {"true", "false"}};
 const Type<double> kNumber = {"a number", decoded<double>, plain<double>};
 
 const Type<int64_t> kSeconds = {

@@ -16,6 +16,8 @@
 
 #include <yaml-cpp/yaml.h>
 
+#include "lab/base/Nearest.h"
+
 namespace lab::fields {
 
 using YAML::Node;
@@ -38,11 +40,13 @@ struct Type {
     std::function<std::optional<Value>(const Node&)> read;  // nothing from another type
     std::function<Node(const Value&)> write;
     std::function<void(Tables&)> document = {};  // the maps in it
+    std::vector<std::string> choices = {};       // where it is one of few texts
 
     // `about` says what it is, up to a semicolon.
     Value of(const Node& node, const std::string& about) const {
         if (std::optional<Value> value = read(node)) return *std::move(value);
-        fail(node, "expected " + about.substr(0, about.find(';')) + " (" + name + ")");
+        fail(node, "expected " + about.substr(0, about.find(';')) + " (" + name + ")" +
+                           didYouMean(node.Scalar(), choices));
     }
 
     Node nodeOf(const Value& value) const {
@@ -70,7 +74,9 @@ Type<Enum> choice(const char* const (&names)[count]) {
                 return found == names + count ? std::nullopt
                                               : std::optional(static_cast<Enum>(found - names));
             },
-            [&names](Enum value) { return Node(names[static_cast<size_t>(value)]); }};
+            [&names](Enum value) { return Node(names[static_cast<size_t>(value)]); },
+            {},
+            {names, names + count}};
 }
 
 template <typename Value>
@@ -90,14 +96,15 @@ Type<std::vector<Value>> listOf(const Type<Value>& type) {
             type.document};
 }
 
+// `key` says which keys there may be.
 template <typename Value>
-Type<std::map<std::string, Value>> mapOf(const Type<Value>& type) {
+Type<std::map<std::string, Value>> mapOf(const Type<std::string>& key, const Type<Value>& type) {
     using Map = std::map<std::string, Value>;
-    return {"a map, each " + type.name,
+    return {"a map from " + key.name + " to " + type.name,
             [=](const Node& node) {
                 Map map;
-                for (const auto& [key, value] : entriesOf(node, "names and values")) {
-                    map.emplace(key.Scalar(), type.of(value, "a value"));
+                for (const auto& [name, value] : entriesOf(node, "names and values")) {
+                    map.emplace(key.of(name, "a name"), type.of(value, "a value"));
                 }
                 return std::optional(map);
             },
@@ -168,8 +175,8 @@ public:
                          [=](Tables& tables) { fields.document(tables); }});
     }
 
-    // As Part::set, when all fields are read.
-    void atLast(std::function<void(Owner&)> work) {
+    // As Part::set, when all fields are read; gets the map too.
+    void atLast(std::function<void(Owner&, const Node&)> work) {
         mLast = std::move(work);
     }
 
@@ -185,7 +192,7 @@ public:
                 }
             }
             place = &node;
-            if (mLast) mLast(owner);
+            if (mLast) mLast(owner, node);
         } catch (const std::invalid_argument& error) {
             fail(*place, error.what());
         }
@@ -228,18 +235,22 @@ public:
 
 private:
     void checkKey(const Node& key) const {
+        std::vector<std::string> names;
         std::string known;
         for (const Row<Owner>& row : mRows) {
             if (row.name == key.Scalar()) return;
+            names.push_back(row.name);
             known.append(known.empty() ? "; known: " : ", ").append(row.name);
         }
-        fail(key, "unknown key '" + key.Scalar() + "' in " + mWhat + known);
+        const std::string meant = didYouMean(key.Scalar(), names);
+        fail(key,
+             "unknown key '" + key.Scalar() + "' in " + mWhat + (meant.empty() ? known : meant));
     }
 
     std::string mWhat;
     YAML::EmitterStyle::value mStyle;
     std::vector<Row<Owner>> mRows;
-    std::function<void(Owner&)> mLast;
+    std::function<void(Owner&, const Node&)> mLast;
 };
 
 // The same node with one part left out, for each part that can be: some children of a block, or a

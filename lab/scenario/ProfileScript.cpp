@@ -8,6 +8,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -88,16 +89,26 @@ bool ProfileScript::loop(const std::string& from, int times, int64_t everyMs) {
     return true;
 }
 
-void ProfileScript::add(int64_t ms, const std::string& by, const std::string& event) {
+ProfileScript::Event ProfileScript::eventOf(int64_t ms, const std::string& by,
+                                            const std::string& name) {
     const int pid = atoi(by.c_str());
     const size_t dash = by.find('-');
     const std::string process = dash == std::string::npos ? by : by.substr(dash + 1);
     char rest[64];
     snprintf(rest, sizeof(rest), ":%5d-%-16s: ", pid, process.c_str());
-    const Event added = {ms * 1000, rest + event, event};
+    return {ms * 1000, rest + name, name};
+}
+
+void ProfileScript::add(int64_t ms, const std::string& by, const std::string& name) {
+    const Event added = eventOf(ms, by, name);
     mEvents.insert(std::upper_bound(mEvents.begin(), mEvents.end(), added,
                                     [](const Event& a, const Event& b) { return a.us < b.us; }),
                    added);
+}
+
+void ProfileScript::add(std::vector<Event> events) {
+    std::move(events.begin(), events.end(), std::back_inserter(mEvents));
+    sort();
 }
 
 void ProfileScript::setEvents(std::vector<Event> events) {

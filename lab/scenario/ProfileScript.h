@@ -45,8 +45,12 @@ public:
     // event called `from`; false when there is none.
     bool loop(const std::string& from, int times, int64_t everyMs);
 
-    // Adds an event at its place in time; `by` is "pid-process".
-    void add(int64_t ms, const std::string& by, const std::string& event);
+    // An event as the kernel prints it; `by` is "pid-process".
+    static Event eventOf(int64_t ms, const std::string& by, const std::string& name);
+
+    // Adds events at their places in time, each after those of the same time.
+    void add(int64_t ms, const std::string& by, const std::string& name);
+    void add(std::vector<Event> events);
 
     // These events instead, in any order, without a header.
     void setEvents(std::vector<Event> events);

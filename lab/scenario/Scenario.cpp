@@ -7,15 +7,19 @@
 
 #include "common/text/Printable.h"
 #include "lab/base/Files.h"
+#include "lab/scenario/Checks.h"
 #include "lab/scenario/ScenarioFields.h"
+#include "lab/scenario/YamlBounds.h"
 
 namespace lab {
 
 namespace {
 
-[[noreturn]] void fail(const std::string& path, const YAML::Mark& mark, const std::string& text) {
-    throw std::runtime_error(path + ":" + std::to_string(mark.line + 1) + ":" +
-                             std::to_string(mark.column + 1) + ": " + text::printable(text));
+constexpr size_t kMostWarnings = 20;
+
+std::string placed(const std::string& path, const YAML::Mark& mark, const std::string& text) {
+    return path + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) +
+           ": " + text::printable(text);
 }
 
 }  // namespace
@@ -24,11 +28,23 @@ Scenario readScenario(const std::string& path) {
     Scenario scenario;
     scenario.path = path;
     try {
-        scenarioFields().read(YAML::Load(readFile(path)), scenario);
+        const std::string text = readFile(path, kMostYaml);
+        checkYamlBounds(text);
+        const YAML::Node node = YAML::Load(text);
+        checkAmounts(node);
+        scenarioFields().read(node, scenario);
+        const auto warnings = warningsOf(node);
+        for (const auto& [mark, warning] : warnings) {
+            scenario.warnings.push_back(placed(path, mark, "warning: " + warning));
+            if (scenario.warnings.size() < kMostWarnings) continue;
+            scenario.warnings.push_back(path + ": " + std::to_string(warnings.size()) +
+                                        " warnings, of which these are the first");
+            break;
+        }
     } catch (const YAML::ParserException& error) {
-        fail(path, error.mark, "expected YAML: " + error.msg);
+        throw std::runtime_error(placed(path, error.mark, "expected YAML: " + error.msg));
     } catch (const YAML::Exception& error) {
-        fail(path, error.mark, error.msg);
+        throw std::runtime_error(placed(path, error.mark, error.msg));
     }
     return scenario;
 }

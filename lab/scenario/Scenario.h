@@ -65,10 +65,10 @@ struct Boot {
     TextMap properties;  // set when this boot starts, over the device's
     TextMap files;       // written before it starts, by device path
     ProfileScript profile = ProfileScript::healthy();
-    std::string profilePath = "/proc/bootprof";
-    std::optional<std::string> profileText;  // shown all the time instead of `profile`
-    std::vector<Change> changes;             // in order of time
-    std::optional<int64_t> kelAnswersAfter;  // ms after a request; unset: never
+    std::string profilePath = "/proc/bootprof";  // empty: the kernel shows none
+    std::optional<std::string> profileText;      // shown all the time instead of `profile`
+    std::vector<Change> changes;                 // in order of time
+    std::optional<int64_t> kelAnswersAfter;      // ms after a request; unset: never
 
     // What goes wrong below the daemon.
     std::vector<Fault> faults;
@@ -90,6 +90,7 @@ struct Scenario {
 
     std::string path;
     std::string about;
+    std::vector<std::string> warnings;  // a line each: what is there and does nothing
 
     time_t clock = kDefaultClock;  // time of day at the start of the first boot, UTC
     std::string commandLine =
@@ -114,7 +115,8 @@ struct Scenario {
     std::map<std::string, std::optional<std::string>> expectedFiles;
 };
 
-// Reads a scenario. Throws std::runtime_error("FILE:LINE:COLUMN: what was expected there").
+// Reads a scenario. Throws std::runtime_error("FILE:LINE:COLUMN: what was expected there"); what is
+// too large to be read is refused at once, whatever its aliases stand for.
 Scenario readScenario(const std::string& path);
 
 // Writes a scenario as the YAML that readScenario() reads; its path is not in it. Throws

@@ -3,11 +3,13 @@
 
 #include "lab/scenario/ScenarioFields.h"
 
+#include <limits.h>
 #include <stdlib.h>
 
 #include <algorithm>
 
 #include "lab/base/Text.h"
+#include "lab/scenario/Checks.h"
 
 namespace lab {
 
@@ -20,21 +22,56 @@ using Texts = std::vector<std::string>;
 
 constexpr int64_t kMaxTimes = 1000;  // of an event or a loop
 constexpr int64_t kMaxCalls = 1000000;
-constexpr int64_t kMaxBack = 1000000;  // seconds that a clock is set back
+constexpr int64_t kMaxJump = 10000000000;  // seconds that a clock is set on or back: 317 years
+constexpr int64_t kMaxSignal = 64;
 constexpr int64_t kLeastPartition = 4096;
+constexpr int64_t kMostSpace = 1 << 30;   // bytes that a partition can be given
 constexpr int64_t kDefaultEnd = 7200000;  // ms
 constexpr const char* kClockFormat = "%Y-%m-%d %H:%M:%S";
+const std::string kAbsent = "absent";
 
 // ---- Types that only one field has.
 
 // 0 where it is absent.
 const Type<int64_t> kPartition = {
-        whole(kLeastPartition).name + ", or 'absent'",
+        whole(kLeastPartition, kMostSpace).name + ", or 'absent'",
         [](const Node& node) {
-            const bool absent = node.Scalar() == "absent";
-            return absent ? std::optional<int64_t>(0) : whole(kLeastPartition).read(node);
+            const bool absent = node.Scalar() == kAbsent;
+            return absent ? std::optional<int64_t>(0)
+                          : whole(kLeastPartition, kMostSpace).read(node);
         },
-        [](int64_t bytes) { return bytes == 0 ? Node("absent") : Node(bytes); },
+        [](int64_t bytes) { return bytes == 0 ? Node(kAbsent) : Node(bytes); },
+        {},
+        {kAbsent},
+};
+
+// A text that a rule holds for.
+Type<std::string> textThat(const std::string& name, bool (*holds)(const std::string&)) {
+    return {name,
+            [=](const Node& node) {
+                const auto text = kText.read(node);
+                return text && holds(*text) ? text : std::nullopt;
+            },
+            [](const std::string& text) { return Node(text); }};
+}
+
+const Type<std::string> kPath = textThat("an absolute path", [](const std::string& path) {
+    return startsWith(path, "/") && path.find('\0') == std::string::npos;
+});
+
+// Each is a file of the device root.
+const Type<std::string> kProperty = textThat("a property's name", [](const std::string& name) {
+    return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&
+           name.find_first_of(std::string("/\0", 2)) == std::string::npos;
+});
+
+// Empty where it is absent.
+const Type<std::string> kProfilePath = {
+        kPath.name + ", or 'absent'",
+        [](const Node& node) {
+            return node.Scalar() == kAbsent ? std::optional<std::string>("") : kPath.read(node);
+        },
+        [](const std::string& path) { return Node(path.empty() ? kAbsent : path); },
 };
 
 const Type<time_t> kClock = {
@@ -43,7 +80,10 @@ const Type<time_t> kClock = {
             tm time = {};
             const char* end = strptime(node.Scalar().c_str(), kClockFormat, &time);
             if (end == nullptr || *end != '\0') return std::nullopt;
-            return timegm(&time);
+            const tm said = time;
+            const time_t clock = timegm(&time);  // makes March of the 30th of February
+            const bool there = time.tm_mday == said.tm_mday && time.tm_sec == said.tm_sec;
+            return there ? std::optional(clock) : std::nullopt;
         },
         [](time_t clock) {
             char text[32] = {};
@@ -110,17 +150,19 @@ struct Moment {
 Fields<Moment> momentFields() {
     Fields<Moment> change("a change", YAML::EmitterStyle::Flow);
     change.add("at", &Moment::at, kSeconds, "a time; required");
-    change.add("set", &Moment::set, mapOf(kText), "names and values; of properties");
-    change.add("write", &Moment::write, mapOf(kText), "device paths and contents; of files");
-    change.add("remove", &Moment::remove, kText, "a device path");
-    change.add("fill", &Moment::fill, kText,
+    change.add("set", &Moment::set, mapOf(kProperty, kText), "names and values; of properties");
+    change.add("write", &Moment::write, mapOf(kPath, kText), "device paths and contents; of files");
+    change.add("remove", &Moment::remove, kPath, "a device path");
+    change.add("fill", &Moment::fill, kPath,
                "a device path; takes the room of a `partition` to the last byte");
-    change.add("read_only", &Moment::readOnly, kText,
+    change.add("read_only", &Moment::readOnly, kPath,
                "a device path; `/velafs`, where it is a `partition`");
-    change.add("clock", &Moment::clock, whole(-kMaxBack), "seconds; that the time of day jumps");
-    change.add("signal", &Moment::signal, whole(1), "a signal's number; to the daemon");
-    change.atLast([](Moment& moment) {
+    change.add("clock", &Moment::clock, whole(-kMaxJump, kMaxJump),
+               "seconds; that the time of day jumps");
+    change.add("signal", &Moment::signal, whole(1, kMaxSignal), "a signal's number; to the daemon");
+    change.atLast([](Moment& moment, const Node& node) {
         if (!moment.at) expected("'at', the time of the change in seconds");
+        if (node.size() == 1) expected("what happens then: 'set', 'write', 'remove' and so on");
     });
     return change;
 }
@@ -179,7 +221,7 @@ Part<Boot, std::optional<int64_t>> end(Kind kind) {
 }
 
 // In order of time, with an end; what else happens then comes before it.
-void arrangeChanges(Boot& boot) {
+void arrangeChanges(Boot& boot, const Node&) {
     std::vector<Change>& all = boot.changes;
     if (std::none_of(all.begin(), all.end(), ends)) {
         all.push_back({kDefaultEnd, Kind::END, "", "", 0});
@@ -228,13 +270,16 @@ Fields<Event> eventFields() {
 }
 
 void addEvents(Boot& boot, const std::vector<Event>& events) {
+    std::vector<ProfileScript::Event> added;
     for (const Event& event : events) {
         for (int64_t i = 0; i < event.times; ++i) {
             // A number makes each of several events a new one.
             const std::string suffix = event.numbered ? " " + std::to_string(i + 1) : "";
-            boot.profile.add(event.at + i * event.every, event.by, event.name + suffix);
+            added.push_back(ProfileScript::eventOf(event.at + i * event.every, event.by,
+                                                   event.name + suffix));
         }
     }
+    boot.profile.add(std::move(added));
 }
 
 bool hasOwnEvents(const Boot& boot) {
@@ -250,6 +295,13 @@ std::vector<Event> eventsOf(const Boot& boot) {
     return events;
 }
 
+[[noreturn]] void expectedEvent(const std::string& what, const std::string& said,
+                                const Boot& boot) {
+    Texts names;
+    for (const ProfileScript::Event& event : boot.profile.events()) names.push_back(event.name);
+    expected(what + didYouMean(said, names));
+}
+
 void empty(Boot& boot, bool isEmpty) {
     if (isEmpty) boot.profile = ProfileScript();
 }
@@ -260,7 +312,7 @@ void stretch(Boot& boot, std::optional<double> factor) {
 }
 
 void cut(Boot& boot, std::optional<std::string> last) {
-    if (!boot.profile.cutAfter(*last)) expected("an event of the profile");
+    if (!boot.profile.cutAfter(*last)) expectedEvent("an event of the profile", *last, boot);
 }
 
 struct Loop {
@@ -280,13 +332,14 @@ Fields<Loop> loopFields() {
 void repeat(Boot& boot, std::optional<Loop> loop) {
     if (loop->every.value_or(0) == 0) expected("'every', a period above 0");
     if (!boot.profile.loop(loop->from, static_cast<int>(loop->times), *loop->every)) {
-        expected("'from', an event of the profile that is not cut off");
+        expectedEvent("'from', an event of the profile that is not cut off", loop->from, boot);
     }
 }
 
 Fields<Boot> profileFields() {
     Fields<Boot> profile("a profile");
-    profile.add("path", &Boot::profilePath, kText, "a path; `/proc/velabootprof` is the other");
+    profile.add("path", &Boot::profilePath, kProfilePath,
+                "a path; `/proc/velabootprof` is the other");
     profile.add("text", &Boot::profileText, kText, "a profile; exactly this, all the time");
     profile.add("empty", Part<Boot, bool>{hasOwnEvents, empty}, kFlag,
                 "whether it is empty; otherwise it is a real healthy one");
@@ -323,12 +376,12 @@ Fields<Boot> bootFields() {
                  if (bytes != 0) expected("'absent'");
                  boot.partitionAbsent = true;
              }};
-    const Type<int64_t> absent = {"'absent'", kPartition.read, kPartition.write};
+    const Type<int64_t> absent = {"'absent'", kPartition.read, kPartition.write, {}, {kAbsent}};
     Fields<Boot> boot("a boot");
     boot.add("about", &Boot::about, kText, "a title");
-    boot.add("properties", &Boot::properties, mapOf(kText),
+    boot.add("properties", &Boot::properties, mapOf(kProperty, kText),
              "properties; for this boot, over the device's");
-    boot.add("files", &Boot::files, mapOf(kText), "files; written before the boot starts");
+    boot.add("files", &Boot::files, mapOf(kPath, kText), "files; written before the boot starts");
     boot.add("profile", profileFields(), "what the kernel shows");
     boot.add("completes", shorthand(complete), kSeconds,
              "when the boot completes; sets all three properties of a framework that is up");
@@ -342,7 +395,7 @@ Fields<Boot> bootFields() {
              "when the boot ends; the run stops, at 7200 by default");
     boot.add("partition", partition, absent,
              "'absent'; in this boot only, what it holds is back in the next");
-    boot.add("space", &Boot::space, whole(0),
+    boot.add("space", &Boot::space, whole(0, kMostSpace),
              "bytes; that the daemon may still write to `/velafs`");
     boot.add("fail", &Boot::faults, listOf(faultFields().type()), "a list of failing calls");
     boot.add("power_cut_after", &Boot::cutAfter, whole(1),
@@ -358,6 +411,8 @@ Fields<Boot> bootFields() {
 
 // ---- The device, and all of it.
 
+const Type<int64_t> kLogBytes = whole(0, kMostLogs);
+
 struct Log {
     std::optional<int64_t> bytes;
     bool endless = false;
@@ -366,7 +421,7 @@ struct Log {
 
 Type<Log> logType() {
     Fields<Log> log("a log buffer", YAML::EmitterStyle::Flow);
-    log.add("bytes", &Log::bytes, whole(0), "bytes");
+    log.add("bytes", &Log::bytes, kLogBytes, "bytes");
     log.add("endless", &Log::endless, kFlag,
             "whether it never ends; its command repeats the content, which needs `space` or "
             "`partition`");
@@ -374,7 +429,7 @@ Type<Log> logType() {
     Type<Log> type = log.type();
     type.name += ", or its bytes";
     type.read = [map = type.read](const Node& node) {
-        return node.IsScalar() ? std::optional(Log{whole(0).of(node, "bytes")}) : map(node);
+        return node.IsScalar() ? std::optional(Log{kLogBytes.of(node, "bytes")}) : map(node);
     };
     return type;
 }
@@ -412,9 +467,10 @@ Fields<Scenario> deviceFields() {
     device.add("clock", &Scenario::clock, kClock,
                "a time of day like 2026-11-15 11:05:18; at the first boot, UTC");
     device.add("cmdline", &Scenario::commandLine, kText, "a command line; the kernel's");
-    device.add("properties", &Scenario::properties, mapOf(kText),
+    device.add("properties", &Scenario::properties, mapOf(kProperty, kText),
                "properties; set at every boot, `ro.boot.mode` is `normal` by default");
-    device.add("files", &Scenario::files, mapOf(kText), "files; there before the first boot");
+    device.add("files", &Scenario::files, mapOf(kPath, kText),
+               "files; there before the first boot");
     device.add("logs", logsFields(), "what the log buffers hold");
     device.add("partition", partition, kPartition,
                "'absent', or bytes; of a real file system at `/velafs`");
@@ -423,17 +479,6 @@ Fields<Scenario> deviceFields() {
     device.add("reboot_after", &Scenario::rebootAfter, kSeconds,
                "the platform's delay; from a request property to its reboot");
     return device;
-}
-
-void checkScenario(Scenario& scenario) {
-    if (scenario.boots.empty()) expected("'boots', a list of at least one");
-    // A mounted file system can't be moved away.
-    for (const Boot& boot : scenario.boots) {
-        if (!boot.partitionAbsent || !(scenario.partitionSize || scenario.partitionAbsent))
-            continue;
-        expected("no 'partition' of a boot where the device's is " +
-                 std::string(scenario.partitionAbsent ? "absent" : "a file system of its own"));
-    }
 }
 
 }  // namespace
@@ -445,7 +490,7 @@ const Fields<Scenario>& scenarioFields() {
         scenario.add("device", deviceFields(), "a device");
         scenario.add("boots", &Scenario::boots, listOf(bootFields().type()),
                      "a list of boots; at least one");
-        scenario.add("files_after", &Scenario::expectedFiles, mapOf(kContent),
+        scenario.add("files_after", &Scenario::expectedFiles, mapOf(kPath, kContent),
                      "files; after the last boot, null: must not be there");
         scenario.atLast(checkScenario);
         return scenario;

@@ -7,6 +7,7 @@
 #include <cutils/properties.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -87,6 +88,7 @@ bool DeviceTest::logged(const std::string& line) {
 }
 
 int main(int argc, char** argv) {
+    close_range(STDERR_FILENO + 1, ~0U, 0);  // the caller's would count as the daemon's
     lab::requireDeviceRoot(argv);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

@@ -91,6 +91,12 @@ TEST_P(RecordedBoot, GivesTheSameVerdict) {
     EXPECT_EQ(lab::readFile(mLog), before);
 
     const lab::ReplayResult result = lab::replay(mPartition, "");
+    for (const char* name : {"/once.yaml", "/twice.yaml"}) {
+        const bool first = name == std::string("/once.yaml");
+        lab::writeScenario(first ? result.scenario : lab::readScenario(mFolder + "/once.yaml"),
+                           mFolder + name);
+    }
+    EXPECT_EQ(lab::readFile(mFolder + "/once.yaml"), lab::readFile(mFolder + "/twice.yaml"));
     ASSERT_EQ(result.items.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(result.items[i].recorded.value_or("?"), expected[i]) << result.items[i].name;
@@ -200,6 +206,15 @@ TEST_F(ReplayTest, WhatTheLogLostIsSaid) {
         for (const std::string& line : lab::replay(mLeft, "").notKnown) notes += line + "\n";
         EXPECT_NE(notes.find(note), std::string::npos) << what << ": " << notes;
     }
+    // An archive that is cut off is read as far as it goes.
+    std::string noise = log;
+    for (std::mt19937 random(1); noise.size() < 1000000;) noise += std::to_string(random()) + "\n";
+    writeLog(noise);
+    const std::string frame = lab::readFile(mLog);
+    lab::writeFile(mLog, frame.substr(0, frame.size() * 3 / 4));
+    EXPECT_EQ(differences(), "");
+    EXPECT_NE(lab::replay(mLeft, "").notKnown.back().find("is damaged (cut off)"),
+              std::string::npos);
     // A device handles every message some milliseconds late.
     writeLog(replaced(replaced(log, ":10.000", ":10.210"), ":40.000", ":40.190"));
     EXPECT_EQ(differences(), "");
@@ -218,7 +233,7 @@ TEST_F(ReplayTest, WhatCannotBeReplayedIsOneLine) {
             {[&] { writeLog("11-15 11:00:00.000   1   1 D else: x\n"); }, "",
              mLog + ": no run of the daemon in it"},
             {[&] { lab::writeFile(mLog, frame.substr(0, frame.size() / 2)); }, "",
-             mLog + ": damaged: cut off"},
+             mLog + ": nothing of it can be read: cut off"},
             {[&] { std::filesystem::remove(mLog); }, "", mLog + ": no captured main log"},
             {[&] { std::filesystem::remove_all(mPartition); }, "",
              mLeft + ": no partition (boot_vigil, SDD or velafs) in it"},
