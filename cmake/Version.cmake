@@ -1,16 +1,25 @@
 # SPDX-License-Identifier: Apache-2.0
-# Writes the source file OUT, which holds the tree's version. Each build runs it, and a file that
-# would be the same stays as it is.
+# Writes Version.cpp, the commit that is built. As a script it runs at each build:
+# cmake -DSOURCE=TREE -DOUT=FILE -P Version.cmake
 
-execute_process(COMMAND git describe --always --dirty WORKING_DIRECTORY ${TREE}
-  OUTPUT_VARIABLE version OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE failed)
-if(failed)
-  set(version "unknown")
+if(CMAKE_SCRIPT_MODE_FILE)
+  execute_process(COMMAND git -C ${SOURCE} describe --tags --always --dirty
+    OUTPUT_VARIABLE version OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE failed)
+  if(failed)
+    set(version unknown)
+  endif()
+  file(CONFIGURE OUTPUT ${OUT} @ONLY CONTENT [[
+#include "common/Version.h"
+
+const char kVersion[] = "@version@";
+]])
+  return()
 endif()
-file(CONFIGURE OUTPUT ${OUT} CONTENT [[
-#include "report/show/Version.h"
 
-const char* report::version() {
-    return "@version@";
-}
-]] @ONLY)
+add_custom_target(version_source BYPRODUCTS ${CMAKE_BINARY_DIR}/Version.cpp
+  COMMAND ${CMAKE_COMMAND} -DSOURCE=${CMAKE_SOURCE_DIR} -DOUT=${CMAKE_BINARY_DIR}/Version.cpp
+    -P ${CMAKE_CURRENT_LIST_FILE}
+  VERBATIM)
+add_library(version STATIC ${CMAKE_BINARY_DIR}/Version.cpp)
+add_dependencies(version version_source)
+room_headers(version common)
