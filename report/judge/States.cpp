@@ -59,7 +59,7 @@ Sentence unreadFile(const Facts& facts) {
                        "/boot_vigil/recovery_flag.txt", "/boot_vigil/reason.txt", "/boot_vigil/log",
                        "/boot_vigil/log/info"});
     if (problem == nullptr) return std::nullopt;
-    return problem->file + " can't be read: " + problem->what;
+    return problem->file + ": " + problem->what + ", so what it tells is not known";
 }
 
 Sentence animation(const Facts& facts) {
@@ -88,7 +88,7 @@ Sentence lonelyStamp(const Facts& facts) {
     const std::vector<Failure>& records = facts.report.failures;
     if (records.empty() || !records.back().number.stamp) return std::nullopt;
     if (records.size() > 1 && !records[records.size() - 2].number.stamp) return std::nullopt;
-    return "a boot completed after a failure on " + timeOf(records.back()) +
+    return "a stamp of " + timeOf(records.back()) + " says that a boot completed after a failure" +
            ", and no record tells of that failure";
 }
 

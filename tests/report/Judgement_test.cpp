@@ -135,7 +135,7 @@ const std::vector<Case> kCases = {
         {"backup=F;record=2", "cured: stamped", {"2 boots"}},
         {"record=L2;history=11x", "cured: stamped", {"#late-errors"}},  // the good boot was short
         {"record=E2;code=3;journal=f", "cured: stamped", {}},  // the code is an older animation's
-        {"flag=/", "unclear: file-unread", {"/SDD/bfflag.txt can't be read"}},
+        {"flag=/", "unclear: file-unread", {"what it tells is not known"}},
         {"code=3;journal=f",
          "unclear: animation-stays",
          {"although the boot had completed on 2026-11-15 11:04:12", "#animation-stays"}},
