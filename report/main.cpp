@@ -60,16 +60,16 @@ std::string describe(const std::exception& error) {
 }
 
 // A folder's line of JSON, and whether the folder was readable.
-std::pair<std::string, bool> readLine(const std::string& folder) {
+std::pair<std::string, bool> readLine(const std::string& folder, const std::string& device) {
+    Report report;
     try {
-        const Report report = readReport(folder);
-        return {dump(toJson(report)) + "\n", report.readable};
+        report = readReport(folder);
     } catch (const std::exception& error) {
-        Report report;
-        report.device = folder;
+        report.path = folder;
         report.problems = {{folder, describe(error)}};
-        return {dump(toJson(report)) + "\n", false};
     }
+    report.device = device;
+    return {dump(toJson(report)) + "\n", report.isPartition};
 }
 
 void showProgress(size_t done, size_t all) {
@@ -88,10 +88,12 @@ int showFleet(const std::vector<std::string>& folders) {
     constexpr auto kHow = std::launch::async | std::launch::deferred;
     const size_t most = 2UL * std::max(1U, std::thread::hardware_concurrency());
     std::deque<std::future<std::pair<std::string, bool>>> lines;
+    const std::vector<std::string> devices = deviceNames(folders);
     bool readable = true;
     for (size_t started = 0, done = 0; done < folders.size(); ++done) {
         while (started < folders.size() && lines.size() < most) {
-            lines.push_back(std::async(kHow, readLine, folders[started++]));
+            lines.push_back(std::async(kHow, readLine, folders[started], devices[started]));
+            ++started;
         }
         const auto [line, wasReadable] = lines.front().get();
         lines.pop_front();
@@ -112,7 +114,7 @@ int showOne(const Options& options) {
     } else if (options.html.empty() && options.perfetto.empty()) {
         print(toText(report));
     }
-    return report.readable ? 0 : kNothingReadable;
+    return report.isPartition ? 0 : kNothingReadable;
 }
 
 int runCommandLine(int argc, char** argv) {

@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <time.h>
 
+#include <algorithm>
+
 namespace report {
 
 namespace {

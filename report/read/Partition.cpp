@@ -18,6 +18,7 @@
 #include "common/text/Printable.h"
 #include "report/read/Bounds.h"
 #include "report/read/DaemonLog.h"
+#include "report/read/Times.h"
 
 namespace report {
 
@@ -66,7 +67,6 @@ std::optional<std::string> readFile(const Folder& folder, const std::string& nam
         content.resize(limit);
         report.problems.push_back({name, "is too large; only its beginning was read"});
     }
-    report.readable = true;
     return content;
 }
 
@@ -91,7 +91,9 @@ bool parseRecord(const std::string& line, Failure& failure) {
     char* end = nullptr;
     failure.number = decodeErrorNumber(strtoul(number.c_str(), &end, 16));
     findBetween(line, "Country(", ")", failure.country);
-    return whole && number.rfind("0x", 0) == 0 && *end == '\0' && number.size() <= 8;
+    failure.iso = isoTime(failure.time);
+    return whole && !failure.iso.empty() && number.rfind("0x", 0) == 0 && *end == '\0' &&
+           number.size() <= 8;
 }
 
 // Reads the files of one partition into a report.
@@ -103,7 +105,7 @@ public:
         readRecords(below(kBfRecordBackupPath));
         readRecords(below(kBfRecordPath));
         attempt(below(kBfFlagPath), mReport,
-                [this] { mReport.pendingPhase = text(below(kBfFlagPath), kMostNote); });
+                [this] { mReport.flag = text(below(kBfFlagPath), kMostNote); });
         readNotes(below(kBfUploadDir), {"boot_vigil", "recovery_record"}, mReport.uploads);
         readNotes(below(kBootVigilDir), {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
         attempt(below(kLogDir) + "/info", mReport, [this] { readJournal(); });
@@ -132,16 +134,19 @@ private:
             const std::string content = text(name).value_or("");
             std::vector<Failure> failures;
             std::vector<Problem> problems;
+            bool& damaged = mReport.recordsEndDamaged;
             int number = 0;
             for (const std::string& line : linesOf(content)) {
                 Failure failure;
                 failure.file = name;
                 failure.line = ++number;
                 if (parseRecord(line, failure)) {
+                    failure.afterDamage = damaged;
                     failures.push_back(failure);
+                    damaged = false;
                 } else {
-                    problems.push_back(
-                            {name, "line " + std::to_string(number) + " is not a complete record"});
+                    problems.push_back({name, "is not a complete record", number});
+                    damaged = true;
                 }
             }
             bound(failures, name, "records");
@@ -149,15 +154,28 @@ private:
             mReport.failures.insert(mReport.failures.end(), failures.begin(), failures.end());
             mReport.problems.insert(mReport.problems.end(), problems.begin(), problems.end());
             if (!content.empty() && content.back() != '\n') {
-                problem(name, "the last line is cut off");
+                mReport.problems.push_back({name, "the last line is cut off", number});
+                damaged = true;
             }
         });
     }
 
+    // "Sun Nov 15 11:08:12 2026  USER capture log"
     void readJournal() {
+        constexpr size_t kTimeLength = 24;
         const std::string name = below(kLogDir) + "/info";
-        mReport.journal = linesOf(text(name).value_or(""));
+        std::vector<Problem> problems;
+        int number = 0;
+        for (const std::string& line : linesOf(text(name).value_or(""))) {
+            ++number;
+            const std::string iso = isoTime(line.substr(0, kTimeLength));
+            const bool whole = !iso.empty() && line.compare(kTimeLength, 2, "  ") == 0;
+            mReport.journal.push_back({line, iso, whole ? line.substr(kTimeLength + 2) : ""});
+            if (!whole) problems.push_back({name, "is no line of a journal", number});
+        }
         bound(mReport.journal, name, "lines");
+        bound(problems, name, "damaged lines");
+        mReport.problems.insert(mReport.problems.end(), problems.begin(), problems.end());
     }
 
     void readNotes(const std::string& folder, const std::vector<std::string>& names,
@@ -219,23 +237,23 @@ private:
         if (!capture.info.error.empty() && capture.info.error != kEmptyArchive) {
             problem(path, capture.info.error);
         }
-        if (capture.info.size > 0) mReport.readable = true;
         std::vector<DaemonLine> here = reader.finish();
         if (reader.leftOut() != 0) {
             problem(path, "… " + text::grouped(reader.leftOut()) +
                                   " of the daemon's lines left out in the middle");
         }
+        for (DaemonLine& line : here) line.file = name;
         std::move(here.begin(), here.end(), std::back_inserter(lines));
         mReport.captures.push_back(std::move(capture));
     }
 
     void readRecoveryFiles() {
-        RecoveryFiles files;
+        RecoveryFiles& files = mReport.recoveryFiles;
         const std::string folder = below(kBootVigilDir);
         files.history = text(folder + "/recovery_flag.txt", kMostNote);
         if (files.history &&
             files.history->substr(0, files.history->find('\n')).size() < kHistoryLength) {
-            problem(folder + "/recovery_flag.txt", "is cut off");
+            mReport.problems.push_back({folder + "/recovery_flag.txt", "is cut off", 1});
         }
         files.disable = text(folder + "/bfEnable");
         files.list = text(folder + "/recoveryList");
@@ -262,7 +280,11 @@ void readRunLog(const Folder& folder, Report& report) {
         size_t broken = 0;
         std::vector<Boot> boots = bootsOfRunLog(content.value_or(""), broken);
         boundBoots(boots);
-        if (!boots.empty()) report.boots = std::move(boots);
+        if (!boots.empty()) {
+            report.captured = std::move(report.boots);
+            report.boots = std::move(boots);
+            report.hasRunLog = true;
+        }
         if (broken == 0) return;
         const char* rest = broken < kMostBroken ? "" : "; what follows was not read";
         report.problems.push_back({name, text::grouped(broken) + " lines are not records" + rest});

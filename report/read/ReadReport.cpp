@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finds the partition in a folder, and says in one line what it tells.
+// Finds the partition in a folder, and names its device.
 
 #include "report/read/ReadReport.h"
 
@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
@@ -19,59 +20,95 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The last failure, and whether a boot has completed since.
-std::string verdictOf(const Report& report) {
-    std::string verdict = "no failure is recorded";
-    for (const Failure& failure : report.failures) {
-        const std::string situation = describeSituation(failure.number);
-        if (failure.number.stamp) {
-            verdict += "; " + situation;
-        } else {
-            verdict = situation + " (" + formatErrorNumber(failure.number) + ") on " + failure.time;
-        }
-    }
-    const Recovery& recovery = report.recovery;
-    if (recovery.lastMode == 0) return verdict;
-    return verdict + "; last action: " + modeName(recovery.lastMode) + ", next: " + recovery.next;
-}
-
 bool isPartition(const Folder& folder) {
     return folder.has("SDD") || folder.has("boot_vigil");
 }
 
-// The partition in a folder, which may be the partition itself.
-Folder findPartition(const Folder& folder, Report& report) {
-    if (isPartition(folder)) return folder;
-    for (const char* name : {"root/velafs", "velafs"}) {
+// Finds the partition in a folder, which may be the partition itself.
+void findPartition(const Folder& folder, Report& report) {
+    for (const char* name : {"", "root/velafs", "velafs"}) {
         std::string error;
-        Folder below = folder.open(name, error);
+        Folder below = *name == '\0' ? folder : folder.open(name, error);
         if (!error.empty()) report.problems.push_back({name, error});
-        if (isPartition(below)) return below;
+        if (!isPartition(below)) continue;
+        report.partition = std::move(below);
+        report.partitionPath = (fs::path(report.path) / name).lexically_normal();
+        report.isPartition = true;
+        return;
     }
-    return {};
+}
+
+// The last part of a path that tells devices apart.
+std::string nameOfOne(std::vector<std::string> path) {
+    while (path.size() > 1 && (path.back() == "velafs" || path.back() == "root")) path.pop_back();
+    return path.back();
+}
+
+// When something was last recorded or captured; empty if that isn't known.
+std::string lastTime(const Report& report) {
+    std::string last;
+    for (const Failure& failure : report.failures) last = std::max(last, failure.iso);
+    for (const JournalLine& line : report.journal) last = std::max(last, line.iso);
+    return last;
 }
 
 }  // namespace
 
 Report readReport(const std::string& folder) {
     Report report;
-    const fs::path path = fs::path(folder).lexically_normal();
-    report.device = path.has_filename() ? path.filename() : path.parent_path().filename();
+    report.path = folder;
+    report.device = deviceNames({folder}).front();
     std::string error;
     const Folder root(folder, error);
     if (!error.empty()) {
         report.problems.push_back({folder, error});
         return report;
     }
-    report.partition = findPartition(root, report);
+    findPartition(root, report);
     readPartition(report);
     // A lab's run keeps its log beside the device root, and may have no partition at all.
     readRunLog(root, report);
-    report.verdict = verdictOf(report);
-    if (!report.readable && report.problems.empty()) {
-        report.problems.push_back({folder, "holds nothing that the daemon writes"});
+    report.isPartition = report.isPartition || report.hasRunLog;
+    const std::string last = lastTime(report);
+    giveYears(report.boots, last);
+    giveYears(report.captured, last);
+    if (!report.isPartition) {
+        report.problems.push_back({folder, "holds no partition (SDD, boot_vigil or velafs)"});
     }
     return report;
+}
+
+std::vector<std::string> deviceNames(const std::vector<std::string>& folders) {
+    std::vector<std::vector<std::string>> paths;
+    for (const std::string& folder : folders) {
+        std::vector<std::string> parts;
+        for (const fs::path& part : fs::path(folder).lexically_normal()) {
+            if (!part.empty()) parts.push_back(part);
+        }
+        paths.push_back(std::move(parts));
+    }
+    const auto allHave = [&](size_t at, bool fromEnd) {
+        const auto part = [&](const std::vector<std::string>& path) {
+            if (at >= path.size()) return std::string();
+            return path[fromEnd ? path.size() - 1 - at : at];
+        };
+        const std::string first = part(paths.front());
+        return !first.empty() && std::all_of(paths.begin(), paths.end(),
+                                             [&](const auto& path) { return part(path) == first; });
+    };
+    size_t head = 0;
+    size_t tail = 0;
+    while (folders.size() > 1 && allHave(head, false)) ++head;
+    while (folders.size() > 1 && allHave(tail, true)) ++tail;
+    std::vector<std::string> names;
+    for (size_t i = 0; i < folders.size(); ++i) {
+        const std::vector<std::string>& path = paths[i];
+        fs::path name;
+        for (size_t at = head; at + tail < path.size(); ++at) name /= path[at];
+        if (folders.size() == 1 && !path.empty()) name = nameOfOne(path);
+        names.push_back(name.empty() ? folders[i] : name.string());
+    }
+    return names;
 }
 
 Comparison readComparison(const std::string& profile) {
