@@ -31,7 +31,7 @@ namespace {
 
 using namespace lab;
 
-constexpr int64_t kHour = 3600 * 1000, kDay = 24 * kHour;  // ms
+constexpr int64_t kHour = 3600000, kDay = 24 * kHour;  // ms
 constexpr int64_t kSampled[] = {kHour, kDay, 7 * kDay};
 
 struct State {
