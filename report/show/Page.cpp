@@ -50,6 +50,7 @@ std::string openingTag(const Capture& capture) {
 // The most bytes of each log, so that all of them together have no more than `room`.
 size_t shareOf(const std::vector<Capture>& captures, size_t room) {
     std::vector<size_t> sizes;
+    sizes.reserve(captures.size());
     for (const Capture& capture : captures) sizes.push_back(capture.info.content);
     std::sort(sizes.begin(), sizes.end());
     for (size_t i = 0; i < sizes.size(); ++i) {
