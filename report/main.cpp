@@ -39,9 +39,10 @@ struct Options {
 };
 
 // A folder's line of JSON, and whether the folder was readable.
-std::pair<std::string, bool> readLine(const std::string& folder) {
-    const Report report = readReport(folder);
-    return {dump(toJson(report)), report.readable};
+std::pair<std::string, bool> readLine(const std::string& folder, const std::string& device) {
+    Report report = readReport(folder);
+    report.device = device;
+    return {dump(toJson(report)), report.isPartition};
 }
 
 void showProgress(size_t done, size_t all) {
@@ -58,10 +59,13 @@ void showProgress(size_t done, size_t all) {
 int showFleet(const std::vector<std::string>& folders) {
     const size_t most = 2UL * std::max(1U, std::thread::hardware_concurrency());
     std::deque<std::future<std::pair<std::string, bool>>> lines;
+    const std::vector<std::string> devices = deviceNames(folders);
     bool readable = true;
     for (size_t started = 0, done = 0; done < folders.size(); ++done) {
         while (started < folders.size() && lines.size() < most) {
-            lines.push_back(std::async(std::launch::async, readLine, folders[started++]));
+            lines.push_back(
+                    std::async(std::launch::async, readLine, folders[started], devices[started]));
+            ++started;
         }
         const auto [line, wasReadable] = lines.front().get();
         lines.pop_front();
@@ -82,7 +86,7 @@ int showOne(const Options& options) {
     } else if (options.html.empty() && options.perfetto.empty()) {
         fputs(toText(report).c_str(), stdout);
     }
-    return report.readable ? 0 : kNothingReadable;
+    return report.isPartition ? 0 : kNothingReadable;
 }
 
 int runCommandLine(int argc, char** argv) {

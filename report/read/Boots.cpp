@@ -18,6 +18,7 @@
 
 #include "bootvigil/BootMilestones.h"
 #include "report/read/Files.h"
+#include "report/read/Times.h"
 
 namespace report {
 
@@ -25,10 +26,11 @@ namespace {
 
 using Json = nlohmann::json;
 
-// How a line of the daemon begins, the kind of event it means, and the words for that. Words that
-// end in a blank are followed by the rest of the line.
+// How a line of the daemon begins, what it says, the kind of event it means, and the words for
+// that. Words that end in a blank are followed by the rest of the line.
 struct Rule {
     const char* begins;
+    Said said;
     const char* kind;
     const char* words;
 };
@@ -36,51 +38,105 @@ struct Rule {
 constexpr const char* kLastLine = "parseBootProf Last Line ";
 constexpr const char* kLastKey = "parseBootProf Last Line key ";
 
+constexpr const char* kFirstBoot = "first timer 8m";
+
 constexpr Rule kRules[] = {
-        {"BOOTVIGIL boot_vigil_service start", "start", "the daemon starts"},
-        {"handleMessage 2 what = 20010", "poll", "poll"},
-        {"handleMessage 2 what = 20020", "timeout", "boot time-out"},
-        {"handleMessage 2 what = 20060", "poll", "check after boot"},
-        {"first timer 8m", "other", "a first boot: eight minutes to the first time-out"},
-        {"Now is perform DexOpt", "other", "package optimisation: slow, not stuck"},
-        {"handleMessage is boot timeout, boot slowly", "timeout", "slow, looked at again"},
-        {"checkStuckPid stuck pid = ", "verdict", "stuck process: pid "},
-        {"reboot reason  = ", "verdict", "restart loop that never reaches "},
-        {"errNotifyWithReason ", "verdict", ""},
-        {"kel dont running so capture log by stuck", "capture", "the daemon captures the logs"},
-        {"type: ", "capture", "the log-capture service is asked: type "},
-        {"kel dont capture log in boot vigil", "capture", "the service has left no capture"},
-        {"user capture log fail in boot vigil", "capture", "the captured main log is gone"},
-        {"init:get log.", "capture", "init log kept from a failed boot"},
-        {"kernel:get log: ", "capture", "kernel log kept from a failed boot: "},
-        {"BOOTVIGIL writeMonitorKey key", "capture", "no partition: marker in the kernel log"},
-        {"BOOTVIGIL findMonitorKey return", "capture",
+        {"BOOTVIGIL boot_vigil_service start", Said::OTHER, "start", "the daemon starts"},
+        {"handleMessage 2 what = 20010", Said::POLL, "poll", ""},
+        {"handleMessage 2 what = 20020", Said::TIMEOUT, "timeout", "boot time-out"},
+        {"handleMessage 2 what = 20060", Said::OTHER, "poll", "check after boot"},
+        {kFirstBoot, Said::OTHER, "other", "a first boot: eight minutes to the first time-out"},
+        {"Now is perform DexOpt", Said::OTHER, "other", "package optimisation: slow, not stuck"},
+        {"handleMessage is boot timeout, boot slowly", Said::OTHER, "timeout",
+         "slow, looked at again"},
+        {"checkStuckPid stuck pid = ", Said::STUCK_PID, "verdict", "stuck process: pid "},
+        {"parseBootProf reboot reason ", Said::LOOP, "verdict", "came again and again: "},
+        {"reboot reason  = ", Said::OTHER, "verdict", "restart loop that never reaches "},
+        {"checkReason Reason = 3,", Said::ANIMATION, "verdict",
+         "boot animation stays although the boot has completed"},
+        {"errNotifyWithReason ", Said::NOTICE, "verdict", "a failure: "},
+        {"kel dont running so capture log by stuck", Said::OTHER, "capture",
+         "the daemon captures the logs"},
+        {"type: ", Said::OTHER, "capture", "the log-capture service is asked: type "},
+        {"kel dont capture log in boot vigil", Said::OTHER, "capture",
+         "the service has left no capture"},
+        {"user capture log fail in boot vigil", Said::OTHER, "capture",
+         "the captured main log is gone"},
+        {"init:get log.", Said::OTHER, "capture", "init log kept from a failed boot"},
+        {"kernel:get log: ", Said::OTHER, "capture", "kernel log kept from a failed boot: "},
+        {"BOOTVIGIL writeMonitorKey key", Said::OTHER, "capture",
+         "no partition: marker in the kernel log"},
+        {"BOOTVIGIL findMonitorKey return", Said::OTHER, "capture",
          "no partition: marker left by an earlier boot"},
-        {"saveBfFlag mMainPhase = ", "record", "recorded and flagged, phase "},
-        {"submitInfo:info = ", "record", "submitted: "},
-        {"runRecovery errCode=", "recovery", "recovery for reason "},
-        {"recovery is disable", "recovery", "recovery is disabled"},
-        {"not found next recovery mode", "recovery", "no further recovery action"},
-        {"not found recovery list", "recovery", "no recovery list for this reason"},
-        {"try to reboot", "request", "a reboot is requested"},
-        {"try to data reset", "request", "a data reset is due"},
-        {"waite user reboot", "request", "waits for the user to reboot"},
-        {"isRecoverySuccess mode=", "success", "judges the last recovery action, mode "},
-        {"Have recoveryed.", "success", "recovered"},
-        {"boot finished, enter launcher.", "success", "the boot is complete"},
-        {"bootvigil exit.", "exit", "the daemon exits"},
+        {"saveBfFlag mMainPhase = ", Said::OTHER, "record", "recorded and flagged, phase "},
+        {"submitInfo:info = ", Said::OTHER, "record", "submitted: "},
+        {"runRecovery errCode=", Said::OTHER, "recovery", "recovery for reason "},
+        {"recovery is disable for rescue", Said::DISABLED, "recovery",
+         "recovery is left to the platform's rescue mode"},
+        {"recovery is disable in config", Said::DISABLED, "recovery",
+         "recovery is disabled in this product"},
+        {"recovery disable info BfRecover=NO", Said::DISABLED, "recovery",
+         "recovery is disabled from outside"},
+        {"not found next recovery mode", Said::NO_STEP, "recovery", "no further recovery action"},
+        {"not found recovery list", Said::NO_STEP, "recovery", "no recovery list for this reason"},
+        {"try to reboot", Said::REBOOT, "request", "a reboot is requested"},
+        {"try to data reset", Said::RESET, "request", "a data reset is due"},
+        {"waite user reboot", Said::WAIT, "request", "waits for the user to reboot"},
+        {"isRecoverySuccess mode=", Said::JUDGED, "success",
+         "judges the last recovery action, mode "},
+        {"Not vela reboot.", Said::NOT_BY_THAT, "success", "not the reboot that was requested"},
+        {"Not factory reset.", Said::NOT_BY_THAT, "success", "not the reset that was requested"},
+        {"Have recoveryed.", Said::OTHER, "success", "recovered"},
+        {"boot finished, enter launcher.", Said::COMPLETE, "success", "the boot is complete"},
+        {"bootvigil exit.", Said::OTHER, "exit", "the daemon exits"},
+};
+
+// What lines that follow a poll say of it.
+constexpr struct {
+    const char* begins;
+    const char* words;
+} kPollRules[] = {
+        {"handleMessage booted, Anim closed.", "the framework is up"},
+        {"parseBootProf Lines < 3", "no boot profile"},
 };
 
 bool startsWith(const std::string& text, const char* prefix) {
     return text.compare(0, strlen(prefix), prefix) == 0;
 }
 
-std::string wordsFor(const Rule& rule, const std::string& text) {
-    if (const auto notice = parseNotice(text)) return describeErrorNumber(*notice);
-    std::string words = rule.words;
-    if (words.empty()) return text;
-    if (words.back() == ' ') words += text.substr(strlen(rule.begins));
-    return words;
+std::string wordsFor(const Rule& rule, const std::string& rest) {
+    const std::string words = rule.words;
+    return !words.empty() && words.back() == ' ' ? words + rest : words;
+}
+
+bool isBarePoll(const Event& event) {
+    return event.said == Said::POLL && event.text.empty();
+}
+
+// A poll that nothing more was logged of says nothing.
+void dropBarePoll(Boot& boot) {
+    if (!boot.events.empty() && isBarePoll(boot.events.back())) boot.events.pop_back();
+}
+
+void addEvent(Boot& boot, Event event) {
+    dropBarePoll(boot);
+    event.until = event.t;
+    event.iso = isoClock(event.clock, boot.year);
+    boot.events.push_back(std::move(event));
+}
+
+// Says what the last poll saw, and joins it to the one before that saw the same.
+void describePoll(Boot& boot, const std::string& text, const std::string& lastEvent) {
+    std::vector<Event>& events = boot.events;
+    if (events.empty() || !isBarePoll(events.back())) return;
+    events.back().text = text;
+    events.back().rest = lastEvent;
+    if (events.size() < 2) return;
+    Event& before = events[events.size() - 2];
+    if (before.said != Said::POLL || before.text != text) return;
+    before.until = events.back().t;
+    ++before.count;
+    events.pop_back();
 }
 
 // "      4713.857088 :  408-vold            : vold:fbeEnable:START"
@@ -100,25 +156,34 @@ void addMilestone(std::vector<Milestone>& milestones, const Milestone& milestone
     if (std::none_of(milestones.begin(), milestones.end(), same)) milestones.push_back(milestone);
 }
 
-// Adds what a line means to a boot; most lines mean nothing here.
-void addLine(Boot& boot, double t, const std::string& clock, const std::string& text) {
+// A line with its time; most lines mean nothing here.
+void addLine(Boot& boot, double t, const DaemonLine& line) {
+    const std::string& text = line.text;
     if (startsWith(text, kLastKey)) {
-        // The daemon logs what a poll saw after the poll itself.
-        if (!boot.events.empty() && boot.events.back().kind == "poll") {
-            boot.events.back().text = "last event: " + text.substr(strlen(kLastKey));
-        }
-        return;
+        const std::string key = text.substr(strlen(kLastKey));
+        return describePoll(boot, "last event: " + key, key);
     }
     if (startsWith(text, kLastLine)) {
         const auto milestone = parseMilestone(text.substr(strlen(kLastLine)));
         if (milestone) addMilestone(boot.milestones, *milestone);
         return;
     }
+    if (startsWith(text, kFirstBoot)) boot.first = true;
+    for (const auto& [begins, words] : kPollRules) {
+        if (startsWith(text, begins)) return describePoll(boot, words, "");
+    }
     for (const Rule& rule : kRules) {
-        if (startsWith(text, rule.begins)) {
-            boot.events.push_back({t, clock, rule.kind, wordsFor(rule, text)});
-            return;
-        }
+        if (!startsWith(text, rule.begins)) continue;
+        Event event;
+        event.t = t;
+        event.clock = line.clock;
+        event.kind = rule.kind;
+        event.said = rule.said;
+        event.rest = text.substr(strlen(rule.begins));
+        event.error = parseNotice(text);
+        event.text = event.error ? describeErrorNumber(*event.error) : wordsFor(rule, event.rest);
+        event.place = {line.file, line.number};
+        return addEvent(boot, std::move(event));
     }
 }
 
@@ -146,36 +211,62 @@ std::string whole(const Json& value) {
     return std::to_string(static_cast<int64_t>(number(value)));
 }
 
-// Adds one record of a run log; throws an exception for anything else.
-void addRecord(std::vector<Boot>& boots, time_t& start, const Json& record) {
+// A lab's run log, record by record.
+struct RunLog {
+    std::vector<Boot> boots;
+    time_t start = 0;  // of the boot, by the device's clock
+    int line = 0;
+
+    // Throws an exception for anything but a record.
+    void add(const Json& record);
+    void addBoot(const Json& record);
+    void addEnd(double t, const std::string& text, Said said);
+};
+
+void RunLog::addBoot(const Json& record) {
+    Boot boot;
+    boot.title = "boot " + whole(record.at("boot"));
+    const std::string about = record.value("about", "");
+    if (!about.empty()) boot.title += ": " + about;
+    start = static_cast<time_t>(number(record.value("clock", Json(0))));
+    tm date = {};
+    if (gmtime_r(&start, &date) != nullptr) boot.year = date.tm_year + 1900;
+    boot.begin = clockAfter(start, 0);
+    boot.beginIso = isoClock(boot.begin, boot.year);
+    boots.push_back(std::move(boot));
+}
+
+void RunLog::addEnd(double t, const std::string& text, Said said) {
+    Event event;
+    event.t = t;
+    event.clock = clockAfter(start, t);
+    event.kind = "exit";
+    event.text = text;
+    event.said = said;
+    event.place = {"run.jsonl", line};
+    addEvent(boots.back(), std::move(event));
+}
+
+void RunLog::add(const Json& record) {
     const double t = number(record.at("t"));
     const std::string kind = record.at("kind");
-    if (kind == "boot") {
-        Boot boot;
-        boot.title = "boot " + whole(record.at("boot"));
-        const std::string about = record.value("about", "");
-        if (!about.empty()) boot.title += ": " + about;
-        start = static_cast<time_t>(number(record.value("clock", Json(0))));
-        boot.begin = clockAfter(start, 0);
-        boots.push_back(std::move(boot));
-        return;
-    }
+    if (kind == "boot") return addBoot(record);
     if (boots.empty()) return;
-    Boot& boot = boots.back();
-    const std::string clock = clockAfter(start, t);
     if (kind == "log") {
         std::string text = record.at("text");
         text.erase(text.find_last_not_of(" \n") + 1);
-        addLine(boot, t, clock, text);
+        addLine(boots.back(), t, {clockAfter(start, t), 0, text, line, "run.jsonl"});
     } else if (kind == "event") {
         const std::string name = record.at("name");
-        if (milestoneIndex(name) >= 0) addMilestone(boot.milestones, {t, name});
+        if (milestoneIndex(name) >= 0) addMilestone(boots.back().milestones, {t, name});
+    } else if (kind == "clock") {
+        start += static_cast<time_t>(number(record.at("seconds")));
     } else if (kind == "killed") {
-        boot.events.push_back({t, clock, "exit", "killed by signal " + whole(record.at("signal"))});
+        addEnd(t, "killed by signal " + whole(record.at("signal")), Said::ENDED_EARLY);
     } else if (kind == "exit" && record.at("status") != 0) {
-        boot.events.push_back({t, clock, "exit", "exit status " + whole(record.at("status"))});
+        addEnd(t, "exit status " + whole(record.at("status")), Said::ENDED_EARLY);
     } else if (kind == "end") {
-        boot.events.push_back({t, clock, "exit", record.at("why")});
+        addEnd(t, record.at("why"), Said::OTHER);
     }
 }
 
@@ -188,26 +279,38 @@ std::vector<Boot> bootsOfLines(const std::vector<DaemonLine>& lines) {
         boot.title = "boot " + std::to_string(boots.size() + 1);
         if (!run.beginningKept) boot.title += " (its beginning was not kept)";
         boot.begin = run.lines.front().clock;
-        for (const DaemonLine& line : run.lines) {
-            addLine(boot, run.secondsOf(line), line.clock, line.text);
-        }
+        for (const DaemonLine& line : run.lines) addLine(boot, run.secondsOf(line), line);
+        dropBarePoll(boot);
         boots.push_back(std::move(boot));
     }
     return boots;
 }
 
+void giveYears(std::vector<Boot>& boots, const std::string& last) {
+    if (!secondsOfIso(last)) return;
+    for (Boot& boot : boots) {
+        if (boot.year != 0) continue;
+        boot.year = atoi(last.c_str());
+        // A log that is of a later day than its capture is of the year before.
+        if (boot.begin.compare(0, 5, last, 5, 5) > 0) --boot.year;
+        boot.beginIso = isoClock(boot.begin, boot.year);
+        for (Event& event : boot.events) event.iso = isoClock(event.clock, boot.year);
+    }
+}
+
 std::vector<Boot> bootsOfRunLog(const std::string& jsonLines, size_t& broken) {
-    std::vector<Boot> boots;
-    time_t start = 0;
+    RunLog log;
     broken = 0;
     for (const std::string& line : linesOf(jsonLines)) {
+        ++log.line;
         try {
-            addRecord(boots, start, Json::parse(line));
+            log.add(Json::parse(line));
         } catch (const std::exception&) {
             ++broken;
         }
     }
-    return boots;
+    for (Boot& boot : log.boots) dropBarePoll(boot);
+    return log.boots;
 }
 
 std::vector<Milestone> milestonesOf(const std::string& profile) {

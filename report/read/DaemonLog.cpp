@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <time.h>
 
+#include <algorithm>
+
 namespace report {
 
 namespace {
@@ -46,13 +48,18 @@ double DaemonRun::secondsOf(const DaemonLine& line) const {
 
 std::vector<DaemonLine> daemonLines(std::string_view log) {
     std::vector<DaemonLine> lines;
+    int number = 1;
+    size_t counted = 0;
     // Searching for the tag first keeps a large log of others cheap.
     for (size_t tag = log.find(kTag); tag != std::string_view::npos; tag = log.find(kTag, tag)) {
         const size_t before = log.rfind('\n', tag);
         const size_t begin = before == std::string_view::npos ? 0 : before + 1;
         size_t end = log.find('\n', tag);
         if (end == std::string_view::npos) end = log.size();
+        number += static_cast<int>(std::count(log.begin() + counted, log.begin() + begin, '\n'));
+        counted = begin;
         DaemonLine line;
+        line.number = number;
         if (parseLine(log.substr(begin, end - begin), line)) lines.push_back(std::move(line));
         tag = end;
     }

@@ -19,6 +19,8 @@ struct DaemonLine {
     std::string clock;  // "11-15 11:00:10.000"
     int64_t ms = 0;     // the same in milliseconds since the start of the year
     std::string text;   // without trailing blanks
+    int number = 0;     // its place in the log, from 1
+    std::string file;   // the log's name, for the reader to set
 };
 
 // One run of the daemon, as far as the log keeps it.

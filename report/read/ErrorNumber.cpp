@@ -25,6 +25,20 @@ constexpr struct {
         {TYPE_STALL, PHASE_OOBE, "stalled in the set-up wizard"},
         {TYPE_STALL, PHASE_KEY_LOCK, "stalled in the set-up wizard"},
         {TYPE_STALL, PHASE_INIT, "init log kept from a failed boot"},
+        {TYPE_NONE, PHASE_NONE, "boot animation stays although the boot has completed"},
+};
+
+constexpr struct {
+    int phase;
+    const char* words;
+} kPhases[] = {
+        {PHASE_NONE, "boot animation"},
+        {PHASE_KERNEL, "kernel"},
+        {PHASE_BEFORE_SYSTEM_SERVER, "before the system server"},
+        {PHASE_SYSTEM_SERVER, "system server"},
+        {PHASE_OOBE, "set-up wizard"},
+        {PHASE_KEY_LOCK, "after the set-up wizard"},
+        {PHASE_INIT, "init"},
 };
 
 bool isOf(const ErrorNumber& error, int type, int phase) {
@@ -33,11 +47,59 @@ bool isOf(const ErrorNumber& error, int type, int phase) {
 
 }  // namespace
 
+ErrorNumber animationStays() {
+    return decodeErrorNumber(DETAIL_ANIMATION_STAYS << 12);
+}
+
+bool isStall(const ErrorNumber& error) {
+    return isOf(error, TYPE_STALL, PHASE_BEFORE_SYSTEM_SERVER) ||
+           isOf(error, TYPE_STALL, PHASE_SYSTEM_SERVER);
+}
+
+bool isRestartLoop(const ErrorNumber& error) {
+    return isOf(error, TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER);
+}
+
+bool isWizardStall(const ErrorNumber& error) {
+    return isOf(error, TYPE_STALL, PHASE_OOBE) ||
+           (isOf(error, TYPE_STALL, PHASE_KEY_LOCK) && error.reason != REASON_AFTER_BOOT);
+}
+
+bool isKeptLog(const ErrorNumber& error) {
+    return isOf(error, TYPE_STALL, PHASE_INIT) || isOf(error, TYPE_KERNEL, PHASE_KERNEL);
+}
+
+bool isRecovered(const ErrorNumber& error) {
+    return error.type != TYPE_NONE && !error.stamp && !isWizardStall(error) && !isKeptLog(error);
+}
+
+std::string phaseName(const ErrorNumber& error) {
+    for (const auto& [phase, words] : kPhases) {
+        if (phase == error.phase) return words;
+    }
+    return "phase " + std::to_string(error.phase);
+}
+
+std::string detailName(const ErrorNumber& error) {
+    const std::string missing = missingMilestone(error);
+    if (!missing.empty()) return "never reaches " + missing;
+    if (isRestartLoop(error)) return "no milestone is missing";
+    if (error.detailPhase == DETAIL_NONE) return "none";
+    if (isStall(error) && error.detailPhase == DETAIL_IN_SYSTEM_SERVER) {
+        return "system server started";
+    }
+    if (isStall(error) && error.detailPhase == DETAIL_BEFORE_SYSTEM_SERVER) {
+        return "system server not started, or more than once";
+    }
+    if (isKeptLog(error)) return "log kept from a failed boot";
+    if (error.type == TYPE_NONE) return "animation stays";
+    return "detail phase " + std::to_string(error.detailPhase);
+}
+
 std::string missingMilestone(const ErrorNumber& error) {
     const int milestone = error.detailPhase - kFirstMilestoneDetail;
     const bool known = milestone >= 0 && milestone < kMilestoneCount;
-    const bool loop = isOf(error, TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER);
-    return loop && known ? kMilestoneNames[milestone] : "";
+    return isRestartLoop(error) && known ? kMilestoneNames[milestone] : "";
 }
 
 std::string describeSituation(const ErrorNumber& error) {

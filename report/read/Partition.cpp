@@ -13,6 +13,7 @@
 #include "bootvigil/StoragePaths.h"
 #include "report/read/DaemonLog.h"
 #include "report/read/Files.h"
+#include "report/read/Times.h"
 
 namespace report {
 
@@ -47,7 +48,6 @@ std::optional<std::string> readFile(const std::string& path, const std::string& 
         content.resize(limit);
         report.problems.push_back({name, "is too large; only its beginning was read"});
     }
-    report.readable = true;
     return content;
 }
 
@@ -72,7 +72,8 @@ bool parseRecord(const std::string& line, Failure& failure) {
     char* end = nullptr;
     failure.number = decodeErrorNumber(strtoul(number.c_str(), &end, 16));
     findBetween(line, "Country(", ")", failure.country);
-    return whole && number.rfind("0x", 0) == 0 && *end == '\0' && number.size() <= 8;
+    failure.iso = isoTime(failure.time);
+    return whole && !failure.iso.empty() && number.rfind("0x", 0) == 0 && *end == '\0' && number.size() <= 8;
 }
 
 // Reads the files of one partition into a report.
@@ -84,10 +85,10 @@ public:
     void read() {
         readRecords(below(kBfRecordBackupPath));
         readRecords(below(kBfRecordPath));
-        mReport.pendingPhase = text(below(kBfFlagPath));
+        mReport.flag = text(below(kBfFlagPath));
         readNotes(below(kBfUploadDir), {"boot_vigil", "recovery_record"}, mReport.uploads);
         readNotes(below(kBootVigilDir), {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
-        mReport.journal = linesOf(text(below(kLogDir) + "/info").value_or(""));
+        readJournal(below(kLogDir) + "/info");
         readCaptures();
         readRecoveryFiles();
     }
@@ -108,13 +109,33 @@ private:
             Failure failure;
             failure.file = name;
             failure.line = ++number;
+            bool& damaged = mReport.recordsEndDamaged;
             if (parseRecord(line, failure)) {
+                failure.afterDamage = damaged;
                 mReport.failures.push_back(failure);
+                damaged = false;
             } else {
-                problem(name, "line " + std::to_string(number) + " is not a complete record");
+                mReport.problems.push_back({name, "is not a complete record", number});
+                damaged = true;
             }
         }
-        if (!content.empty() && content.back() != '\n') problem(name, "the last line is cut off");
+        if (!content.empty() && content.back() != '\n') {
+            mReport.problems.push_back({name, "the last line is cut off", number});
+            mReport.recordsEndDamaged = true;
+        }
+    }
+
+    // "Sun Nov 15 11:08:12 2026  USER capture log"
+    void readJournal(const std::string& name) {
+        constexpr size_t kTimeLength = 24;
+        for (const std::string& line : linesOf(text(name).value_or(""))) {
+            const std::string iso = isoTime(line.substr(0, kTimeLength));
+            const bool whole = !iso.empty() && line.compare(kTimeLength, 2, "  ") == 0;
+            mReport.journal.push_back({line, iso, whole ? line.substr(kTimeLength + 2) : ""});
+            if (whole) continue;
+            mReport.problems.push_back(
+                    {name, "is no line of a journal", static_cast<int>(mReport.journal.size())});
+        }
     }
 
     void readNotes(const std::string& folder, const std::vector<std::string>& names,
@@ -155,19 +176,20 @@ private:
         if (!capture.info.error.empty() && !(regular && capture.info.size == 0)) {
             problem(below(kLogDir) + "/" + name + ".zs", capture.info.error);
         }
-        if (capture.info.size > 0) mReport.readable = true;
-        const std::vector<DaemonLine> here = daemonLines(content);
-        lines.insert(lines.end(), here.begin(), here.end());
+        for (DaemonLine& line : daemonLines(content)) {
+            line.file = name;
+            lines.push_back(std::move(line));
+        }
         mReport.captures.push_back(std::move(capture));
     }
 
     void readRecoveryFiles() {
-        RecoveryFiles files;
+        RecoveryFiles& files = mReport.recoveryFiles;
         const std::string folder = below(kBootVigilDir);
         files.history = text(folder + "/recovery_flag.txt");
         if (files.history &&
             files.history->substr(0, files.history->find('\n')).size() < kHistoryLength) {
-            problem(folder + "/recovery_flag.txt", "is cut off");
+            mReport.problems.push_back({folder + "/recovery_flag.txt", "is cut off", 1});
         }
         files.disable = text(folder + "/bfEnable");
         files.list = text(folder + "/recoveryList");
@@ -188,11 +210,31 @@ void readPartition(const std::string& partition, Report& report) {
     PartitionReader(partition, report).read();
 }
 
+BootEvent parseBootEvent(const std::string& text) {
+    const auto trimmed = [](const std::string& part) {
+        const size_t begin = part.find_first_not_of(' ');
+        if (begin == std::string::npos) return std::string();
+        return part.substr(begin, part.find_last_not_of(' ') + 1 - begin);
+    };
+    BootEvent event;
+    const size_t bar = text.find(" | ");
+    const std::string by = text.substr(0, bar);
+    if (bar != std::string::npos) event.name = trimmed(text.substr(bar + 3));
+    const size_t dash = by.find('-');
+    const bool hasPid =
+            dash != std::string::npos && dash > 0 && by.find_first_not_of("0123456789") == dash;
+    if (hasPid) event.pid = by.substr(0, dash);
+    event.process = trimmed(hasPid ? by.substr(dash + 1) : by);
+    return event;
+}
+
 void readRunLog(const std::string& path, Report& report) {
     const auto content = readFile(path, "run.jsonl", kMaxLog, report);
     if (!content) return;
     size_t broken = 0;
+    report.captured = std::move(report.boots);
     report.boots = bootsOfRunLog(*content, broken);
+    report.hasRunLog = true;
     if (broken == 0) return;
     report.problems.push_back({"run.jsonl", std::to_string(broken) + " lines are not records"});
 }

@@ -21,11 +21,47 @@ std::vector<std::string> fieldsOf(const std::string& line) {
     return fields;
 }
 
-// The modes for a reason; throws std::out_of_range where the daemon does.
-std::vector<int> modesFor(int reason, const std::optional<std::string>& override) {
+// Says what the next failure leads to, or why to nothing.
+void findNextStep(Recovery& recovery, bool hasHistory) {
+    const auto block = [&](Blocked why, const char* words) {
+        recovery.blocked = why;
+        recovery.next = words;
+    };
+    const auto step = [&](size_t index) {
+        if (recovery.list.empty()) {
+            block(Blocked::NO_LIST, "nothing: no list for this reason");
+        } else if (index >= recovery.list.size() || recovery.list[index] <= 0) {
+            block(Blocked::EXHAUSTED, "nothing more: the list is exhausted");
+        } else {
+            recovery.blocked = Blocked::NO;
+            recovery.next = modeName(recovery.list[index]);
+        }
+        return recovery.next;
+    };
+    if (recovery.reason == 0) {
+        recovery.next = "no failure is known";
+    } else if (recovery.disabled) {
+        block(Blocked::DISABLED, "nothing: recovery is disabled from outside");
+    } else if (!hasHistory) {
+        step(0);
+    } else if (recovery.history.empty() || recovery.history[0] < '0' || recovery.history[0] > '9') {
+        block(Blocked::DAMAGED_HISTORY, recovery.history.empty()
+                                                ? "nothing: the history is empty"
+                                                : "nothing: the history is damaged");
+    } else {
+        const std::string now = step(static_cast<size_t>(recovery.history[0] - '0'));
+        if (recovery.lastMode != RECOVERY_DATA_RESET) return;
+        recovery.next =
+                now + " in the first boot after the reset, " + step(0) + " in any later one";
+    }
+}
+
+}  // namespace
+
+std::vector<int> recoveryModes(int reason, const std::optional<std::string>& pushed) {
     std::vector<int> modes(kRecoveryListSize);
-    if (override) {
-        const std::vector<std::string> lines = linesOf(*override);
+    if (pushed) {
+        const std::vector<std::string> lines = linesOf(*pushed);
         auto line = lines.rbegin();
         while (line != lines.rend() &&
                readOverrideLine(fieldsOf(*line), reason, modes.data()) != OverrideLine::TAKEN) {
@@ -40,26 +76,6 @@ std::vector<int> modesFor(int reason, const std::optional<std::string>& override
     return modes;
 }
 
-std::string nextStep(const Recovery& recovery, bool hasHistory) {
-    if (recovery.reason == 0) return "no failure is known";
-    if (recovery.disabled) return "nothing: recovery is disabled from outside";
-    if (!recovery.listReadable) return "nothing: the daemon dies of a blank field in the list";
-    const auto step = [&](size_t index) {
-        const bool there = index < recovery.list.size() && recovery.list[index] > 0;
-        return there ? modeName(recovery.list[index]) : "nothing more: the list is exhausted";
-    };
-    if (!hasHistory) return step(0);
-    if (recovery.history.empty() || recovery.history[0] < '0' ||
-        recovery.history[0] >= '0' + kRecoveryListSize) {
-        return "nothing: the history is damaged, which blocks recovery";
-    }
-    std::string next = step(static_cast<size_t>(recovery.history[0] - '0'));
-    if (recovery.lastMode != RECOVERY_DATA_RESET) return next;
-    return next + " in the first boot after the reset, " + step(0) + " in any later one";
-}
-
-}  // namespace
-
 Recovery readRecovery(const RecoveryFiles& files, std::optional<int> reason) {
     Recovery recovery;
     const std::string history = files.history.value_or("");
@@ -72,12 +88,18 @@ Recovery readRecovery(const RecoveryFiles& files, std::optional<int> reason) {
     recovery.disabled = std::find(disable.begin(), disable.end(), "BfRecover=NO") != disable.end();
     recovery.override = files.list.has_value();
     recovery.reason = reason.value_or(recovery.lastReason);
+    bool deadly = false;
     try {
-        recovery.list = modesFor(recovery.reason, files.list);
+        recovery.list = recoveryModes(recovery.reason, files.list);
     } catch (const std::out_of_range&) {
-        recovery.listReadable = false;
+        deadly = true;
     }
-    recovery.next = nextStep(recovery, files.history.has_value());
+    findNextStep(recovery, files.history.has_value());
+    // A daemon that is not to recover doesn't read the list.
+    if (deadly && !recovery.disabled) {
+        recovery.blocked = Blocked::DEADLY_LIST;
+        recovery.next = "nothing: the daemon dies of a blank field in the pushed list";
+    }
     return recovery;
 }
 

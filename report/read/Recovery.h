@@ -21,20 +21,27 @@ struct RecoveryFiles {
     std::optional<std::string> list;
 };
 
+// Why recovery cannot go on.
+enum class Blocked { NO, DISABLED, DEADLY_LIST, NO_LIST, DAMAGED_HISTORY, EXHAUSTED };
+
 struct Recovery {
-    std::string history;       // the history file's text
-    int lastMode = 0;          // 0: none
-    int lastReason = 0;        // 0: none
-    int reason = 0;            // that the list below is for; 0: no failure is known
-    std::vector<int> list;     // modes up to the first 0
-    bool override = false;     // the list was pushed to the device
-    bool listReadable = true;  // else the daemon dies of it
-    bool disabled = false;     // from outside
-    std::string next;          // what the next failure for that reason leads to, in words
+    std::string history;            // the history file's text
+    int lastMode = 0;               // 0: none
+    int lastReason = 0;             // 0: none
+    int reason = 0;                 // that the list below is for; 0: no failure is known
+    std::vector<int> list;          // modes up to the first 0
+    bool override = false;          // the list was pushed to the device
+    bool disabled = false;          // from outside
+    Blocked blocked = Blocked::NO;  // for that reason
+    std::string next;               // what the next failure for that reason leads to, in words
 };
 
 // For the last failure's reason; without one, for that of the last action.
 Recovery readRecovery(const RecoveryFiles& files, std::optional<int> reason);
+
+// The modes for a reason, up to the first 0, from a pushed list if there is one. Throws
+// std::out_of_range where the daemon does, which ends it.
+std::vector<int> recoveryModes(int reason, const std::optional<std::string>& pushed);
 
 // "reboot", "wait for the user to reboot", "factory data reset"; "mode N" for others.
 std::string modeName(int mode);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a device's persistent partition holds, as one value.
+// What a device's persistent partition holds, as one value: facts, and no judgement of them.
 
 #pragma once
 
@@ -17,22 +17,41 @@ namespace report {
 struct Problem {
     std::string file;  // below the partition
     std::string what;
+    int line = 0;  // 0: the file as a whole
 };
 
-// A line of the record file.
+// Who logged a boot event, "1113-system_server  | AMS:systemReady".
+struct BootEvent {
+    std::string pid;
+    std::string process;
+    std::string name;
+};
+BootEvent parseBootEvent(const std::string& text);
+
+// A line of the record file, or a failure that only a log or the reason code tells of.
 struct Failure {
-    std::string time;  // as recorded
+    std::string time;  // as recorded; of a log its clock
+    std::string iso;   // empty where it can't be read
     ErrorNumber number;
-    std::string lastEvent;  // "pid-process | event", may be empty
+    std::string lastEvent;  // as recorded, may be empty
     std::string country;
     std::string file;
     int line = 0;
+    bool recorded = true;
+    bool afterDamage = false;  // the line before it is damaged
 };
 
 // A small file and its content.
 struct Note {
     std::string file;
     std::string text;
+};
+
+// A line of the capture journal.
+struct JournalLine {
+    std::string text;
+    std::string iso;  // of its time; empty where it can't be read
+    std::string what;
 };
 
 struct Capture {
@@ -47,18 +66,23 @@ struct Comparison {
 };
 
 struct Report {
-    std::string device;     // the folder's name
-    bool readable = false;  // anything at all was
-    std::string verdict;    // the last failure and what became of it, in one line
+    std::string path;          // of the folder, as given
+    std::string device;        // a name for it
+    std::string partition;     // the path of the partition found in it
+    bool isPartition = false;  // or a lab's run
     std::vector<Problem> problems;
-    std::optional<std::string> pendingPhase;  // a failure that is not submitted yet
-    std::vector<Failure> failures;            // oldest first, stamps included
+    std::optional<std::string> flag;  // phase of a failure that is not submitted yet
+    std::vector<Failure> failures;    // oldest first, stamps included
+    bool recordsEndDamaged = false;   // the last line is damaged or cut off
+    RecoveryFiles recoveryFiles;
     Recovery recovery;
     std::vector<Note> uploads;  // not collected yet
     std::vector<Note> notes;    // reason code, power-off reasons, memory and flash
     std::vector<Capture> captures;
-    std::vector<std::string> journal;
-    std::vector<Boot> boots;
+    std::vector<JournalLine> journal;
+    std::vector<Boot> boots;     // of the run log, else of the captured logs
+    std::vector<Boot> captured;  // where there is a run log: those of the captured logs
+    bool hasRunLog = false;
     std::optional<Comparison> comparison;
 };
 

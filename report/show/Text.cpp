@@ -7,6 +7,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
+#include "report/judge/Judgement.h"
+#include "report/judge/States.h"
 #include "report/read/Printable.h"
 
 namespace report {
@@ -25,46 +29,110 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
     out += line;
 }
 
-void printNotes(const std::vector<Note>& notes, std::string& out) {
-    for (const Note& note : notes) {
-        print(out, "  %s: %s\n", note.file.c_str(), printable(note.text).c_str());
+// Appends a text as lines that fit a terminal: `first` before the first one, blanks before the
+// others.
+void printText(std::string& out, const std::string& first, const std::string& text) {
+    constexpr size_t kWidth = 80;
+    constexpr size_t kMost = 2000;  // bytes of the text that are shown
+    const std::string all =
+            printable(text.substr(0, kMost)) + (text.size() > kMost ? " [...]" : "");
+    const std::string indent(first.size(), ' ');
+    size_t begin = 0;
+    do {
+        const size_t room = kWidth - std::min(first.size(), kWidth / 2);
+        size_t end = all.size();
+        if (end - begin > room) {
+            end = all.rfind(' ', begin + room);
+            // A word longer than a line stays whole.
+            if (end == std::string::npos || end <= begin) end = all.find(' ', begin + room);
+            end = std::min(end, all.size());
+        }
+        out += (begin == 0 ? first : indent) + all.substr(begin, end - begin) + "\n";
+        begin = end + 1;
+    } while (begin < all.size());
+}
+
+std::string at(const Place& place) {
+    if (place.file.empty()) return "";
+    return place.file + (place.line > 0 ? ":" + std::to_string(place.line) : "");
+}
+
+void printAnswers(const Answers& answers, std::string& out) {
+    out += "\nWhat hung?\n";
+    printText(out, "  ", answers.hung.text);
+    out += "Why is that believed?\n";
+    printText(out, "  ", answers.why.text);
+    for (const Quote& quote : answers.why.quotes) {
+        printText(out, "    ", at(quote.place) + "  " + quote.text);
+    }
+    out += "What did the device do?\n";
+    printText(out, "  ", answers.did.text);
+    out += "Did it work?\n";
+    printText(out, "  ", answers.worked.text);
+    out += "What next?\n";
+    printText(out, "  ", answers.next.text);
+    if (!answers.next.replay.empty()) printText(out, "  replay: ", answers.next.replay);
+    for (const Limit& limit : answers.next.limits) {
+        printText(out, "  limit: ", limit.text + ", " + limit.link);
     }
 }
 
-void printFailures(const Report& report, std::string& out) {
-    out += "\nFailures and recovery stamps, oldest first\n";
-    if (report.failures.empty()) out += "  none recorded\n";
-    for (const Failure& failure : report.failures) {
-        print(out, "  %s  %s\n", printable(failure.time).c_str(),
-              describeErrorNumber(failure.number).c_str());
-        if (!failure.lastEvent.empty()) {
-            print(out, "      last event: %s\n", printable(failure.lastEvent).c_str());
-        }
-        if (!failure.country.empty()) {
-            print(out, "      country: %s\n", printable(failure.country).c_str());
-        }
+void printNotes(const std::vector<Note>& notes, std::string& out) {
+    for (const Note& note : notes) printText(out, "  " + note.file + ": ", note.text);
+}
+
+void printFailure(const Failure& failure, std::string& out) {
+    const std::string what = failure.number.type == 0 && !failure.number.stamp
+                                     ? describeSituation(failure.number)
+                                     : describeErrorNumber(failure.number);
+    printText(out, "    " + printable(timeOf(failure).substr(0, 40)) + "  ",
+              what + (failure.recorded ? "" : ", without a record"));
+    if (!failure.lastEvent.empty()) {
+        printText(out, "        last event: ", failure.lastEvent);
     }
-    if (report.pendingPhase) {
-        print(out, "  a failure of phase %s is not submitted yet\n",
-              printable(*report.pendingPhase).c_str());
+    const bool hasCountry = !failure.country.empty() && failure.country != "0";
+    if (hasCountry) printText(out, "        country: ", failure.country);
+}
+
+std::string actionOf(const Action& action) {
+    if (action.mode == 0) return "none: " + action.whyNone;
+    return modeName(action.mode) + ", by the " + sourceName(action.source);
+}
+
+void printEpisodes(const std::vector<Episode>& episodes, std::string& out) {
+    out += "\nEpisodes, oldest first\n";
+    if (episodes.empty()) out += "  none\n";
+    for (const Episode& episode : episodes) {
+        std::string line = outcomeName(episode.outcome);
+        if (!episode.curedBy.empty()) line += " by " + episode.curedBy;
+        if (episode.secondsToCure) line += " after " + durationOf(*episode.secondsToCure);
+        line += ", " + std::to_string(episode.boots) + (episode.boots == 1 ? " boot" : " boots");
+        if (episode.evidenceLost) line += ", evidence lost";
+        printText(out, "  ", line);
+        for (size_t i = 0; i < episode.failures.size(); ++i) {
+            printFailure(episode.failures[i], out);
+            printText(out, "        action: ", actionOf(episode.actions[i]));
+        }
+        if (episode.stamp) printFailure(*episode.stamp, out);
     }
 }
 
 void printRecovery(const Recovery& recovery, std::string& out) {
     out += "\nRecovery\n";
     if (recovery.lastMode != 0) {
-        print(out, "  last action: %s, for reason %d\n", modeName(recovery.lastMode).c_str(),
+        print(out, "  remembered: %s, for reason %d\n", modeName(recovery.lastMode).c_str(),
               recovery.lastReason);
     } else {
         out += "  no action is remembered\n";
     }
-    if (recovery.reason != 0) {
-        print(out, "  list for reason %d (%s):", recovery.reason,
-              recovery.override ? "pushed to the device" : "default");
-        for (const int mode : recovery.list) print(out, " %s;", modeName(mode).c_str());
-        out += recovery.list.empty() ? " empty\n" : "\n";
-    }
-    print(out, "  next: %s\n", recovery.next.c_str());
+    if (recovery.reason == 0) return;
+    std::string list;
+    for (const int mode : recovery.list) list += (list.empty() ? "" : ", ") + modeName(mode);
+    printText(out,
+              "  list for reason " + std::to_string(recovery.reason) +
+                      (recovery.override ? " (pushed): " : " (default): "),
+              list.empty() ? "empty" : list);
+    printText(out, "  next: ", recovery.next);
 }
 
 void printCaptures(const Report& report, std::string& out) {
@@ -75,21 +143,27 @@ void printCaptures(const Report& report, std::string& out) {
         print(out, "  %-20s %10lld bytes in %9lld", printable(capture.name).c_str(),
               static_cast<long long>(info.content), static_cast<long long>(info.size));
         if (info.ratio() > 0) print(out, "  %5.1fx", info.ratio());
-        print(out, "  %s\n", info.error.empty() ? "whole" : info.error.c_str());
+        // The daemon leaves an empty file for a log that it could not open, as a console that
+        // isn't there.
+        const char* what = info.error.empty() ? "whole" : info.error.c_str();
+        print(out, "  %s\n", info.size == 0 ? "not there when it was captured" : what);
     }
-    for (const std::string& line : report.journal) {
-        print(out, "  journal: %s\n", printable(line).c_str());
-    }
+    for (const JournalLine& line : report.journal) printText(out, "  journal: ", line.text);
 }
 
 void printBoots(const Report& report, std::string& out) {
-    out += "\nWhat the daemon decided\n";
+    out += "\nWhat the daemon decided, in seconds since its start\n";
     if (report.boots.empty()) out += "  nothing of its log was captured\n";
     for (const Boot& boot : report.boots) {
-        print(out, "  %s, from %s\n", printable(boot.title).c_str(), printable(boot.begin).c_str());
+        printText(out, "  ", boot.title + ", from " + boot.begin);
         for (const Event& event : boot.events) {
-            print(out, "  %10.3f  %-9s %s\n", event.t, event.kind.c_str(),
-                  printable(event.text).c_str());
+            char time[64];
+            snprintf(time, sizeof(time), "%10.3f  %-9s ", event.t, event.kind.c_str());
+            if (event.count > 1) {
+                snprintf(time, sizeof(time), "%10.0f to %.0f  %d polls, ", event.t, event.until,
+                         event.count);
+            }
+            printText(out, time, event.text);
         }
     }
 }
@@ -97,15 +171,18 @@ void printBoots(const Report& report, std::string& out) {
 }  // namespace
 
 std::string toText(const Report& report) {
+    const Judgement judgement = judge(report);
     std::string out;
-    print(out, "%s: %s\n", printable(report.device).c_str(),
-          report.readable ? printable(report.verdict).c_str() : "nothing to read");
+    print(out, "%s: %s\n", printable(report.device).c_str(), stateName(judgement.state));
+    printText(out, "  ", judgement.sentence);
     for (const Problem& problem : report.problems) {
-        print(out, "  damaged: %s: %s\n", printable(problem.file).c_str(),
-              printable(problem.what).c_str());
+        const std::string line = problem.line > 0 ? " line " + std::to_string(problem.line) : "";
+        printText(out, "  damaged: ", problem.file + line + ": " + problem.what);
     }
-    if (!report.readable) return out;
-    printFailures(report, out);
+    if (!report.isPartition) return out;
+    if (judgement.answers) printAnswers(*judgement.answers, out);
+    printEpisodes(judgement.episodes, out);
+    if (report.flag) printText(out, "  not submitted yet: a failure of phase ", *report.flag);
     printRecovery(report.recovery, out);
     out += "\nUploads not yet collected\n";
     if (report.uploads.empty()) out += "  none\n";

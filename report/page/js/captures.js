@@ -35,6 +35,6 @@ export function showCaptures() {
     const noteColumns = [["File", (note) => note.file], ["Text", (note) => note.text, "mono"]];
     byId("notes").hidden = notes.length === 0;
     byId("notes").append(table(plural(notes.length, "file"), noteColumns, notes));
-    const entries = list(report.journal).map((entry) => el("li", { class: "mono" }, asText(entry)));
+    const entries = list(report.journal).map((entry) => el("li", { class: "mono" }, asText(entry?.text ?? entry)));
     byId("journal").replaceChildren(entries.length ? el("ul", {}, ...entries) : nothing());
 }
