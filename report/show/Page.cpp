@@ -11,7 +11,7 @@
 #include "report/show/WholeFile.h"
 
 // Embedded by PageParts.S, each with a NUL at its end.
-extern "C" const char kPageHtml[], kPageCss[], kPageJs[], kChartJs[];
+extern "C" const char kPageHtml[], kPageCss[], kPageJs[], kLimitsMd[];
 
 namespace report {
 
@@ -47,6 +47,12 @@ void appendLog(const Capture& capture, const Append& append) {
     append("</script>\n");
 }
 
+void appendLimits(const Append& append) {
+    std::string text = kLimitsMd;
+    std::replace(text.begin(), text.end(), '<', kLessThan);
+    append("<script type=\"text/plain\" id=\"limits-text\">" + text + "</script>\n");
+}
+
 void appendData(const Report& report, const Append& append) {
     // "<" is only in texts of the JSON, where the escape means the same.
     const std::string json = escape(dump(toJson(report)), {{'<', "\\u003c"}});
@@ -66,9 +72,9 @@ void writePage(const Report& report, const std::string& path) {
             rest.remove_prefix(at + marker.size());
         };
         fill("<!--STYLE-->", kPageCss);
-        fill("<!--CHART-->", kChartJs);
         fill("<!--DATA-->", "");
         appendData(report, append);
+        appendLimits(append);
         fill("<!--SCRIPT-->", kPageJs);
         append(rest);
     });

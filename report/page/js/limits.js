@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// The known limits that apply, in the words of the documentation, which the page has with it.
+
+import { answers } from "./data.js";
+import { byId, el, fill, object, objects, text } from "./dom.js";
+
+const anchorOf = (limit) => text(limit.link).split("#")[1] ?? "";
+
+// Markdown without its marks; the page has no use for links into other documents.
+const plain = (markdown) => markdown.replace(/\[([^\]]*)\]\([^)]*\)/g, "$1").replace(/\*\*|`/g, "");
+
+// The paragraphs and points from an anchor to the next anchor or heading.
+function sectionOf(anchor) {
+    const lines = byId("limits-text")?.textContent.split("\n") ?? [];
+    const first = anchor === "" ? -1 : lines.indexOf(`\u0002a id="${anchor}">\u0002/a>`);
+    if (first < 0) return [];
+    const rest = lines.slice(first + 1);
+    const end = rest.findIndex((line) => line.startsWith("\u0002a id=") || line.startsWith("#"));
+    const section = rest.slice(0, end < 0 ? undefined : end).join("\n");
+    return section.split(/\n(?=- )|\n\n/).map((part) => plain(part.replace(/\s+/g, " ").trim())).filter(Boolean);
+}
+
+const limits = () => objects(object(answers.next).limits);
+
+// A link to the limit below, or its name where the documentation has no such place.
+export function limitLink(limit) {
+    const anchor = anchorOf(limit);
+    const words = text(limit.text) || anchor;
+    return sectionOf(anchor).length > 0 ? el("a", { href: `#limit-${anchor}` }, words) : el("span", {}, words);
+}
+
+export function showLimits() {
+    const known = limits().map((limit) => [anchorOf(limit), sectionOf(anchorOf(limit))])
+        .filter(([, section]) => section.length > 0);
+    byId("limits").hidden = known.length === 0;
+    fill("limits", ...known.map(([anchor, section]) => el("div", { id: `limit-${anchor}`, class: "limit" },
+        ...section.map((part) => el("p", {}, part.replace(/^- /, "• "))))));
+}
