@@ -9,6 +9,7 @@
 
 #include "fuzz/FuzzDevice.h"
 #include "fuzz/SplitModel.h"
+#include "report/judge/Judgement.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
@@ -69,6 +70,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           i < input.size() ? std::optional<std::string>(compressed(input[i])) : std::nullopt);
 
     const report::Report report = report::readReport("/velafs");
+    const report::State state = report::judge(report).state;
+    const bool green = state == report::State::NO_FAILURE || state == report::State::CURED;
+    if (green && (report.flag || report.recordsEndDamaged)) fault("green in spite of a flag");
+    if (green && !report.failures.empty() && !report.failures.back().number.stamp) {
+        fault("green in spite of a failure without a stamp");
+    }
+    if (state == report::State::NO_FAILURE &&
+        !(report.problems.empty() && report.journal.empty() && report.captures.empty())) {
+        fault("no failure, and traces of one");
+    }
     std::string text = report::toText(report);
     for (const std::string& line : linesOf(text)) {
         if (line.size() > kLongestLine) fault("two lines of the text have become one");

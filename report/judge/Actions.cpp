@@ -4,12 +4,12 @@
 #include "report/judge/Actions.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
 #include <optional>
 #include <stdexcept>
 
+#include "bootvigil/FailureCodes.h"
 #include "bootvigil/RecoveryLists.h"
 #include "report/read/Times.h"
 
@@ -19,6 +19,8 @@ namespace {
 
 // The check after boot, the later of the two that judge a recovery, comes so soon after a stamp.
 constexpr int64_t kLongestJudging = 600;  // seconds, with something to spare
+
+constexpr const char* kNotKnown = "not known";
 
 Action none(const std::string& why) {
     return {0, Source::NONE, why};
@@ -79,13 +81,15 @@ Actions::Actions(const Report& report, const Notices& notices)
     : mReport(report), mNotices(notices) {
     for (const Boot& boot : report.boots) {
         std::optional<int64_t> completed;
-        std::string cure = "user";
+        std::string cure;  // empty: not judged, as in a good boot that was short
         for (const Event& event : boot.events) {
             if (event.said == Said::COMPLETE) completed = secondsOfIso(event.iso);
             if (event.said == Said::JUDGED) cure = cureOfMode(atoi(event.rest.c_str()));
             if (event.said == Said::NOT_BY_THAT) cure = "user";
+            const bool none = event.said == Said::NO_RECOVERY || event.said == Said::DISABLED;
+            if (none && cure.empty()) cure = "user";
         }
-        if (completed) mJudged[*completed] = cure;
+        if (completed && !cure.empty()) mJudged[*completed] = cure;
     }
 }
 
@@ -130,14 +134,13 @@ std::string Actions::whyNothing(const Failure& failure, bool last) const {
     if (!isRecovered(failure.number)) return "the daemon does not recover from this";
     if (recovery.blocked == Blocked::DEADLY_LIST || recovery.blocked == Blocked::DISABLED ||
         recovery.blocked == Blocked::DAMAGED_HISTORY) {
-        return recovery.next.substr(strlen("nothing: "));
+        return recovery.next.substr(recovery.next.find(": ") + 2);
     }
     const bool captured =
             std::any_of(mReport.journal.begin(),
                         last ? mReport.journal.end() : mReport.journal.begin(),
                         [&](const JournalLine& line) { return isCaptureOf(line, failure); });
-    if (last && !captured)
-        return "no capture is journaled, so the daemon seems to have ended in it";
+    if (last && !captured) return "the daemon seems to have ended in the capture";
     return "no action is remembered";
 }
 
@@ -164,7 +167,8 @@ void Actions::takeHistory(Episode& episode, const std::vector<Walk>& walks) cons
     }
 }
 
-// Of an episode that has ended the history is gone; what was due is still known.
+// Of an episode that has ended the history is gone; what was due is still known. Only the history
+// of larger reasons may outlast an episode, so that the next one goes on in the list.
 void Actions::takeList(Episode& episode, const std::vector<Walk>& walks) const {
     for (size_t i = 0; i < episode.failures.size(); ++i) {
         const bool due = i == 0 ? walks[i].index > 0 : walks[i].index != walks[i - 1].index;
@@ -172,6 +176,8 @@ void Actions::takeList(Episode& episode, const std::vector<Walk>& walks) const {
             episode.actions[i] = none("the daemon does not recover from this");
         } else if (mReport.recovery.disabled) {
             episode.actions[i] = none("recovery is disabled from outside");
+        } else if (episode.failures[i].number.reason > REASON_STUCK) {
+            episode.actions[i] = none(kNotKnown);
         } else if (due) {
             episode.actions[i] = {walks[i].mode, Source::LIST, ""};
         } else {
@@ -209,7 +215,8 @@ std::string Actions::cureOf(const Episode& episode) const {
         const auto judged = mJudged.find(*stamped + lag);
         if (judged != mJudged.end()) return judged->second;
     }
-    return last.mode == 0 || last.mode == RECOVERY_WAIT_USER ? "user" : "unknown";
+    const bool nothing = last.mode == 0 && !last.whyNone.empty() && last.whyNone != kNotKnown;
+    return nothing || last.mode == RECOVERY_WAIT_USER ? "user" : "unknown";
 }
 
 }  // namespace report

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 
-#include "bootvigil/BootMilestones.h"
 #include "bootvigil/FailureCodes.h"
 #include "bootvigil/RecoveryLists.h"
 #include "report/judge/States.h"
@@ -25,43 +24,11 @@ std::string secondsOf(double seconds) {
     return durationOf(static_cast<int64_t>(seconds));
 }
 
-// The milestone after the one that came last; empty where the order doesn't tell.
-std::string nextMilestone(const std::string& event) {
-    const int index = milestoneIndex(event);
-    // The last of the table ends before some of those above it.
-    return index < 0 || index + 2 >= kMilestoneCount ? "" : kMilestoneNames[index + 1];
-}
-
-// The log around a notice.
-struct Story {
-    const Event* since = nullptr;     // the first of the last polls that saw the same event
-    const Event* deciding = nullptr;  // that names the stuck process or the loop
-    int polls = 0;
-    int timeouts = 0;
-    const Event* timeout = nullptr;  // the last one
-};
-
-Story storyOf(const Notice& notice) {
-    Story story;
-    if (!notice) return story;
-    const Event* last = lastPoll(notice);
-    bool same = last != nullptr && !last->rest.empty();
-    for (size_t i = notice.event; i-- > 0;) {
-        const Event& event = notice.boot->events[i];
-        if (event.error) break;  // an earlier failure of the same boot
-        if (event.said == Said::TIMEOUT) {
-            ++story.timeouts;
-            if (story.timeout == nullptr) story.timeout = &event;
-        }
-        const bool decides = event.said == Said::STUCK_PID || event.said == Said::LOOP;
-        if (decides && story.deciding == nullptr) story.deciding = &event;
-        if (event.said != Said::POLL || !same) continue;
-        same = event.rest == last->rest;
-        if (!same) continue;
-        story.since = &event;
-        story.polls += event.count;
-    }
-    return story;
+// "2026-11-15 11:08:10", or without the year where it isn't known.
+std::string clockOf(const Event& event) {
+    std::string clock = event.iso.empty() ? event.clock : event.iso;
+    if (!event.iso.empty()) clock[clock.find('T')] = ' ';
+    return clock.substr(0, clock.find('.'));
 }
 
 std::string phaseOf(const ErrorNumber& number) {
@@ -73,24 +40,24 @@ Hung whatHung(const Failure& failure, const Notice& notice, const Story& story) 
     Hung hung;
     const ErrorNumber& number = failure.number;
     if (isStall(number)) hung.event = parseBootEvent(failure.lastEvent);
-    hung.missing =
-            isRestartLoop(number) ? missingMilestone(number) : nextMilestone(hung.event.name);
+    hung.missing = missingMilestone(failure);
     hung.named = story.deciding != nullptr && story.deciding->said == Said::STUCK_PID;
     if (isStall(number) && story.since != nullptr) {
         hung.since = story.since;
         hung.silent = (*notice).t - story.since->t;
     }
     const BootEvent& event = hung.event;
+    const std::string who = event.process + (event.pid.empty() ? "" : " (pid " + event.pid + ")");
     if (event.process.empty()) {
         hung.text = describeSituation(number);
+    } else if (notice && !hung.named) {
+        hung.text = "not known which process; the last event, " + event.name + ", is of " + who;
     } else {
-        hung.text = event.process + (event.pid.empty() ? "" : " (pid " + event.pid + ")") +
-                    (notice && !hung.named ? ", which logged the last event but need not be stuck"
-                                           : "");
-        hung.text += ": nothing after " + event.name;
+        hung.text = who + ": nothing after " + event.name;
     }
     if (hung.since != nullptr) {
-        hung.text += " since " + hung.since->clock + ", " + secondsOf(*hung.silent) + " of silence";
+        hung.text +=
+                " since " + clockOf(*hung.since) + ", " + secondsOf(*hung.silent) + " of silence";
     }
     if (isStall(number) && !hung.missing.empty()) hung.text += "; never reached " + hung.missing;
     if (!event.process.empty()) hung.text += "; " + phaseOf(number);
@@ -121,13 +88,16 @@ Why whyBelieved(const Failure& failure, const Notice& notice, const Story& story
     };
     if (!notice) {
         why.text += "; the daemon's log of it was not captured";
-        why.quotes.push_back({"record of " + timeOf(failure), {failure.file, failure.line}});
+        why.quotes.push_back(
+                {failure.recorded ? "record" : "reason code", {failure.file, failure.line}});
         return why;
     }
     quote(story.since, "first poll with this last event");
     quote(story.timeout, "time-out " + std::to_string(story.timeouts));
     quote(story.deciding, story.deciding == nullptr ? "" : story.deciding->text);
-    quote(&*notice, (*notice).text);
+    quote(&*notice,
+          "verdict" + (failure.number.type == TYPE_NONE ? ""
+                                                        : " " + formatErrorNumber(failure.number)));
     if (story.polls > 0) why.text += "; " + plural(story.polls, "poll") + " saw it";
     if (story.timeouts > 0) why.text += "; decided at time-out " + std::to_string(story.timeouts);
     return why;
@@ -191,7 +161,6 @@ std::string describeCure(const std::string& by) {
 }
 
 Worked didItWork(const Judgement& judgement) {
-    const Episode& episode = judgement.headline();
     switch (judgement.state) {
         case State::CURED:
             break;
@@ -202,6 +171,7 @@ Worked didItWork(const Judgement& judgement) {
         default:
             return {"cannot be told: " + judgement.sentence, "unknown"};
     }
+    const Episode& episode = *judgement.headline();
     std::string text = describeCure(episode.curedBy);
     if (episode.secondsToCure) text += ", after " + durationOf(*episode.secondsToCure);
     return {text + ", in " + plural(episode.boots, "boot"), "yes"};
@@ -214,7 +184,7 @@ struct LimitFacts {
     const Story& story;
 
     const Episode& episode() const {
-        return judgement.headline();
+        return *judgement.headline();
     }
     const ErrorNumber& number() const {
         return episode().last().number;
@@ -252,7 +222,9 @@ constexpr struct {
          },
          "capture-ends-daemon",
          "what ends the daemon during a capture ends it before the recovery"},
-        {[](const LimitFacts& facts) { return facts.judgement.state == State::UNCLEAR; },
+        {[](const LimitFacts& facts) {
+             return facts.judgement.state == State::UNCLEAR && facts.number().type != TYPE_NONE;
+         },
          "nothing-is-synced", "a power cut can lose what was just written"},
         {[](const LimitFacts& facts) {
              return facts.isOpen() && facts.episode().actions.back().mode == RECOVERY_WAIT_USER;
@@ -296,6 +268,16 @@ Place firstToOpen(const Report& report, const Notice& notice, const Story& story
     return {};
 }
 
+std::string linkTo(const char* anchor) {
+    return std::string("docs/known-limits.md#") + anchor;
+}
+
+std::string describeNext(const Next& next) {
+    const std::string open = next.open.file + " at line " + std::to_string(next.open.line);
+    return (next.open.file.empty() ? "no log to open" : "open " + open) +
+           (next.recovery.empty() ? "" : "; the next failure leads to: " + next.recovery);
+}
+
 Next whatNext(const LimitFacts& facts, const Notice& notice) {
     Next next;
     const Report& report = facts.report;
@@ -309,19 +291,37 @@ Next whatNext(const LimitFacts& facts, const Notice& notice) {
     for (const auto& [applies, anchor, text] : kLimits) {
         constexpr size_t kMost = 2;
         if (next.limits.size() == kMost || !applies(facts)) continue;
-        next.limits.push_back({text, "docs/known-limits.md#" + std::string(anchor)});
+        next.limits.push_back({text, linkTo(anchor)});
     }
-    next.text = next.open.file.empty()
-                        ? "no log to open"
-                        : "open " + next.open.file + " at line " + std::to_string(next.open.line);
-    next.text += "; the next failure leads to: " + next.recovery;
+    next.text = describeNext(next);
     return next;
 }
 
 }  // namespace
 
+Answers answerWithoutEpisode(const Report& report, const Judgement& judgement) {
+    Answers answers;
+    answers.hung.text = "not known: no record and no log tells of it";
+    answers.why.text = judgement.sentence;
+    answers.why.rule = "none";
+    const JournalLine* capture = lastCapture(report);
+    answers.did.text =
+            capture == nullptr ? "no capture is journaled" : "logs captured: " + capture->text;
+    if (report.recovery.lastMode != 0) {
+        answers.did.action = {report.recovery.lastMode, Source::HISTORY, ""};
+        answers.did.text += "; " + describeAction(answers.did.action);
+    }
+    answers.worked = didItWork(judgement);
+    Next& next = answers.next;
+    next.open = firstToOpen(report, {}, {});
+    if (report.recovery.reason != 0) next.recovery = report.recovery.next;
+    next.text = describeNext(next);
+    next.limits = {{"a power cut can lose what was just written", linkTo("nothing-is-synced")}};
+    return answers;
+}
+
 Answers answer(const Report& report, const Judgement& judgement, const Notice& notice) {
-    const Episode& episode = judgement.headline();
+    const Episode& episode = *judgement.headline();
     const Story story = storyOf(notice);
     return {whatHung(episode.last(), notice, story), whyBelieved(episode.last(), notice, story),
             whatDone(report, episode, story), didItWork(judgement),

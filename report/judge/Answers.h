@@ -7,8 +7,11 @@
 
 namespace report {
 
-// About the last episode of a judgement that has its state. `notice` is where a log tells of the
-// episode's last failure, if one does.
+// About the headline of a judgement that has its state. `notice` is where a log tells of its last
+// failure, if one does.
 Answers answer(const Report& report, const Judgement& judgement, const Notice& notice);
+
+// The same of a device whose evidence contradicts itself, with nothing left of a failure.
+Answers answerWithoutEpisode(const Report& report, const Judgement& judgement);
 
 }  // namespace report

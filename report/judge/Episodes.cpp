@@ -25,7 +25,9 @@ std::vector<Episode> cut(const Report& report) {
             episodes.back().stamp = failure;
         }
         if (episodes.empty()) continue;
-        const bool lost = failure.afterDamage || !failure.recorded;
+        // What is never recorded is not lost.
+        const bool isRecord = failure.number.type != 0 || failure.number.stamp;
+        const bool lost = failure.afterDamage || (!failure.recorded && isRecord);
         episodes.back().evidenceLost = episodes.back().evidenceLost || lost;
     }
     if (!episodes.empty() && report.recordsEndDamaged) episodes.back().evidenceLost = true;

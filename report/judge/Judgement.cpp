@@ -17,7 +17,12 @@ Judgement judge(const Report& report) {
     judgement.state = decision.state;
     judgement.rule = decision.rule;
     judgement.sentence = std::move(decision.sentence);
-    if (judgement.episodes.empty()) return judgement;
+    if (judgement.episodes.empty()) {
+        if (judgement.state == State::UNCLEAR) {
+            judgement.answers = answerWithoutEpisode(report, judgement);
+        }
+        return judgement;
+    }
     Episode& last = judgement.episodes.back();
     if (judgement.state == State::UNCLEAR) last.outcome = Outcome::UNCLEAR;
     // A place in a captured log can be shown, one in a lab's own log only named.

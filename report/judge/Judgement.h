@@ -72,7 +72,7 @@ struct Next {
     Place open;          // no file: no log tells of it
     std::string replay;  // a command; empty where there is nothing to replay
     std::vector<Limit> limits;
-    std::string recovery;  // what the next failure leads to
+    std::string recovery;  // what the next failure leads to; empty where that isn't known
 };
 
 struct Answers {
@@ -89,10 +89,11 @@ struct Judgement {
     std::string rule;      // the name of the rule that decided on the state
     std::string sentence;  // why it is this state
     std::vector<Episode> episodes;
-    std::optional<Answers> answers;  // about the last episode; none without one
+    std::optional<Answers> answers;  // about the headline; none for a device that has not failed
 
-    const Episode& headline() const {
-        return episodes.back();
+    // The open episode, else the last one; null without any.
+    const Episode* headline() const {
+        return episodes.empty() ? nullptr : &episodes.back();
     }
 };
 

@@ -29,6 +29,16 @@ std::string keyOf(const std::string& file, int line) {
     return file + ":" + std::to_string(line);
 }
 
+// The poll before a notice, which it was decided by; null when the log has none.
+const Event* lastPoll(const Notice& notice) {
+    constexpr size_t kMostBetween = 8;  // events between a poll and the notice
+    const size_t first = notice.event - std::min(notice.event, kMostBetween);
+    for (size_t i = notice.event; i-- > first;) {
+        if (notice.boot->events[i].said == Said::POLL) return &notice.boot->events[i];
+    }
+    return nullptr;
+}
+
 Failure failureOf(const Notice& notice) {
     Failure failure;
     const Event& event = *notice;
@@ -76,15 +86,6 @@ std::optional<Failure> animationOfReasonCode(const Report& report) {
 
 }  // namespace
 
-const Event* lastPoll(const Notice& notice) {
-    constexpr size_t kMostBetween = 8;  // events between a poll and the notice
-    const size_t first = notice.event - std::min(notice.event, kMostBetween);
-    for (size_t i = notice.event; i-- > first;) {
-        if (notice.boot->events[i].said == Said::POLL) return &notice.boot->events[i];
-    }
-    return nullptr;
-}
-
 Notices::Notices(const std::vector<Boot>& boots) {
     for (const Boot& boot : boots) {
         for (size_t i = 0; i < boot.events.size(); ++i) {
@@ -112,6 +113,29 @@ Notice Notices::find(const Failure& failure) const {
         if (const Notice notice = look(keyOf(failure.number, *seconds - lag))) return notice;
     }
     return {};
+}
+
+Story storyOf(const Notice& notice) {
+    Story story;
+    if (!notice) return story;
+    const Event* last = lastPoll(notice);
+    bool same = last != nullptr && !last->rest.empty();
+    for (size_t i = notice.event; i-- > 0;) {
+        const Event& event = notice.boot->events[i];
+        if (event.error) break;  // an earlier failure of the same boot
+        if (event.said == Said::TIMEOUT) {
+            ++story.timeouts;
+            if (story.timeout == nullptr) story.timeout = &event;
+        }
+        const bool decides = event.said == Said::STUCK_PID || event.said == Said::LOOP;
+        if (decides && story.deciding == nullptr) story.deciding = &event;
+        if (event.said != Said::POLL || !same) continue;
+        same = event.rest == last->rest;
+        if (!same) continue;
+        story.since = &event;
+        story.polls += event.count;
+    }
+    return story;
 }
 
 std::vector<Failure> unrecordedFailures(const Report& report) {

@@ -44,8 +44,15 @@ private:
     std::unordered_map<std::string, Notice> mByKey;
 };
 
-// The poll before a notice, which it was decided by; null when the log has none.
-const Event* lastPoll(const Notice& notice);
+// What the log of a boot says before a notice.
+struct Story {
+    const Event* since = nullptr;     // the first of the last polls that saw the same event
+    const Event* deciding = nullptr;  // that names the stuck process or the loop
+    int polls = 0;
+    int timeouts = 0;
+    const Event* timeout = nullptr;  // the last one
+};
+Story storyOf(const Notice& notice);
 
 // Failures of which a log or the reason code tells, and no record: those after the last record.
 std::vector<Failure> unrecordedFailures(const Report& report);

@@ -200,7 +200,7 @@ Sentence blocked(const Facts& facts) {
     if (!isRecovered(facts.last()->last().number)) return std::nullopt;
     if (recovery.blocked == Blocked::NO && !last.switchedOff) return std::nullopt;
     return whatFailed(facts) + "; no boot has completed since, and recovery cannot go on: " +
-           (last.switchedOff ? last.whyNone : recovery.next);
+           (last.switchedOff ? last.whyNone : recovery.next.substr(recovery.next.find(": ") + 2));
 }
 
 Sentence open(const Facts& facts) {

@@ -84,6 +84,7 @@ constexpr Rule kRules[] = {
         {"waite user reboot", Said::WAIT, "request", "waits for the user to reboot"},
         {"isRecoverySuccess mode=", Said::JUDGED, "success",
          "judges the last recovery action, mode "},
+        {"Not occue recovery", Said::NO_RECOVERY, "success", "no recovery action to judge"},
         {"Not vela reboot.", Said::NOT_BY_THAT, "success", "not the reboot that was requested"},
         {"Not factory reset.", Said::NOT_BY_THAT, "success", "not the reset that was requested"},
         {"Have recoveryed.", Said::OTHER, "success", "recovered"},

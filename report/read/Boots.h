@@ -28,6 +28,7 @@ enum class Said {
     RESET,
     JUDGED,       // the last action by a good boot
     NOT_BY_THAT,  // the good boot isn't the action's
+    NO_RECOVERY,  // to judge
     COMPLETE,     // the boot is
     ENDED_EARLY,  // the daemon, by a signal or with a status
     OTHER,

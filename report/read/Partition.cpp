@@ -73,7 +73,8 @@ bool parseRecord(const std::string& line, Failure& failure) {
     failure.number = decodeErrorNumber(strtoul(number.c_str(), &end, 16));
     findBetween(line, "Country(", ")", failure.country);
     failure.iso = isoTime(failure.time);
-    return whole && !failure.iso.empty() && number.rfind("0x", 0) == 0 && *end == '\0' && number.size() <= 8;
+    return whole && !failure.iso.empty() && number.rfind("0x", 0) == 0 && *end == '\0' &&
+           number.size() <= 8;
 }
 
 // Reads the files of one partition into a report.
@@ -208,24 +209,6 @@ private:
 
 void readPartition(const std::string& partition, Report& report) {
     PartitionReader(partition, report).read();
-}
-
-BootEvent parseBootEvent(const std::string& text) {
-    const auto trimmed = [](const std::string& part) {
-        const size_t begin = part.find_first_not_of(' ');
-        if (begin == std::string::npos) return std::string();
-        return part.substr(begin, part.find_last_not_of(' ') + 1 - begin);
-    };
-    BootEvent event;
-    const size_t bar = text.find(" | ");
-    const std::string by = text.substr(0, bar);
-    if (bar != std::string::npos) event.name = trimmed(text.substr(bar + 3));
-    const size_t dash = by.find('-');
-    const bool hasPid =
-            dash != std::string::npos && dash > 0 && by.find_first_not_of("0123456789") == dash;
-    if (hasPid) event.pid = by.substr(0, dash);
-    event.process = trimmed(hasPid ? by.substr(dash + 1) : by);
-    return event;
 }
 
 void readRunLog(const std::string& path, Report& report) {

@@ -41,6 +41,10 @@ struct Failure {
     bool afterDamage = false;  // the line before it is damaged
 };
 
+// The milestone that a restart loop never reaches, or the one after a stall's last event; empty
+// where it can't be told.
+std::string missingMilestone(const Failure& failure);
+
 // A small file and its content.
 struct Note {
     std::string file;

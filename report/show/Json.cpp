@@ -3,6 +3,8 @@
 
 #include "report/show/Json.h"
 
+#include <stdlib.h>
+
 #include "common/Version.h"
 #include "report/judge/Judgement.h"
 
@@ -33,6 +35,13 @@ void addTime(Json& json, const std::string& name, const std::string& time, const
 Json placeOf(const Place& place) {
     if (place.file.empty()) return {};
     return {{"file", place.file}, {"line", orNull(place.line > 0, place.line)}};
+}
+
+// Digits that no pid has are none.
+Json pidOf(const BootEvent& event) {
+    constexpr size_t kMost = 9;
+    const bool known = !event.pid.empty() && event.pid.size() <= kMost;
+    return orNull(known, known ? atoi(event.pid.c_str()) : 0);
 }
 
 // What is known of an error number: null where there is none, as in an animation that stays.
@@ -81,25 +90,30 @@ static void to_json(Json& json, const Comparison& comparison) {
     json = {{"name", comparison.name}, {"milestones", comparison.milestones}};
 }
 
-// What is said of a failure wherever it is mentioned.
-static Json describeFailure(const Failure& failure) {
+// What is said of a failure wherever it is mentioned; nothing of one that isn't known.
+static Json describeFailure(const Failure* known) {
+    const Failure failure = known == nullptr ? Failure() : *known;
     const ErrorNumber& number = failure.number;
     const BootEvent event = parseBootEvent(failure.lastEvent);
-    return {{"number", numberOf(number)},
-            {"situation", describeSituation(number)},
-            {"phase_text", orNull(!number.stamp, phaseName(number))},
-            {"detail_text", orNull(!number.stamp, detailName(number))},
-            {"missing_milestone", orNull(missingMilestone(number))},
-            {"last_event", orNull(failure.lastEvent)},
-            {"pid", orNull(event.pid)},
-            {"process", orNull(event.process)},
-            {"event", orNull(event.name)}};
+    Json json = {{"number", numberOf(number)},
+                 {"situation", describeSituation(number)},
+                 {"phase_text", orNull(!number.stamp, phaseName(number))},
+                 {"detail_text", orNull(!number.stamp, detailName(number))},
+                 {"missing_milestone", orNull(missingMilestone(failure))},
+                 {"last_event", orNull(failure.lastEvent)},
+                 {"pid", pidOf(event)},
+                 {"process", orNull(event.process)},
+                 {"event", orNull(event.name)}};
+    for (Json& value : json) {
+        if (known == nullptr) value = nullptr;
+    }
+    return json;
 }
 
 static void to_json(Json& json, const Failure& failure) {
     const ErrorNumber& number = failure.number;
     addTime(json, "time", failure.time, failure.iso);
-    json.update(describeFailure(failure));
+    json.update(describeFailure(&failure));
     json["phase"] = orNull(!number.stamp, number.phase);
     json["detail_phase"] = orNull(!number.stamp, number.detailPhase);
     json["type"] = orNull(!number.stamp, number.type);
@@ -149,13 +163,13 @@ static Json episodeOf(const Report& report, const Episode& episode) {
     const Failure& last = episode.last();
     Json json = {{"device", report.device}};
     addTime(json, "begin", episode.failures.front().time, episode.failures.front().iso);
-    json.update(describeFailure(last));
+    json.update(describeFailure(&last));
     Json failures = Json::array();
     for (size_t i = 0; i < episode.failures.size(); ++i) {
         const Failure& failure = episode.failures[i];
         Json one;
         addTime(one, "time", failure.time, failure.iso);
-        one.update(describeFailure(failure));
+        one.update(describeFailure(&failure));
         one["recorded"] = failure.recorded;
         one["file"] = failure.file;
         one["line"] = orNull(failure.line > 0, failure.line);
@@ -176,13 +190,12 @@ static Json episodeOf(const Report& report, const Episode& episode) {
 
 static Json hungOf(const Judgement& judgement) {
     const Hung& hung = judgement.answers->hung;
-    const Failure& failure = judgement.headline().last();
+    const Episode* episode = judgement.headline();
     Json json = {{"text", hung.text}};
-    json.update(describeFailure(failure));
-    json["pid"] = orNull(hung.event.pid);
+    json.update(describeFailure(episode == nullptr ? nullptr : &episode->last()));
+    json["pid"] = pidOf(hung.event);
     json["process"] = orNull(hung.event.process);
     json["event"] = orNull(hung.event.name);
-    json["missing_milestone"] = orNull(hung.missing);
     json["named_stuck"] = hung.named;
     const bool known = hung.since != nullptr;
     addTime(json, "since", known ? hung.since->clock : "", known ? hung.since->iso : "");
@@ -193,7 +206,7 @@ static Json hungOf(const Judgement& judgement) {
 static Json answersOf(const Judgement& judgement) {
     if (!judgement.answers) return {};
     const auto& [hung, why, did, worked, next] = *judgement.answers;
-    const Episode& episode = judgement.headline();
+    const Episode episode = judgement.headline() == nullptr ? Episode() : *judgement.headline();
     Json limits = Json::array();
     for (const Limit& limit : next.limits) {
         limits.push_back({{"text", limit.text}, {"link", limit.link}});
@@ -222,7 +235,7 @@ static Json answersOf(const Judgement& judgement) {
               {"open", placeOf(next.open)},
               {"replay", orNull(next.replay)},
               {"limits", limits},
-              {"recovery", next.recovery}}}};
+              {"recovery", orNull(next.recovery)}}}};
 }
 
 Json toJson(const Report& report) {

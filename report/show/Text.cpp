@@ -78,15 +78,17 @@ void printAnswers(const Answers& answers, std::string& out) {
 }
 
 void printNotes(const std::vector<Note>& notes, std::string& out) {
-    for (const Note& note : notes) printText(out, "  " + note.file + ": ", note.text);
+    for (const Note& note : notes) {
+        printText(out, "  " + note.file + ": ", note.text.empty() ? "empty" : note.text);
+    }
 }
 
 void printFailure(const Failure& failure, std::string& out) {
-    const std::string what = failure.number.type == 0 && !failure.number.stamp
-                                     ? describeSituation(failure.number)
-                                     : describeErrorNumber(failure.number);
+    const bool hasNumber = failure.number.type != 0 || failure.number.stamp;
+    const std::string number = hasNumber ? " (" + formatErrorNumber(failure.number) + ")" : "";
     printText(out, "    " + printable(timeOf(failure).substr(0, 40)) + "  ",
-              what + (failure.recorded ? "" : ", without a record"));
+              describeSituation(failure.number) + number +
+                      (failure.recorded ? "" : ", without a record"));
     if (!failure.lastEvent.empty()) {
         printText(out, "        last event: ", failure.lastEvent);
     }
@@ -100,11 +102,11 @@ std::string actionOf(const Action& action) {
 }
 
 void printEpisodes(const std::vector<Episode>& episodes, std::string& out) {
-    out += "\nEpisodes, oldest first\n";
-    if (episodes.empty()) out += "  none\n";
+    if (!episodes.empty()) out += "\nEpisodes, oldest first\n";
     for (const Episode& episode : episodes) {
         std::string line = outcomeName(episode.outcome);
-        if (!episode.curedBy.empty()) line += " by " + episode.curedBy;
+        if (!episode.curedBy.empty() && episode.curedBy != "unknown")
+            line += " by " + episode.curedBy;
         if (episode.secondsToCure) line += " after " + durationOf(*episode.secondsToCure);
         line += ", " + std::to_string(episode.boots) + (episode.boots == 1 ? " boot" : " boots");
         if (episode.evidenceLost) line += ", evidence lost";
@@ -118,12 +120,11 @@ void printEpisodes(const std::vector<Episode>& episodes, std::string& out) {
 }
 
 void printRecovery(const Recovery& recovery, std::string& out) {
+    if (recovery.lastMode == 0 && recovery.reason == 0) return;
     out += "\nRecovery\n";
     if (recovery.lastMode != 0) {
         print(out, "  remembered: %s, for reason %d\n", modeName(recovery.lastMode).c_str(),
               recovery.lastReason);
-    } else {
-        out += "  no action is remembered\n";
     }
     if (recovery.reason == 0) return;
     std::string list;
@@ -136,8 +137,7 @@ void printRecovery(const Recovery& recovery, std::string& out) {
 }
 
 void printCaptures(const Report& report, std::string& out) {
-    out += "\nCaptured logs\n";
-    if (report.captures.empty()) out += "  none\n";
+    if (!report.captures.empty() || !report.journal.empty()) out += "\nCaptured logs\n";
     for (const Capture& capture : report.captures) {
         const ArchiveInfo& info = capture.info;
         print(out, "  %-20s %10lld bytes in %9lld", printable(capture.name).c_str(),
@@ -152,8 +152,9 @@ void printCaptures(const Report& report, std::string& out) {
 }
 
 void printBoots(const Report& report, std::string& out) {
-    out += "\nWhat the daemon decided, in seconds since its start\n";
-    if (report.boots.empty()) out += "  nothing of its log was captured\n";
+    if (!report.boots.empty()) {
+        out += "\nWhat the daemon decided, in seconds since its start\n";
+    }
     for (const Boot& boot : report.boots) {
         printText(out, "  ", boot.title + ", from " + boot.begin);
         for (const Event& event : boot.events) {
@@ -184,8 +185,7 @@ std::string toText(const Report& report) {
     printEpisodes(judgement.episodes, out);
     if (report.flag) printText(out, "  not submitted yet: a failure of phase ", *report.flag);
     printRecovery(report.recovery, out);
-    out += "\nUploads not yet collected\n";
-    if (report.uploads.empty()) out += "  none\n";
+    if (!report.uploads.empty()) out += "\nUploads not yet collected\n";
     printNotes(report.uploads, out);
     printCaptures(report, out);
     if (!report.notes.empty()) out += "\nNotes about the device\n";

@@ -20,7 +20,9 @@
 #include "lab/run/Expectations.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/scenario/Scenario.h"
+#include "report/judge/Judgement.h"
 #include "report/read/Boots.h"
+#include "report/read/Files.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
 #include "report/show/Page.h"
@@ -66,12 +68,69 @@ protected:
     std::vector<Record> mRecords;
 };
 
+// Green is for a device whose boot completed after all that went wrong, and for no other.
+TEST_P(RunTest, StateAgreesWithTheLab) {
+    bool open = false;       // something hung, and no boot has completed since
+    bool completed = false;  // the last boot has
+    bool harmed = false;     // by a power cut, or before the first boot
+    for (const Record& record : mRecords) {
+        const std::string text = record["kind"] == "log" ? record.value("text", "") : "";
+        if (record["kind"] == "boot") completed = false;
+        if (text.find("errNotifyWithReason") == 0 || text.find("checkReason Reason = 3,") == 0) {
+            open = true;
+        } else if (text.find("boot finished, enter launcher.") == 0) {
+            open = false;
+            completed = true;
+        }
+    }
+    for (const lab::Boot& boot : mScenario.boots) {
+        harmed = harmed || boot.unsynced != lab::Unsynced::KEPT;
+    }
+    for (const auto& [path, content] : mScenario.files) {
+        harmed = harmed || path.find("/velafs/SDD/") == 0;
+    }
+    const auto isGreen = [](report::State state) {
+        return state == report::State::NO_FAILURE || state == report::State::CURED;
+    };
+    const report::Report run = report::readReport(mFolder);
+    const report::Judgement judged = report::judge(run);
+    EXPECT_FALSE(open && isGreen(judged.state)) << judged.sentence;
+    EXPECT_TRUE(!completed || harmed || isGreen(judged.state)) << judged.sentence;
+    // the partition alone never says more, and is silent only where nothing could be written
+    const report::Report left = report::readReport(mFolder + "/root/velafs");
+    const report::Judgement own = report::judge(left);
+    const bool nothing = left.notes.empty() && left.failures.empty();
+    EXPECT_TRUE(own.state == judged.state || own.state == report::State::UNCLEAR || nothing)
+            << own.sentence;
+    // what is pointed at is there
+    const std::string limits = lab::readFile(lab::dataPath("../../docs/known-limits.md"));
+    for (const report::Limit& limit :
+         judged.answers ? judged.answers->next.limits : std::vector<report::Limit>()) {
+        const std::string anchor = limit.link.substr(limit.link.find('#') + 1);
+        EXPECT_NE(limits.find("<a id=\"" + anchor + "\">"), std::string::npos) << anchor;
+    }
+    for (const report::Quote& quote :
+         own.answers ? own.answers->why.quotes : std::vector<report::Quote>()) {
+        const std::string path =
+                mFolder + "/root/velafs" +
+                (quote.place.file[0] == '/' ? quote.place.file
+                                            : "/boot_vigil/log/" + quote.place.file + ".zs");
+        const std::string log =
+                quote.place.file[0] == '/' ? lab::readFile(path) : report::readArchive(path);
+        const std::string line = report::linesOf(log).at(quote.place.line - 1);
+        const bool isOfDaemon = line.find("BOOTVIGIL_DEBUG: ") != std::string::npos;
+        EXPECT_TRUE(isOfDaemon || line.find("TIME:") == 0 ||
+                    quote.place.file == "/boot_vigil/reason.txt")
+                << line;
+    }
+}
+
 TEST_P(RunTest, ReportAgreesWithTheLab) {
     for (const lab::Boot& boot : mScenario.boots) {
         if (boot.unsynced != lab::Unsynced::KEPT) GTEST_SKIP() << "a power cut damaged the files";
     }
     const report::Report report = report::readReport(mFolder);
-    EXPECT_EQ(report.pendingPhase.value_or(""), lastOf("flag"));
+    EXPECT_EQ(report.flag.value_or(""), lastOf("flag"));
     for (const report::Note& upload : report.uploads) {
         EXPECT_EQ(upload.text, lastOf("upload", upload.file));
     }
@@ -180,7 +239,7 @@ protected:
     // Every form comes out, and the file is named as damaged if it must be.
     void expectReport(const std::string& file, bool mustBeNamed, const std::string& how) {
         const report::Report read = report::readReport(mPartition);
-        EXPECT_TRUE(read.readable) << file << how;
+        EXPECT_TRUE(read.isPartition) << file << how;
         const std::string name = file.substr(mPartition.size());
         const bool named = std::any_of(read.problems.begin(), read.problems.end(),
                                        [&](const auto& problem) { return problem.file == name; });
@@ -279,10 +338,11 @@ TEST_F(DamageTest, PageHoldsHostileLogsAsText) {
 
 TEST(Text, LongAndHostileLinesStayLines) {
     report::Report read;
-    read.readable = true;
+    read.isPartition = true;
     read.notes = {{"pmic_info", std::string(5000, 'x')}, {"reason.txt", "\xc2\x9b\xc2\xa0\x1b"}};
     const std::string text = toText(read);
-    EXPECT_NE(text.find("x\n  reason.txt: \\xc2\\x9b\xc2\xa0\\x1b\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("x [...]\n  reason.txt: \\xc2\\x9b\xc2\xa0\\x1b\n"), std::string::npos)
+            << text;
 }
 
 TEST(Boots, NumbersBeyondAnyRunAreBroken) {
