@@ -9,16 +9,15 @@ import { placeLink } from "./places.js";
 
 const hasAnswers = () => Object.keys(answers).length > 0;
 
-// What stands for an answer where no failure is known.
+// What stands for the answers where nothing has failed.
 function withoutFailure(question) {
-    const clear = report.state === "no-failure";
-    const last = boots.at(-1);
+    if (report.state !== "no-failure") return [];
     const words = {
-        hung: clear ? "Nothing." : "No failure is known, and that there was none can't be told.",
-        why: `${sentence(text(report.sentence) || "this page's data doesn't tell")}.`,
-        did: last ? `In the last boot: ${last.outcome.words}.` : "No log of a boot is here.",
-        worked: clear ? "There was nothing to mend." : "Can't be told.",
-        next: clear ? "Nothing to do." : "See what is damaged or left over, below.",
+        hung: "Nothing.",
+        why: `${sentence(text(report.sentence))}.`,
+        did: boots.length ? `In its last boot: ${boots.at(-1).outcome.words}.` : "No log of a boot is here.",
+        worked: "There was nothing to mend.",
+        next: "Nothing to do.",
     };
     return [el("p", {}, words[question])];
 }
@@ -79,7 +78,6 @@ const questions = [
 ];
 
 export function showAnswers() {
-    if (report.state === "unreadable") return fill("answers");
     const rows = questions.flatMap(([key, question, show]) => {
         const shown = hasAnswers() ? show(object(answers[key])) : withoutFailure(key);
         return [el("dt", {}, question), el("dd", {}, ...(shown.length ? shown : [nothing("Not known.")]))];

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One boot's bar: how far it came, its silence or its rounds, and how it ended.
 
+import { short } from "./boots.js";
 import { compare } from "./data.js";
 import { el, objects, plural } from "./dom.js";
 import { mark, piece } from "./scale.js";
@@ -52,7 +53,7 @@ export function bar(boot, scale) {
     }
     pieces.push(...boot.timeouts.slice(0, MOST_MARKS).map((t) => mark(scale, "timeout", t)));
     pieces.push(mark(scale, `end ${outcome.color}`, outcome.at));
-    if (!scale.holds(boot.end)) notes.push(note("after", `the bar goes on to ${Math.round(boot.end)} s`));
+    if (!scale.holds(boot.end)) notes.push(note("after", `the bar goes on to ${short(boot.end)}`));
     const kernel = boot.offset === null && boot.milestones.length > 0 ? kernelTrack(boot, scale) : [];
     return [el("div", { class: "track" }, ...pieces), ...notes, ...kernel];
 }

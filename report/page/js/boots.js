@@ -2,14 +2,15 @@
 // The boots as the picture and the tables need them: how far each came, where it fell silent, how it ended.
 
 import { report } from "./data.js";
-import { list, object, objects, text } from "./dom.js";
+import { count, list, object, objects, text } from "./dom.js";
 
 const MOST_SECONDS = 1e9;  // a damaged clock must not stretch the axis beyond all sense
 const isTime = (value) => typeof value === "number" && value >= 0 && value <= MOST_SECONDS;
 
 export const seconds = (value) => (typeof value === "number" ? value.toFixed(3) : "–");
-export const short = (value) => `${Math.round(value)} s`;
+export const short = (value) => `${count(Math.round(value))} s`;
 
+const CODES = / \(0x.*/;
 const LAST_EVENT = "last event: ";
 
 // "1113-system_server  | AMS:systemReady" in parts; the process may be missing.
@@ -22,7 +23,7 @@ function parseEvent(words) {
 function failedWords(verdicts, events) {
     const verdict = verdicts.findLast((event) => /\(0x[0-9a-f]+/.test(event.text)) ?? verdicts.at(-1);
     const request = events.findLast((event) => event.kind === "request" && event.t >= verdict.t);
-    const what = verdict.text.replace(/ \(0x.*/, "");
+    const what = verdict.text.replace(CODES, "");
     return `${what || "a failure"} at ${short(verdict.t)}${request ? ` → ${request.text}` : ""}`;
 }
 
@@ -33,8 +34,11 @@ function outcomeOf(events, end) {
     const exit = events.findLast((event) => event.kind === "exit" && /^(killed|exit status)/.test(event.text));
     if (verdicts.length > 0) {
         const words = failedWords(verdicts, events);
-        const both = complete ? `complete at ${short(complete.t)}, then ${words}` : words;
-        return { color: "bad", sign: "✕", words: both, kind: verdicts.at(-1).text.replace(/ \(0x.*/, ""), at: verdicts[0].t };
+        const at = verdicts[0].t;
+        const kind = verdicts.at(-1).text.replace(CODES, "");
+        const done = complete ? `complete at ${short(complete.t)}` : "";
+        if (done && complete.t > at) return { color: "warn", sign: "!", words: `${words}, yet ${done}`, kind, at };
+        return { color: "bad", sign: "✕", words: done ? `${done}, then ${words}` : words, kind, at };
     }
     if (complete) {
         return { color: "good", sign: "✓", words: `complete at ${short(complete.t)}`, kind: "complete", at: complete.t };

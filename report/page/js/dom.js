@@ -8,7 +8,8 @@ export const isObject = (value) => typeof value === "object" && value !== null &
 export const object = (value) => (isObject(value) ? value : {});
 export const objects = (value) => list(value).filter(isObject);
 export const text = (value) => (typeof value === "string" ? value : "");
-export const count = (number) => number.toLocaleString("en-US");
+const grouped = new Intl.NumberFormat("en-US");  // one for all: making it is slow
+export const count = (number) => grouped.format(number);
 export const plural = (number, noun) => `${count(number)} ${noun}${number === 1 ? "" : "s"}`;
 export const shorten = (value, length) => (value.length > length ? `${value.slice(0, length - 1)}…` : value);
 // A name keeps its own spelling.
