@@ -284,7 +284,7 @@ Next whatNext(const LimitFacts& facts, const Notice& notice) {
     next.open = firstToOpen(report, notice, facts.story);
     const std::vector<Boot>& captured = report.hasRunLog ? report.captured : report.boots;
     if (Notices(captured).find(facts.episode().last())) {
-        next.replay = "bootvigil-lab replay " + quoted(report.partition);
+        next.replay = "bootvigil-lab replay " + quoted(report.partitionPath);
     }
     next.recovery = isRecovered(facts.number()) ? report.recovery.next
                                                 : "nothing: the daemon does not recover from this";

@@ -11,7 +11,7 @@ namespace report {
 // failure, if one does.
 Answers answer(const Report& report, const Judgement& judgement, const Notice& notice);
 
-// The same of a device whose evidence contradicts itself, with nothing left of a failure.
+// The same of a device whose evidence contradicts itself, without a headline.
 Answers answerWithoutEpisode(const Report& report, const Judgement& judgement);
 
 }  // namespace report

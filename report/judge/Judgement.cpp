@@ -17,7 +17,7 @@ Judgement judge(const Report& report) {
     judgement.state = decision.state;
     judgement.rule = decision.rule;
     judgement.sentence = std::move(decision.sentence);
-    if (judgement.episodes.empty()) {
+    if (judgement.headline() == nullptr) {
         if (judgement.state == State::UNCLEAR) {
             judgement.answers = answerWithoutEpisode(report, judgement);
         }

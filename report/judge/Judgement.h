@@ -91,9 +91,12 @@ struct Judgement {
     std::vector<Episode> episodes;
     std::optional<Answers> answers;  // about the headline; none for a device that has not failed
 
-    // The open episode, else the last one; null without any.
+    // The open episode, else the last one. Null without any, and where what is unclear came after
+    // the last one's end.
     const Episode* headline() const {
-        return episodes.empty() ? nullptr : &episodes.back();
+        if (episodes.empty()) return nullptr;
+        const bool ended = state == State::UNCLEAR && episodes.back().stamp;
+        return ended ? nullptr : &episodes.back();
     }
 };
 

@@ -14,6 +14,8 @@ namespace report {
 
 namespace {
 
+constexpr const char* kBackup = "/SDD/bfRecord_backup.txt";
+
 struct Facts {
     const Report& report;
     const std::vector<Episode>& episodes;
@@ -53,11 +55,11 @@ Sentence notPartition(const Facts& facts) {
 Sentence unreadFile(const Facts& facts) {
     const Problem* problem =
             problemOf(facts.report,
-                      {"SDD", "boot_vigil", "/SDD/bfRecord.txt", "/SDD/bfRecord_backup.txt",
-                       "/SDD/bfflag.txt", "/boot_vigil/recovery_flag.txt", "/boot_vigil/reason.txt",
-                       "/boot_vigil/log", "/boot_vigil/log/info"});
+                      {"SDD", "boot_vigil", "/SDD/bfRecord.txt", kBackup, "/SDD/bfflag.txt",
+                       "/boot_vigil/recovery_flag.txt", "/boot_vigil/reason.txt", "/boot_vigil/log",
+                       "/boot_vigil/log/info"});
     if (problem == nullptr) return std::nullopt;
-    return problem->file + " can't be read: " + problem->what;
+    return problem->file + ": " + problem->what + ", so what it tells is not known";
 }
 
 Sentence animation(const Facts& facts) {
@@ -83,9 +85,18 @@ Sentence damagedRecord(const Facts& facts) {
 }
 
 Sentence lonelyStamp(const Facts& facts) {
-    if (facts.last() != nullptr || facts.report.failures.empty()) return std::nullopt;
-    return "a boot completed after a failure on " + timeOf(facts.report.failures.front()) +
+    const std::vector<Failure>& records = facts.report.failures;
+    if (records.empty() || !records.back().number.stamp) return std::nullopt;
+    if (records.size() > 1 && !records[records.size() - 2].number.stamp) return std::nullopt;
+    return "a stamp of " + timeOf(records.back()) + " says that a boot completed after a failure" +
            ", and no record tells of that failure";
+}
+
+// The daemon makes a backup just before it begins the file again.
+Sentence onlyBackup(const Facts& facts) {
+    const std::vector<Failure>& records = facts.report.failures;
+    if (records.empty() || records.back().file != kBackup) return std::nullopt;
+    return "there is a backup of the record file, and no record in the file itself";
 }
 
 Sentence damagedFlag(const Facts& facts) {
@@ -231,6 +242,7 @@ constexpr struct {
         {State::UNCLEAR, "only-logged", onlyLogged},
         {State::UNCLEAR, "record-damaged", damagedRecord},
         {State::UNCLEAR, "stamp-alone", lonelyStamp},
+        {State::UNCLEAR, "backup-alone", onlyBackup},
         {State::UNCLEAR, "flag-damaged", damagedFlag},
         {State::UNCLEAR, "flag-alone", flagAlone},
         {State::UNCLEAR, "flag-missing", flagMissing},
@@ -274,7 +286,7 @@ std::string durationOf(int64_t seconds) {
     if (seconds < kMinute) return std::to_string(seconds) + " s";
     if (seconds < kHour) return two(seconds / kMinute, " min", seconds % kMinute, " s");
     if (seconds < kDay) return two(seconds / kHour, " h", seconds % kHour / kMinute, " min");
-    return two(seconds / kDay, " days", seconds % kDay / kHour, " h");
+    return two(seconds / kDay, seconds < 2 * kDay ? " day" : " days", seconds % kDay / kHour, " h");
 }
 
 }  // namespace report

@@ -23,7 +23,7 @@ Decision decideState(const Report& report, const std::vector<Episode>& episodes)
 // "2026-11-15 11:08:10", or the time as it stands where it can't be read.
 std::string timeOf(const Failure& failure);
 
-// "22 s", "2 min 5 s", "3 h 4 min", "5 days 3 h".
+// "22 s", "2 min 5 s", "3 h 4 min", "1 day 3 h".
 std::string durationOf(int64_t seconds);
 
 }  // namespace report

@@ -56,7 +56,7 @@ Report readReport(const std::string& folder) {
     fs::path partition = isRun ? path / "root/velafs" : path;
     if (!isPartition(partition) && isPartition(path / "velafs")) partition = path / "velafs";
     report.isPartition = isRun || isPartition(partition);
-    report.partition = partition;
+    report.partitionPath = partition;
     readPartition(partition, report);
     if (isRun) readRunLog(path / "run.jsonl", report);
     const std::string last = lastTime(report);

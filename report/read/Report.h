@@ -70,10 +70,10 @@ struct Comparison {
 };
 
 struct Report {
-    std::string path;          // of the folder, as given
-    std::string device;        // a name for it
-    std::string partition;     // the path of the partition found in it
-    bool isPartition = false;  // or a lab's run
+    std::string path;           // of the folder, as given
+    std::string device;         // a name for it
+    std::string partitionPath;  // the path of the partition found in it
+    bool isPartition = false;   // or a lab's run
     std::vector<Problem> problems;
     std::optional<std::string> flag;  // phase of a failure that is not submitted yet
     std::vector<Failure> failures;    // oldest first, stamps included
