@@ -157,16 +157,3 @@ export class LogIndex {
 
 // An expression that ignores case, since a lower-case copy may have other offsets than the text.
 export const matcher = (query) => new RegExp(query.replace(/[\\^$.*+?()[\]{}|/]/g, "\\$&"), "gi");
-
-// Runs a job in slices that leave the page alive; false when something newer has replaced it.
-export async function runSliced(steps, isCurrent) {
-    const SLICE = 20;
-    let until = performance.now() + SLICE;
-    while (!steps.next().done) {
-        if (performance.now() < until) continue;
-        await new Promise((resolve) => setTimeout(resolve));
-        if (!isCurrent()) return false;
-        until = performance.now() + SLICE;
-    }
-    return true;
-}

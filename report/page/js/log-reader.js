@@ -3,8 +3,9 @@
 
 import { logs, report } from "./data.js";
 import { asText, byId, count, el, fill, nothing, objects, plural } from "./dom.js";
-import { LogIndex, runSliced } from "./log-index.js";
+import { LogIndex } from "./log-index.js";
 import { makeRow, MOST_SHOWN, showInFull } from "./log-lines.js";
+import { debounced, runSliced } from "./pacing.js";
 import { RowView } from "./row-view.js";
 
 const MOST_TAGS = 2_000;
@@ -145,15 +146,6 @@ export async function readLog(name, number = 0) {
 
 export function renderLog(spareRows) {
     if (reader.index) view.render(spareRows);
-}
-
-// Waits for a pause in the typing.
-function debounced(action, delay = 150) {
-    let timer = 0;
-    return () => {
-        clearTimeout(timer);
-        timer = setTimeout(action, delay);
-    };
 }
 
 export function showReader() {
