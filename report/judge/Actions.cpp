@@ -37,8 +37,7 @@ std::optional<Action> actionOfLog(const Notice& notice) {
             case Said::WAIT:
                 return Action{RECOVERY_WAIT_USER, Source::LOG, ""};
             case Said::RESET:
-                if (notice.boot->first)
-                    return Action{0, Source::LOG, "a first boot needs no reset"};
+                if (notice.boot->first) return Action{0, Source::LOG, "the data is fresh already"};
                 return Action{RECOVERY_DATA_RESET, Source::LOG, ""};
             case Said::DISABLED:
                 return Action{0, Source::LOG, events[i].text, true};

@@ -103,6 +103,8 @@ Why whyBelieved(const Failure& failure, const Notice& notice, const Story& story
     return why;
 }
 
+constexpr const char* kService = "the log-capture service";
+
 // By whom the logs of a failure were captured, as the journal has it.
 std::string capturedBy(const Report& report, const Failure& failure) {
     std::string by;
@@ -110,7 +112,7 @@ std::string capturedBy(const Report& report, const Failure& failure) {
         const bool own = failure.recorded ? isCaptureOf(line, failure) : line.iso == failure.iso;
         if (!own) continue;
         if (line.what == "USER capture log") by = "the daemon";
-        if (line.what == "KEL capture log") by = "the log-capture service";
+        if (line.what == "KEL capture log") by = kService;
         if (by.empty() || line.what.find("kel dont") != 0) continue;
         by = "the daemon, as the service left nothing";
     }
@@ -119,7 +121,7 @@ std::string capturedBy(const Report& report, const Failure& failure) {
 
 std::string describeAction(const Action& action) {
     if (action.mode == 0) return "no action: " + action.whyNone;
-    const std::string name = modeName(action.mode);
+    std::string name = modeName(action.mode);
     switch (action.source) {
         case Source::LOG:
             return name;
@@ -144,7 +146,13 @@ Did whatDone(const Report& report, const Episode& episode, const Story& story) {
     did.capture = capturedBy(report, failure);
     did.action = episode.actions.back();
     did.text = did.signal.empty() ? "" : did.signal + "; ";
-    did.text += did.capture.empty() ? "no capture is journaled" : "logs captured by " + did.capture;
+    if (did.capture.empty()) {
+        did.text += "no capture is journaled";
+    } else if (did.capture == kService) {
+        did.text += did.capture + " was asked for the logs";
+    } else {
+        did.text += "logs captured by " + did.capture;
+    }
     did.text += "; " + describeAction(did.action);
     if (episode.failures.size() > 1) {
         did.text += "; " + std::to_string(episode.failures.size()) + " failures in a row";
@@ -227,6 +235,10 @@ constexpr struct {
          },
          "nothing-is-synced", "a power cut can lose what was just written"},
         {[](const LimitFacts& facts) {
+             return capturedBy(facts.report, facts.episode().last()) == kService;
+         },
+         "stale-capture", "an earlier capture of the service counts as this one"},
+        {[](const LimitFacts& facts) {
              return facts.isOpen() && facts.episode().actions.back().mode == RECOVERY_WAIT_USER;
          },
          "waiting", "waiting for the user tells nobody"},
@@ -275,7 +287,7 @@ std::string linkTo(const char* anchor) {
 std::string describeNext(const Next& next) {
     const std::string open = next.open.file + " at line " + std::to_string(next.open.line);
     return (next.open.file.empty() ? "no log to open" : "open " + open) +
-           (next.recovery.empty() ? "" : "; the next failure leads to: " + next.recovery);
+           (next.recovery.empty() ? "" : "; the next such failure leads to: " + next.recovery);
 }
 
 Next whatNext(const LimitFacts& facts, const Notice& notice) {
@@ -283,7 +295,8 @@ Next whatNext(const LimitFacts& facts, const Notice& notice) {
     const Report& report = facts.report;
     next.open = firstToOpen(report, notice, facts.story);
     const std::vector<Boot>& captured = report.hasRunLog ? report.captured : report.boots;
-    if (Notices(captured).find(facts.episode().last())) {
+    const Notice recorded = Notices(captured).find(facts.episode().last());
+    if (recorded && (*recorded).place.file == "android_main_log") {
         next.replay = "bootvigil-lab replay " + quoted(report.partitionPath);
     }
     next.recovery = isRecovered(facts.number()) ? report.recovery.next

@@ -72,7 +72,7 @@ struct Next {
     Place open;          // no file: no log tells of it
     std::string replay;  // a command; empty where there is nothing to replay
     std::vector<Limit> limits;
-    std::string recovery;  // what the next failure leads to; empty where that isn't known
+    std::string recovery;  // what the next such failure leads to; empty where that isn't known
 };
 
 struct Answers {
