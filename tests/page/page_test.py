@@ -206,9 +206,10 @@ class GivenPage(BrowserTest):
 
         for scheme in "light", "dark":
             self.set_scheme(scheme)
-            colors = self.script(code, inks + ["paper", "raised", "current", "mark", "control"])
+            colors = self.script(code, inks + ["paper", "raised", "current", "mark", "control", "bar"])
             pairs = [(ink, paper, 4.5) for ink in inks for paper in ("paper", "current")]
             pairs += [("ink", "raised", 4.5), ("muted", "raised", 4.5), ("ink", "mark", 4.5), ("control", "paper", 3)]
+            pairs += [("bar", "raised", 3), ("ink", "bar", 3), ("bad", "raised", 3)]
             for ink, paper, least in pairs:
                 low, high = sorted(luminance(colors[name]) for name in (ink, paper))
                 self.assertGreaterEqual((high + 0.05) / (low + 0.05), least, f"{ink} on {paper}, {scheme}")
