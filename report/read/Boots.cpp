@@ -154,9 +154,24 @@ std::optional<Milestone> parseMilestone(const std::string& line) {
     return Milestone{strtod(line.c_str(), nullptr) / 1000, name};
 }
 
+bool hasMilestone(const std::vector<Milestone>& milestones, const std::string& name) {
+    const auto same = [&](const Milestone& other) { return other.name == name; };
+    return std::any_of(milestones.begin(), milestones.end(), same);
+}
+
 void addMilestone(std::vector<Milestone>& milestones, const Milestone& milestone) {
-    const auto same = [&](const Milestone& other) { return other.name == milestone.name; };
-    if (std::none_of(milestones.begin(), milestones.end(), same)) milestones.push_back(milestone);
+    if (!hasMilestone(milestones, milestone.name)) milestones.push_back(milestone);
+}
+
+// A milestone that comes again after later ones begins a round of a loop.
+void addMilestone(Boot& boot, const Milestone& milestone) {
+    const int index = milestoneIndex(milestone.name);
+    if (index < boot.lastMilestone && hasMilestone(boot.milestones, milestone.name)) {
+        boot.rounds.push_back(milestone.t);
+    }
+    // The last of the table ends before some of those above it.
+    if (index + 1 < kMilestoneCount) boot.lastMilestone = index;
+    addMilestone(boot.milestones, milestone);
 }
 
 // A line with its time; most lines mean nothing here.
@@ -168,7 +183,7 @@ void addLine(Boot& boot, double t, const DaemonLine& line) {
     }
     if (startsWith(text, kLastLine)) {
         const auto milestone = parseMilestone(text.substr(strlen(kLastLine)));
-        if (milestone) addMilestone(boot.milestones, *milestone);
+        if (milestone) addMilestone(boot, *milestone);
         return;
     }
     if (startsWith(text, kFirstBoot)) boot.first = true;
@@ -244,6 +259,7 @@ void RunLog::addBoot(const Json& record) {
     tm date = {};
     if (gmtime_r(&start, &date) != nullptr) boot.year = date.tm_year + 1900;
     boot.begin = clockAfter(start, 0);
+    boot.kernelStart = 0;  // both start together in the lab
     boot.beginIso = isoClock(boot.begin, boot.year);
     boots.push_back(std::move(boot));
 }
@@ -270,7 +286,7 @@ void RunLog::add(const Json& record) {
         addLine(boots.back(), t, {clockAfter(start, t), 0, text, line, "run.jsonl"});
     } else if (kind == "event") {
         const std::string name = record.at("name");
-        if (milestoneIndex(name) >= 0) addMilestone(boots.back().milestones, {t, name});
+        if (milestoneIndex(name) >= 0) addMilestone(boots.back(), {t, name});
     } else if (kind == "clock") {
         start += static_cast<time_t>(number(record.at("seconds")));
     } else if (kind == "killed") {

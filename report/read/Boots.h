@@ -66,8 +66,12 @@ struct Boot {
     std::string beginIso;  // empty where the year is not known
     int year = 0;          // 0: not known
     bool first = false;    // since a wipe
+    // The kernel's start on the daemon's clock, in seconds.
+    std::optional<double> kernelStart;
     std::vector<Event> events;
     std::vector<Milestone> milestones;
+    std::vector<double> rounds;  // when the framework started again, in seconds of the kernel
+    int lastMilestone = -1;      // by its index; of no interest once all lines are in
 };
 
 // From the daemon's lines in captured logs. Such a log has no year.

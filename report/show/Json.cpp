@@ -81,7 +81,9 @@ static void to_json(Json& json, const Boot& boot) {
     json = {{"title", boot.title}, {"first", boot.first}};
     addTime(json, "begin", boot.begin, boot.beginIso);
     json["events"] = boot.events;
+    json["kernel_start"] = orNull(boot.kernelStart.has_value(), boot.kernelStart.value_or(0));
     json["milestones"] = boot.milestones;
+    json["rounds"] = boot.rounds;
 }
 
 static void to_json(Json& json, const Comparison& comparison) {

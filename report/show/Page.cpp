@@ -17,7 +17,7 @@
 #include "report/show/WholeFile.h"
 
 // Embedded by PageParts.S, each with a NUL at its end.
-extern "C" const char kPageHtml[], kPageCss[], kPageJs[], kChartJs[];
+extern "C" const char kPageHtml[], kPageCss[], kPageJs[], kLimitsMd[];
 
 namespace report {
 
@@ -111,11 +111,13 @@ private:
 
 void writePage(const Report& report, const std::string& path, size_t most) {
     // "<" is only in texts of the JSON, where the escape means the same.
-    const std::string data = "<script type=\"application/json\" id=\"report\">" +
-                             escape(dump(toJson(report)), {{'<', "\\u003c"}}) + "</script>\n";
+    std::string data = "<script type=\"application/json\" id=\"report\">" +
+                       escape(dump(toJson(report)), {{'<', "\\u003c"}}) + "</script>\n";
+    std::string limits = kLimitsMd;
+    std::replace(limits.begin(), limits.end(), '<', kLessThan);
+    data += "<script type=\"text/plain\" id=\"limits-text\">" + limits + "</script>\n";
     constexpr size_t kGapLine = 64;
-    size_t size =
-            data.size() + strlen(kPageHtml) + strlen(kPageCss) + strlen(kPageJs) + strlen(kChartJs);
+    size_t size = data.size() + strlen(kPageHtml) + strlen(kPageCss) + strlen(kPageJs);
     for (const Capture& capture : report.captures) {
         size += openingTag(capture).size() + strlen(kClosingTag) + kGapLine;
     }
@@ -134,7 +136,6 @@ void writePage(const Report& report, const std::string& path, size_t most) {
             rest.remove_prefix(at + marker.size());
         };
         fill("<!--STYLE-->", kPageCss);
-        fill("<!--CHART-->", kChartJs);
         fill("<!--DATA-->", data);
         for (const Capture& capture : report.captures) {
             append(openingTag(capture));

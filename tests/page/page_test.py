@@ -26,7 +26,7 @@ LOG = re.compile(r'<script type="text/plain" class="log" data-name="([^"]*)">(.*
 THREADTIME = re.compile(r"\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) (?:(.*?) *:(?: |$))?")
 PRIORITIES = "VDIWEF"
 SWITCHES = ["headless", "no-sandbox", "disable-gpu", "no-first-run", "disable-background-networking",
-            "disable-component-update", "disable-sync", "window-size=1280,900"]
+            "disable-component-update", "disable-sync", "window-size=1400,900"]
 
 
 # Nothing in the data may end its block or begin a comment in it, so no block has a "<".
@@ -90,6 +90,7 @@ class BrowserTest(unittest.TestCase):
         self.set_scheme(scheme)
         self.browser.get(file.as_uri())
         self.wait()
+        self.script("document.getElementById('reader-body').open = true")
 
     def set_scheme(self, scheme):
         features = [{"name": "prefers-color-scheme", "value": scheme}]
@@ -126,6 +127,15 @@ class BrowserTest(unittest.TestCase):
         return self.script("return [...document.querySelector(arguments[0]).rows].map("
                            "r => [...r.cells].map(c => c.textContent))", selector)
 
+    def texts(self, selector):
+        return self.script("return [...document.querySelectorAll(arguments[0])].map(e => e.textContent.trim())", selector)
+
+    def size(self, width):
+        metrics = {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False}
+        self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
+        self.addCleanup(self.browser.execute_cdp_cmd, "Emulation.clearDeviceMetricsOverride", {})
+        return self.script("const e = document.documentElement; return [e.scrollWidth, e.scrollHeight]")
+
 
 class GivenPage(BrowserTest):
     """The page as it is; all that is expected is read from its own data."""
@@ -143,35 +153,45 @@ class GivenPage(BrowserTest):
         self.set("log", place)
         return lines_of(self.logs[place][1])
 
-    def test_tables_hold_the_data_in_both_schemes(self):
-        def shown(value):
-            return "–" if value is None or value == "" else str(value)
-        keys = ["time", "number", "phase", "detail_phase", "type", "reason", "situation", "missing_milestone",
-                "last_event", "country"]
-        expected = [[shown(failure.get(key)) for key in keys] for failure in self.report.get("failures") or []]
+    def test_shows_the_data_in_both_schemes(self):
+        report, answers = self.report, self.report["answers"]
         for scheme in "light", "dark":
             self.open(scheme=scheme)
-            if expected:
-                self.assertEqual(self.table("#failures table")[1:], expected)
-            else:
-                self.assertIn("Nothing here", self.element("failures").text)
-        self.assertIn(self.report.get("device") or "", self.browser.title)
-        tables = self.script("return [...document.querySelectorAll('#timeline details')]"
-                             ".filter(d => d.textContent.startsWith('Events'))"
-                             ".map(d => d.querySelectorAll('tbody tr').length)")
-        counts = [len(boot.get("events") or []) for boot in self.report.get("boots") or []]
-        self.assertEqual(tables, [number for number in counts if number])
-        names = [row[0] for row in self.table("#captures table")[1:]] if self.report.get("captures") else []
-        self.assertEqual(names, [capture["name"] for capture in self.report.get("captures") or []])
+            self.assertIn(report["state"], self.element("state").text)
+            self.assertEqual(len(self.texts(".answers dt")), 5)
+            shown = self.element("answers").text.lower()
+            for words in answers["hung"]["text"], answers["why"]["text"], answers["worked"]["text"], answers["next"]["replay"]:
+                self.assertIn(words.lower(), shown)
+            head, *rows = self.table("#failures table")
+            for column, key in ("Error number", "number"), ("In words", "situation"), ("Last event", "last_event"):
+                self.assertEqual([row[head.index(column)] for row in rows],
+                                 [failure[key] or "–" for failure in report["failures"]])
+            self.assertEqual([row[0] for row in self.table("#captures table")[1:]],
+                             [capture["name"] for capture in report["captures"]])
+            self.assertEqual(self.texts(".boot-name"), [boot["title"] for boot in report["boots"]])
+        self.assertIn(report["device"], self.browser.title)
+        for boot in report["boots"]:
+            self.browser.find_element("link text", boot["title"]).click()
+            self.assertEqual(len(self.table("#boot details table")) - 1, len(boot["events"]))
 
-    def test_charts_follow_the_scheme(self):
-        canvases = "[...document.querySelectorAll('figure:not([hidden]) canvas')].map(c => c.toDataURL())"
-        light = self.script(f"return {canvases}")
-        boots = self.report.get("boots") or []
-        self.assertEqual(bool(light), any(boot.get("events") or boot.get("milestones") for boot in boots) or
-                         bool(self.report.get("compare")))
-        self.set_scheme("dark")
-        self.until(f"{canvases}.every(url => !{json.dumps(light)}.includes(url))", "redrawing the charts")
+    def test_decisive_lines_are_a_click_away(self):
+        lines = [line for line in self.report["answers"]["why"]["lines"] if line["file"] in dict(self.logs)]
+        self.assertTrue(lines)
+        for line in lines:
+            words = f"{line['file']}, line {line['line']:,}"
+            self.browser.find_element("link text", words).click()
+            self.wait()
+            expected = lines_of(dict(self.logs)[line["file"]])[line["line"] - 1].text
+            self.until("document.querySelector('.row.current')", words)
+            self.assertEqual(self.script("return document.querySelector('.row.current .text').textContent"), expected)
+
+    def test_fits_and_names_all_milestones(self):
+        names = {milestone["name"] for milestone in self.report["compare"]["milestones"]}
+        for width in 1400, 400:
+            self.assertLessEqual(self.size(width)[0], width)
+            self.assertEqual(set(self.texts(".milestones tbody th")), names)
+            cut = "return [...document.querySelectorAll('.milestones th')].filter(e => e.scrollWidth > e.clientWidth).length"
+            self.assertEqual(self.script(cut), 0)
 
     def test_contrast(self):
         code = """const style = getComputedStyle(document.documentElement);
@@ -186,9 +206,10 @@ class GivenPage(BrowserTest):
 
         for scheme in "light", "dark":
             self.set_scheme(scheme)
-            colors = self.script(code, inks + ["paper", "raised", "current", "mark", "control"])
+            colors = self.script(code, inks + ["paper", "raised", "current", "mark", "control", "bar"])
             pairs = [(ink, paper, 4.5) for ink in inks for paper in ("paper", "current")]
             pairs += [("ink", "raised", 4.5), ("muted", "raised", 4.5), ("ink", "mark", 4.5), ("control", "paper", 3)]
+            pairs += [("bar", "raised", 3), ("ink", "bar", 3), ("bad", "raised", 3)]
             for ink, paper, least in pairs:
                 low, high = sorted(luminance(colors[name]) for name in (ink, paper))
                 self.assertGreaterEqual((high + 0.05) / (low + 0.05), least, f"{ink} on {paper}, {scheme}")
@@ -259,7 +280,8 @@ class GivenPage(BrowserTest):
         self.assertEqual(base64.b64decode(data)[:5], b"%PDF-")
         self.assertEqual(self.script("return window.closed"), 0)
         self.assertTrue(self.script("return window.printed <= window.most"), "only the visible lines are printed")
-        self.assertEqual(self.script("return document.querySelectorAll('details[open], .printing').length"), 0)
+        self.assertEqual(self.script("return document.querySelectorAll('details[open]').length"), 1, "the log reader")
+        self.assertEqual(self.script("return document.querySelectorAll('.printing').length"), 0)
 
 
 class OtherData(BrowserTest):
@@ -300,15 +322,101 @@ class OtherData(BrowserTest):
         active.send_keys(Keys.END)
         self.assertIn(len(lines) - 1, self.rows())
 
+    def test_states_never_by_colour_alone(self):
+        for state, words, color in [("no-failure", "✓ no failure", "good"), ("cured", "✓ cured", "good"),
+                                    ("failing", "✕ failing", "bad"), ("blocked", "⊘ blocked", "bad"),
+                                    ("unclear", "? unclear", "warn"), ("unreadable", "– unreadable", "muted"),
+                                    ("healed", "? unclear", "warn"), (None, "? unclear", "warn")]:
+            self.open({"state": state, "sentence": "run.jsonl says so"})
+            self.assertEqual(self.texts(f"#state .badge.{color}"), [words])
+            self.assertEqual(self.element("state").text.split("\n")[-1], "run.jsonl says so.")
+            known = [words != "Not known." for words in self.texts(".answers dd")]
+            self.assertEqual(known, [state == "no-failure"] * 5, "what the data doesn't answer isn't made up")
+
+    def test_picture_names_what_it_draws(self):
+        poll = {"t": 40, "until": 460, "count": 15, "kind": "poll", "text": "last event: 1113-system_server  | AMS:ready"}
+        stall = {"t": 490, "kind": "verdict", "text": "stalled (0x502564: phase 5)"}
+        request = {"t": 500, "kind": "request", "text": "a reboot is requested"}
+        loop = {"t": 40, "kind": "verdict", "text": "came again and again: Zygote, count 5"}
+        good = {"t": 40, "kind": "success", "text": "the boot is complete"}
+        killed = {"t": 7, "kind": "exit", "text": "killed by signal 9"}
+        milestones = [{"t": 14.4, "name": "AMS:ready"}]
+        silence = "of silence after AMS:ready, 1113 system_server"
+        for boot, outcome, notes, rounds in [
+                ({"events": [poll, stall, request], "milestones": milestones, "kernel_start": 0},
+                 "✕ stalled at 490 s → a reboot is requested", [f"476 s {silence}"], 0),
+                ({"events": [poll, stall], "milestones": milestones, "kernel_start": None}, "✕ stalled at 490 s",
+                 [f"at least 450 s {silence}", "milestones in kernel seconds: nothing tells when the daemon started"], 0),
+                ({"events": [loop], "rounds": [10, 20, 50], "kernel_start": 0}, "✕ came again and again: Zygote, count 5 at 40 s",
+                 ["3 rounds; Zygote came 5 times"], 3),
+                ({"events": [stall, dict(good, t=1120)]}, "! stalled at 490 s, yet complete at 1,120 s", [], 0),
+                ({"events": [dict(poll, count=1, until=40), good]}, "✓ complete at 40 s", [], 0),
+                ({"events": [killed]}, "✕ killed by signal 9 at 7 s", [], 0),
+                ({"events": [poll]}, "? not known: its log ends at 460 s", [f"at least 420 s {silence}"], 0)]:
+            with self.subTest(outcome=outcome, notes=notes):
+                self.open({"boots": [boot]})
+                self.assertEqual(self.texts(".bars .outcome"), [outcome])
+                self.assertEqual(self.texts(".bars .note"), notes)
+                self.assertEqual(self.texts(".piece.round"), [str(n + 1) for n in range(rounds)])
+                last = self.script("return document.querySelector('.mark-end').style.left")
+                end = max(event.get("until", event["t"]) for event in boot["events"])
+                time_of = {"?": end, "✓": 40, "!": 490}.get(outcome[0], 490 if stall in boot["events"] else end)
+                self.assertAlmostEqual(float(last.rstrip("%")), 100 * time_of / end, delta=0.1)
+
+    def test_many_boots_and_events(self):
+        good = {"t": 40, "kind": "success", "text": "the boot is complete"}
+        stall = {"t": 250, "kind": "verdict", "text": "stalled in the system server (0x502564: phase 5)"}
+        poll = {"t": 1, "kind": "poll", "text": "last event: 1-a | b"}
+        mixed = [{"title": f"boot {n}", "events": [good if n * n % 7 else dict(stall, t=200 + n)]} for n in range(200)]
+        milestones = [{"t": n, "name": f"Milestone:of_some_length_{n}"} for n in range(11)]
+        self.open({"boots": mixed, "compare": {"name": "good", "milestones": milestones}}, [("log", "line")])
+        self.script("document.getElementById('reader-body').open = false")
+        for width in 1400, 400:
+            wide, high = self.size(width)
+            self.assertLessEqual(wide, width)
+            self.assertLessEqual(high, 4 * 900)
+        self.assertEqual(sum(int(n.split()[0]) for n in self.texts(".bundle ~ *, .boot-head > span > .outcome")) +
+                         len(self.texts(".boot-head > .outcome")), 200)
+        for what, report in [("boots", {"boots": [{"events": [good if n % 2 else stall]} for n in range(200_000)]}),
+                             ("events", {"boots": [{"events": [dict(poll, t=n) for n in range(200_000)]}]}),
+                             ("records", {"failures": [{"number": n} for n in range(200_000)]})]:
+            # The page's own time, whatever else the machine does.
+            self.browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
+            self.open(report)
+            metrics = self.browser.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
+            busy = next(metric["value"] for metric in metrics if metric["name"] == "TaskDuration")
+            self.browser.execute_cdp_cmd("Performance.disable", {})
+            print(f"200,000 {what}: opened in {busy:.2f} s of processor time")
+            self.assertLess(busy, 4)
+            self.assertLess(self.script("return document.querySelectorAll('*').length"), 4000)
+        self.script("document.querySelector('#failures details').open = true")
+        self.browser.find_element("css selector", "#failures button").click()
+        self.assertEqual([row[0] for row in self.table("#failures table")[1:]], [str(n) for n in range(400)])
+
+    def test_numbers_of_lines_reckon_with_left_out_ones(self):
+        why = {"lines": [{"file": "log", "line": line, "text": "x"} for line in (2, 500, 1005)] +
+                        [{"file": "run.jsonl", "line": 3, "text": "x"}]}
+        self.open({"answers": {"why": why}}, [("log", "first\nsecond\n… 1,001 lines left out\nafter\nlast\n")])
+        self.assertEqual(self.script("return document.querySelectorAll('.answers a').length"), 3, "no link without a log")
+        for link, text in zip(self.browser.find_elements("css selector", ".answers a"), ["second", "… 1,001", "last"]):
+            link.click()
+            self.wait()
+            self.assertIn(text, self.script("return document.querySelector('.row.current').textContent"))
+        self.assertEqual(self.element("line-title").text, "Line 1,005")
+
     def test_hostile_text_stays_text(self):
         hostile = "<script>alert(1)</script><img src=x onerror=alert(2)>\" & '"
         failure = dict.fromkeys(["time", "number", "situation", "missing_milestone", "last_event", "country"], hostile)
-        event = {"t": 1, "clock": hostile, "kind": "constructor", "text": hostile}
+        event = {"t": 1, "clock": hostile, "kind": "constructor", "text": hostile, "place": {"file": hostile, "line": 1}}
         milestone = {"t": 1, "name": hostile}
+        answer = {"text": hostile, "process": hostile, "lines": [{"text": hostile, "file": hostile, "line": 1}],
+                  "replay": hostile, "open": {"file": hostile}, "limits": [{"text": hostile, "link": f"#{hostile}"}]}
         report = {"device": hostile, "problems": [{"file": hostile, "what": hostile}], "failures": [failure],
+                  "state": hostile, "sentence": hostile, "episodes": [failure],
+                  "answers": dict.fromkeys(["hung", "why", "did", "worked", "next"], answer),
                   "recovery": {"history": hostile, "next": hostile}, "uploads": [{"file": hostile, "text": hostile}],
                   "captures": [{"name": hostile, "bytes": hostile, "ratio": hostile, "error": hostile}],
-                  "journal": [hostile], "boots": [{"title": hostile, "events": [event], "milestones": [milestone] * 2}],
+                  "journal": [{"text": hostile}], "boots": [{"title": hostile, "events": [event], "milestones": [milestone] * 2}],
                   "compare": {"name": hostile, "milestones": [milestone]}}
         # An opened script or comment would swallow the rest of the page.
         tagged = f"11-15 11:00:00.000  1  2 E <b>tag</b>: {hostile}"
@@ -320,21 +428,33 @@ class OtherData(BrowserTest):
         self.set("tag", "<b>tag</b>")
         self.assertEqual(self.rows(), {1: tagged})
         self.assertEqual(self.script("return document.querySelectorAll('main img, main script, main b').length"), 0)
-        self.assertEqual(self.table("#failures table")[1][8], hostile)
-        lanes = self.script("return Chart.getChart('events-chart').data.datasets.length")
-        self.assertEqual(lanes, 1, "an event of an unknown kind is drawn")
-        milestones = self.table("#timeline details:last-child table")[1:]
-        self.assertEqual(milestones, [[hostile, "1.000", "1.000", "0.000"], [f"{hostile} (2)", "1.000", "–", "–"]])
+        self.assertIn(hostile, self.table("#failures table")[1])
+        milestones = self.table(".milestones")[1:]
+        self.assertEqual(milestones, [[hostile, "", "1.000 s", "1.000 s", "±0.000 s"], [f"{hostile} (2)", "", "1.000 s", "–", ""]])
 
-    def test_missing_data(self):
-        keys = ["device", "problems", "pending", "failures", "recovery", "uploads", "captures", "journal", "boots",
-                "compare"]
-        for report in {}, dict.fromkeys(keys), dict.fromkeys(keys[1:], []), {"failures": [{}], "recovery": {},
-                "captures": [{}], "boots": [{}, {"events": [{}], "milestones": None}], "compare": {}}:
-            with self.subTest(report=report):
-                self.open(report)
-                self.assertIn("Nothing here", self.element("reader").text)
-                self.assertNotRegex(self.browser.find_element("tag name", "body").text, "undefined|null|NaN")
+    def test_unseen_characters_are_shown(self):
+        unseen, shown = "a\u202eb\x1bc\u200bd", r"a\u{202e}b\x1bc\u{200b}d"
+        self.open({"device": unseen, "boots": [{"title": unseen}], "failures": [{"number": unseen}]}, [("log", f"{unseen}\n")])
+        self.assertEqual(self.rows(), {0: shown})
+        for text in self.browser.title, self.texts(".boot-name")[0], self.texts("#boot-title")[0], self.texts("td")[0]:
+            self.assertIn(shown, text)
+
+    def test_damaged_data_empties_no_other_part(self):
+        whole = json.loads(REPORT.search(self.page)[1])
+        parts = {"answers": "#answers dd a", "boots": ".bars li", "failures": "#failures td", "captures": "#captures td",
+                 "episodes": "#episodes td", "recovery": "#recovery td", "uploads": "#uploads td", "compare": ".piece.ghost"}
+        strange = [[5, "x", [], {"t": "x"}], {"length": 3, "text": {}, "milestones": {}, "lines": {}}]
+        values = {key: [None, *strange[0]] if isinstance(value, list) else strange for key, value in whole.items()}
+        quarters = [dict(list(values.items())[start::4]) for start in range(4)]
+        for broken in quarters + [dict.fromkeys(whole, value) for value in [None, 5, "text", *strange]]:
+            with self.subTest(broken=broken):
+                self.open({**whole, **broken})
+                shown = self.script("return Object.entries(arguments[0]).filter(([, s]) => "
+                                    "document.querySelector(s)).map(([k]) => k)", parts)
+                gone = {"answers", "compare", *broken} if "boots" in broken else {"answers", *broken}
+                self.assertLessEqual(set(parts) - gone, set(shown))
+                text = self.browser.find_element("tag name", "body").text
+                self.assertNotRegex(text, r"undefined|\bnull\b|NaN|\[object|can't be shown")
         self.open({}, [("empty", ""), ("unended", "\nlast")])
         self.assertEqual(self.rows(), {0: "", 1: "last"})
         self.set("log", 0)
@@ -394,7 +514,7 @@ class Screenshot(BrowserTest):
         for scheme in "light", "dark":
             self.open(scheme=scheme)
             height = self.script("return document.documentElement.scrollHeight")
-            clip = {"x": 0, "y": 0, "width": 1280, "height": height, "scale": 1}
+            clip = {"x": 0, "y": 0, "width": 1400, "height": height, "scale": 1}
             parameters = {"captureBeyondViewport": True, "clip": clip}
             data = self.browser.execute_cdp_cmd("Page.captureScreenshot", parameters)["data"]
             file = self.file if scheme == "light" else self.file.with_stem(f"{self.file.stem}-dark")

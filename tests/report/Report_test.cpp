@@ -348,6 +348,23 @@ TEST(Boots, NumbersBeyondAnyRunAreBroken) {
     EXPECT_EQ(boots[0].begin, "11-15 11:00:00.000");
 }
 
+TEST(Boots, RoundBeginsWhereAMilestoneComesAgainAfterLaterOnes) {
+    std::string log = R"({"t":0,"kind":"boot","boot":1})";
+    int t = 0;
+    // the last of the table comes before AMS:systemReady, and one comes twice in each round
+    for (const char* name :
+         {"Zygote:Preload Start", "Zygote:Preload End", "Zygote:Preload End",
+          "Android:SysServerInit_END", "AMS:systemReady", "Zygote:Preload Start",
+          "Zygote:Preload End", "Android:SysServerInit_END", "AMS:systemReady"}) {
+        log += "\n{\"t\":" + std::to_string(++t) + R"(,"kind":"event","name":")" + name + "\"}";
+    }
+    size_t broken = 0;
+    const std::vector<report::Boot> boots = report::bootsOfRunLog(log, broken);
+    ASSERT_EQ(boots.size(), 1U);
+    EXPECT_EQ(boots[0].rounds, std::vector<double>{6});
+    EXPECT_EQ(boots[0].milestones.size(), 4U);
+}
+
 TEST(Boots, CompareTakesTheFirstOfEachMilestone) {
     const report::Comparison good = report::readComparison(lab::dataPath("profiles/healthy.txt"));
     ASSERT_EQ(good.milestones.size(), 11U);

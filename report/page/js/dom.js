@@ -4,37 +4,44 @@
 // Anything in the data may be missing or of another type; the page shows that instead of failing.
 export const byId = (id) => document.getElementById(id);
 export const list = (value) => (Array.isArray(value) ? value : []);
-export const count = (number) => number.toLocaleString("en-US");
+export const isObject = (value) => typeof value === "object" && value !== null && !Array.isArray(value);
+export const object = (value) => (isObject(value) ? value : {});
+export const objects = (value) => list(value).filter(isObject);
+export const text = (value) => (typeof value === "string" ? value : "");
+const grouped = new Intl.NumberFormat("en-US");  // one for all: making it is slow
+export const count = (number) => grouped.format(number);
 export const plural = (number, noun) => `${count(number)} ${noun}${number === 1 ? "" : "s"}`;
-export const shorten = (text, length) => (text.length > length ? `${text.slice(0, length - 1)}…` : text);
+export const shorten = (value, length) => (value.length > length ? `${value.slice(0, length - 1)}…` : value);
+// A name keeps its own spelling.
+export const sentence = (value) => value.replace(/^[a-z]+(?=[ ,:;]|$)/, (word) => word[0].toUpperCase() + word.slice(1));
+
+// Controls, bidirectional controls and other characters that can't be seen: a log must not be able
+// to turn what stands beside it around, or to look like another.
+const UNSEEN = new RegExp("[\\u0000-\\u0008\\u000b-\\u001f\\u007f-\\u009f\\u00ad\\u061c\\u115f\\u1160\\u17b4\\u17b5" +
+    "\\u180b-\\u180f\\u200b-\\u200f\\u2028-\\u202e\\u2060-\\u206f\\u3164\\ufe00-\\ufe0f\\ufeff\\uffa0\\ufff9-\\ufffb" +
+    "\\ud800-\\udfff\\u{e0000}-\\u{e0fff}]", "gu");
+const escaped = (character) => {
+    const code = character.codePointAt(0).toString(16);
+    return code.length <= 2 ? `\\x${code.padStart(2, "0")}` : `\\u{${code}}`;
+};
+export const visible = (value) => value.replace(UNSEEN, escaped);
 
 // Strings among the children become text nodes: what a log or a record says is never markup.
 export function el(tag, attributes = {}, ...children) {
     const node = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) node.setAttribute(name, value);
-    node.append(...children);
+    node.append(...children.map((child) => (typeof child === "string" ? visible(child) : child)));
     return node;
 }
 
-export const asText = (value) => (value === null || value === undefined || value === "" ? "–" : String(value));
-export const yesNo = (value) => (value === null || value === undefined ? null : value ? "yes" : "no");
-export const nothing = (text = "Nothing here.") => el("p", { class: "nothing" }, text);
-
-// A column is a title, what it shows of an item (a value or an element) and its class.
-export function table(caption, columns, items, { rowClass = () => "", style = "" } = {}) {
-    if (items.length === 0) return nothing();
-    const head = columns.map(([title, , kind]) => el("th", { scope: "col", class: kind ?? "" }, title));
-    const rows = items.map((item) => {
-        const cells = columns.map(([title, show, kind]) => {
-            const shown = show(item);
-            const content = shown instanceof Node ? shown : el("span", {}, asText(shown));
-            return el("td", { class: kind ?? "", "data-label": title }, content);
-        });
-        return el("tr", { class: rowClass(item) }, ...cells);
-    });
-    const body = [el("thead", {}, el("tr", {}, ...head)), el("tbody", {}, ...rows)];
-    return el("div", { class: "scroll" }, el("table", { class: style }, el("caption", {}, caption), ...body));
+export function asText(value) {
+    if (value === null || value === undefined || value === "") return "–";
+    return typeof value === "object" ? shorten(JSON.stringify(value), 200) : String(value);
 }
+
+export const yesNo = (value) => (value === null || value === undefined ? null : value ? "yes" : "no");
+export const nothing = (words = "Nothing here.") => el("p", { class: "nothing" }, words);
+export const fold = (title, ...content) => el("details", {}, el("summary", {}, title), ...content);
 
 export function fill(section, ...nodes) {
     byId(section).querySelector(".content").replaceChildren(...nodes);

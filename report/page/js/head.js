@@ -1,47 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
-// The head of the page: the verdict, and what is wrong with the data.
+// The head of the page: the device, its state, and what is wrong with the data.
 
-import { failures, recovery, report } from "./data.js";
-import { asText, byId, el, fill, list } from "./dom.js";
+import { report } from "./data.js";
+import { asText, byId, el, fill, list, object, sentence, text, visible } from "./dom.js";
+import { placeLink } from "./places.js";
 
-// The worst failure is the one that left the device earliest in its boot, the latest of these.
-function worstFailure() {
-    const phase = (failure) => failure.phase ?? Infinity;
-    return failures
-        .filter((failure) => !failure.stamp)
-        .reduce((worst, next) => (worst && phase(worst) < phase(next) ? worst : next), null);
-}
+// Each state has a sign and a word of its own, so that none depends on its colour.
+const states = {
+    "no-failure": ["good", "✓", "no failure"],
+    cured: ["good", "✓", "cured"],
+    failing: ["bad", "✕", "failing"],
+    blocked: ["bad", "⊘", "blocked"],
+    unclear: ["warn", "?", "unclear"],
+    unreadable: ["muted", "–", "unreadable"],
+};
 
-export function showVerdict() {
-    const worst = worstFailure();
-    const parts = [];
-    if (worst) {
-        const what = worst.situation || "failed to boot";
-        const phase = worst.phase === null || worst.phase === undefined ? "" : `, phase ${worst.phase}`;
-        // Stamps are recovery's own notes among the records, no failures.
-        const others = failures.filter((failure) => !failure.stamp).length;
-        const among = others > 1 ? `, the worst of ${others} failures` : "";
-        const when = worst.time ? ` on ${worst.time}` : "";
-        const number = `${worst.number ?? "no error number"}${phase}`;
-        // A stamp on the end tells what became of the device since.
-        const end = failures.at(-1);
-        const since = end.stamp && end.situation ? `; since then: ${end.situation}` : "";
-        parts.push(`${what[0].toUpperCase()}${what.slice(1)} (${number})${when}${among}${since}.`);
-    } else {
-        parts.push("No boot failure is recorded.");
-    }
-    if (recovery.next) parts.push(`At the next failure: ${recovery.next}.`);
-    const title = report.device ? `Boot report of ${report.device}` : "Boot report";
+export function showState() {
+    const title = visible(report.device ? `Boot report of ${asText(report.device)}` : "Boot report");
     document.title = title;
     byId("title").textContent = title;
-    byId("verdict").textContent = parts.join(" ");
-    byId("verdict").classList.toggle("bad", worst !== null);
+    // What doesn't say its state is no better than what says that it is unclear.
+    const [color, sign, word] = Object.hasOwn(states, report.state) ? states[report.state] : states.unclear;
+    const badge = el("strong", { class: `badge ${color}` }, el("span", { "aria-hidden": "true" }, sign), ` ${word}`);
+    const why = sentence(text(report.sentence));
+    byId("state").replaceChildren(badge, el("span", {}, why && `${why}.`));
 }
 
 // Hidden when there is none: unlike an empty table, a missing problem needs no mention.
 export function showProblems() {
-    const items = list(report.problems);
+    const items = list(report.problems).map(object);
     byId("problems").hidden = items.length === 0;
-    const line = ({ file, what }) => el("li", {}, el("code", {}, asText(file)), `: ${asText(what)}`);
-    fill("problems", el("ul", {}, ...items.map(line)));
+    const MOST = 50;
+    const lines = items.slice(0, MOST).map(({ file, line, what }) =>
+        el("li", {}, placeLink(asText(file), line), `: ${asText(what)}`));
+    if (items.length > MOST) lines.push(el("li", {}, `and ${items.length - MOST} more`));
+    fill("problems", el("ul", {}, ...lines));
 }

@@ -10,6 +10,9 @@ const HEAD = /\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) /y;
 const SPACE = 0x20;
 const COLON = 0x3a;
 const SEARCH_PIECE = 1 << 20;
+// What stands for the middle of a log that was too long for the page.
+const GAP = /^… ([\d,]+) lines left out$/;
+const ELLIPSIS = 0x2026;
 
 // Where each line of a log begins, its priority (0: none) and its tag (0: none).
 export class LogIndex {
@@ -23,10 +26,27 @@ export class LogIndex {
         this.tagUses = [0];
         this.tagNumbers = new Map();
         this.longest = 0;
+        this.gap = { line: Infinity, lines: 1 };
     }
 
     get count() {
         return this.tags.length;
+    }
+
+    // A line's number in the log as it was captured, from 1.
+    numberOf(line) {
+        return line <= this.gap.line ? line + 1 : line + this.gap.lines;
+    }
+
+    // The line of a number; where that line was left out, the one that says so.
+    lineOf(number) {
+        const { line, lines } = this.gap;
+        const wanted = number <= line ? number - 1 : Math.max(line, number - lines);
+        return Math.min(wanted, this.count - 1);
+    }
+
+    get digits() {
+        return String(this.numberOf(this.count - 1)).length;
     }
 
     // Yields now and then, for runSliced().
@@ -45,6 +65,10 @@ export class LogIndex {
 
     // A line in another layout has neither priority nor tag.
     addLine(start, end) {
+        if (this.gap.line === Infinity && this.text.charCodeAt(start) === ELLIPSIS) {
+            const gap = GAP.exec(this.text.slice(start, Math.min(end, start + 60)));
+            if (gap) this.gap = { line: this.count, lines: Number(gap[1].replaceAll(",", "")) };
+        }
         this.starts.push(start);
         this.longest = Math.max(this.longest, end - start);
         HEAD.lastIndex = start;
@@ -133,16 +157,3 @@ export class LogIndex {
 
 // An expression that ignores case, since a lower-case copy may have other offsets than the text.
 export const matcher = (query) => new RegExp(query.replace(/[\\^$.*+?()[\]{}|/]/g, "\\$&"), "gi");
-
-// Runs a job in slices that leave the page alive; false when something newer has replaced it.
-export async function runSliced(steps, isCurrent) {
-    const SLICE = 20;
-    let until = performance.now() + SLICE;
-    while (!steps.next().done) {
-        if (performance.now() < until) continue;
-        await new Promise((resolve) => setTimeout(resolve));
-        if (!isCurrent()) return false;
-        until = performance.now() + SLICE;
-    }
-    return true;
-}

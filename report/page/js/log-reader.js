@@ -2,12 +2,12 @@
 // The log reader: chooses, filters, searches and steps through a log.
 
 import { logs, report } from "./data.js";
-import { asText, byId, count, el, fill, list, nothing, plural } from "./dom.js";
-import { LogIndex, matcher, runSliced } from "./log-index.js";
+import { asText, byId, count, el, fill, nothing, objects, plural } from "./dom.js";
+import { LogIndex } from "./log-index.js";
+import { makeRow, MOST_SHOWN, showInFull } from "./log-lines.js";
+import { debounced, runSliced } from "./pacing.js";
 import { RowView } from "./row-view.js";
 
-const MOST_SHOWN = 4_000;  // characters of one row
-const MOST_IN_FULL = 20_000;
 const MOST_TAGS = 2_000;
 
 // What the reader shows. `passing` and `hits` hold line numbers; a null `passing` passes every line;
@@ -32,38 +32,11 @@ function rowOf(line) {
     return first;
 }
 
-// The text with every occurrence of the query in a mark.
-function markedText(text) {
-    if (reader.query === "") return [text];
-    const parts = [];
-    let done = 0;
-    for (const match of text.matchAll(matcher(reader.query))) {
-        parts.push(text.slice(done, match.index), el("mark", {}, match[0]));
-        done = match.index + match[0].length;
-    }
-    return [...parts, text.slice(done)];
-}
-
-function makeRow(row) {
-    const { index } = reader;
-    const line = lineOf(row);
-    const text = index.line(line, MOST_SHOWN);
-    const rest = index.length(line) - MOST_SHOWN;
-    const shown = rest > 0 ? `${text} … ${count(rest)} more characters` : text;
-    const number = el("span", { class: "number" }, String(line + 1).padStart(String(index.count).length));
-    const content = el("span", { class: `text p${index.priorities[line]}` }, ...markedText(shown));
-    const current = line === reader.current ? " current" : "";
-    return el("div", { class: `row${current}`, "data-line": line }, number, content);
-}
-
 // Shows a line wrapped and in full below the rows, where long ones leave the window.
 function selectLine(line) {
     reader.current = line;
     byId("line").hidden = line < 0;
-    if (line < 0) return;
-    const cut = reader.index.length(line) > MOST_IN_FULL ? `, its first ${count(MOST_IN_FULL)} characters` : "";
-    byId("line-title").textContent = `Line ${count(line + 1)}${cut}`;
-    byId("line-text").replaceChildren(...markedText(reader.index.line(line, MOST_IN_FULL)));
+    if (line >= 0) showInFull(reader, line);
 }
 
 function goToHit(place) {
@@ -117,7 +90,7 @@ function applyFilters() {
     const before = view.count > 0 ? lineOf(Math.min(Math.floor(view.top), view.count - 1)) : 0;
     reader.passing = index.filter(Number(byId("priority").value), byId("tag").value.trim());
     const shown = reader.passing ? reader.passing.length : index.count;
-    const width = Math.min(index.longest, MOST_SHOWN + 40) + String(index.count).length + 6;
+    const width = Math.min(index.longest, MOST_SHOWN + 40) + index.digits + 6;
     let text = reader.passing ? `${count(shown)} of ${plural(index.count, "line")}` : plural(index.count, "line");
     if (index.count === 0) text = "This log is empty";
     else if (index.tagNames.length === 1) text += ", without priorities or tags";
@@ -127,6 +100,7 @@ function applyFilters() {
     search();
 }
 
+// False when another log was opened meanwhile.
 async function openLog() {
     const job = ++reader.opening;
     ++reader.searching;  // a search in the log left behind is of no use any more
@@ -136,7 +110,7 @@ async function openLog() {
     if (!index) {
         byId("shown").textContent = "Reading …";
         index = new LogIndex(node.textContent);
-        if (!await runSliced(index.build(), () => job === reader.opening)) return;
+        if (!await runSliced(index.build(), () => job === reader.opening)) return false;
         indexes.set(node, index);
     }
     Object.assign(reader, { index, passing: null });
@@ -154,36 +128,34 @@ async function openLog() {
     view.resize(0, "");
     view.scroller.scrollLeft = 0;
     applyFilters();
+    return true;
 }
 
-// Chooses a log and goes to its lines.
-export function readLog(place) {
-    byId("log").value = String(place);
-    openLog();
+// Opens a log at a line, counted from 1 as everything that names one does; 0 is none.
+export async function readLog(name, number = 0) {
+    byId("reader-body").open = true;
+    byId("log").value = String(logs.findIndex((node) => node.dataset.name === name));
+    for (const id of ["search", "tag"]) byId(id).value = "";
+    byId("priority").value = "0";
     byId("reader").scrollIntoView();
     byId("lines").focus({ preventScroll: true });
+    if (!await openLog() || number === 0) return;
+    selectLine(reader.index.lineOf(number));
+    view.reveal(reader.current);
 }
 
 export function renderLog(spareRows) {
     if (reader.index) view.render(spareRows);
 }
 
-// Waits for a pause in the typing.
-function debounced(action, delay = 150) {
-    let timer = 0;
-    return () => {
-        clearTimeout(timer);
-        timer = setTimeout(action, delay);
-    };
-}
-
 export function showReader() {
     byId("reader-body").hidden = logs.length === 0;
-    if (logs.length === 0) return fill("reader", nothing());
-    view = new RowView(byId("lines"), byId("lines-space"), byId("lines-window"), makeRow);
+    if (logs.length === 0) return fill("reader", nothing("No log was captured."));
+    byId("reader-summary").textContent = `Read, search and filter ${plural(logs.length, "log")}`;
+    view = new RowView(byId("lines"), byId("lines-space"), byId("lines-window"), (row) => makeRow(reader, lineOf(row)));
     byId("log").append(...logs.map((node, place) => el("option", { value: place }, asText(node.dataset.name))));
     // Some captures are empty or short; the largest is the one to begin with.
-    const sizes = new Map(list(report.captures).map((capture) => [capture.name, Number(capture.bytes) || 0]));
+    const sizes = new Map(objects(report.captures).map((capture) => [capture.name, Number(capture.bytes) || 0]));
     const size = (node) => (node.firstChild ? sizes.get(node.dataset.name) ?? 1 : -1);
     const largest = logs.reduce((best, node, place) => (size(node) > size(logs[best]) ? place : best), 0);
     byId("log").value = String(largest);
@@ -209,6 +181,7 @@ export function showReader() {
         const typing = event.target.closest?.("input, select, textarea");
         if (event.key !== "/" || typing || event.altKey || event.ctrlKey || event.metaKey) return;
         event.preventDefault();
+        byId("reader-body").open = true;
         byId("search").focus();
         byId("search").select();
     });

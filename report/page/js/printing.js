@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Prints the whole page: paper can't be opened, scrolled or pointed at.
 
-import { drawCharts, resizeCharts } from "./charts.js";
 import { renderLog } from "./log-reader.js";
 
 export function watchPrinting() {
@@ -10,15 +9,11 @@ export function watchPrinting() {
         opened = [...document.querySelectorAll("details:not([open])")];
         for (const details of opened) details.open = true;
         document.documentElement.classList.add("printing");
-        drawCharts();
-        // The width of a page's text; the canvas doesn't learn the paper's in time.
-        resizeCharts(680);
         renderLog(0);
     });
     addEventListener("afterprint", () => {
         for (const details of opened) details.open = false;
         document.documentElement.classList.remove("printing");
-        drawCharts();
         renderLog();
     });
 }
