@@ -6,12 +6,10 @@
 #include <exception>
 
 #include "lab/commands/Commands.h"
-#include "lab/device/DeviceRoot.h"
 
 int main(int argc, char** argv) {
     using namespace lab;
     try {
-        requireDeviceRoot(argv);
         CommandLine line("Boots the daemon on simulated devices, in virtual time.");
         for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
         return line.run(argc, argv);

@@ -56,8 +56,8 @@ struct Tally {
 
 class Search {
 public:
-    explicit Search(const SagaOrder& order)
-        : mOrder(order), mJobs(order.count, order.jobs, [this](uint64_t index) {
+    Search(const SagaOrder& order, const std::string& folder)
+        : mOrder(order), mFolder(folder), mJobs(order.count, order.jobs, [this](uint64_t index) {
               return "seed " + std::to_string(mOrder.seed + index);
           }) {}
 
@@ -67,7 +67,7 @@ public:
                      mOrder.jobs));
         const auto started = std::chrono::steady_clock::now();
         const Jobs::Outcome jobs = mJobs.run([this] {
-            Workshop workshop;
+            Workshop workshop(mFolder);
             mJobs.forEachTask([&](uint64_t index) { runOne(workshop, index); });
         });
         printSums(
@@ -135,29 +135,30 @@ private:
         std::string what = "as it was made up";
         if (status != kSagaDifferent) {
             const size_t boots = worst.boots.size();
-            Workshop workshop;
+            Workshop workshop(mFolder);
             worst = shrink(std::move(worst), [&](const Scenario& candidate) {
                 const auto finding = judge(workshop.run(candidate, Keep::TRACE).outcomes());
                 return finding && finding->status == status;
             });
             what = format("reduced from %zu boots to %zu", boots, worst.boots.size());
         }
-        const std::string path =
-                mOrder.folder + "/saga-" + std::to_string(mOrder.seed + index) + ".yaml";
-        writeScenario(worst, path);
+        const std::string name = "/saga-" + std::to_string(mOrder.seed + index) + ".yaml";
+        writeScenario(worst, mFolder + "/out" + name);
+        const std::string path = mOrder.out + name;
         print(path + ": " + what + "; bootvigil-lab run " + path + " shows it");
         return status;
     }
 
     const SagaOrder& mOrder;
+    const std::string& mFolder;
     Jobs mJobs;
     Shared<Tally> mTally;
 };
 
 }  // namespace
 
-int runSagas(const SagaOrder& order) {
-    return Search(order).run();
+int runSagas(const SagaOrder& order, const std::string& folder) {
+    return Search(order, folder).run();
 }
 
 }  // namespace lab

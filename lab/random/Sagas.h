@@ -18,13 +18,14 @@ struct SagaOrder {
     int jobs = 1;        // processes
     Boots boots = Boots::ALL;
     bool untilBroken = false;  // start no scenario after the first broken rule
-    std::string folder;        // where a scenario that breaks a rule is written
+    std::string out;           // where a scenario that breaks a rule is to lie in the end
 };
 
 constexpr int kSagaNotRun = 1;  // no rule was broken, but a scenario or a whole job failed
 
+// Runs in the cage, of which `folder` is given; a scenario to keep is left below "out" in it.
 // Prints how it went and what was broken; gives 0, the status above or the worst in Judge.h. Throws
 // std::runtime_error when nothing can be run.
-int runSagas(const SagaOrder& order);
+int runSagas(const SagaOrder& order, const std::string& folder);
 
 }  // namespace lab

@@ -12,7 +12,6 @@
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
-#include "lab/base/TemporaryFolder.h"
 #include "lab/base/Text.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
@@ -26,6 +25,23 @@ constexpr size_t kMostBytes = 256 << 20;  // of a captured log; real buffers hav
 constexpr size_t kMostProfile = 1 << 20;  // the kernel's own buffer is smaller
 constexpr size_t kMostState = 1 << 16;
 
+std::string belowPartition(const std::string& devicePath) {
+    return devicePath.substr(kPartition.size());
+}
+
+// The path of a file in a partition, which comes from outside: a link on the way to it may lead
+// anywhere, and is refused.
+std::string pathIn(const std::string& partition, const std::string& devicePath) {
+    const std::string path = partition + belowPartition(devicePath);
+    for (std::filesystem::path part = path; part.native().size() > partition.size();
+         part = part.parent_path()) {
+        if (std::filesystem::is_symlink(part)) {
+            throw std::runtime_error(part.native() + ": a link, which is not followed");
+        }
+    }
+    return path;
+}
+
 // The content of an ordinary file of no more than `most` bytes; nothing else is opened.
 std::optional<std::string> readState(const std::string& path, size_t most) {
     std::error_code error;
@@ -36,13 +52,9 @@ std::optional<std::string> readState(const std::string& path, size_t most) {
     return readFile(path);
 }
 
-std::string belowPartition(const std::string& devicePath) {
-    return devicePath.substr(kPartition.size());
-}
-
 Remains readRemains(const std::string& partition) {
     const auto read = [&](const std::string& path) {
-        return readState(partition + belowPartition(path), kMostState);
+        return readState(pathIn(partition, path), kMostState);
     };
     return {read(kHistory), read(kRecord), read(kSuccessUpload), read(kOverride), read(kSwitch)};
 }
@@ -132,9 +144,9 @@ bool ReplayResult::agrees() const {
                        [](const ReplayItem& item) { return item.same; });
 }
 
-ReplayResult replay(const std::string& folder, const std::string& profilePath) {
+RebuiltRecord readRecord(const std::string& folder, const std::string& profilePath) {
     const std::string partition = findPartition(folder);
-    const std::string path = partition + belowPartition(archivePath("android_main_log"));
+    const std::string path = pathIn(partition, archivePath("android_main_log"));
     const auto runs = report::daemonRuns(report::daemonLines(readMainLog(path)));
     const Remains remains = readRemains(partition);
     std::optional<std::string> profile;
@@ -142,34 +154,36 @@ ReplayResult replay(const std::string& folder, const std::string& profilePath) {
         profile = readState(profilePath, kMostProfile);
         if (!profile) throw std::runtime_error(profilePath + ": no boot profile");
     }
-    std::optional<RebuiltBoot> rebuilt;
     try {
-        rebuilt = rebuildBoot(runs, remains, profile);
+        return {rebuildBoot(runs, remains, profile), path};
     } catch (const std::runtime_error& error) {
         const bool inProfile = std::string(error.what()) == "no event line";
         throw std::runtime_error((inProfile ? profilePath : path) + ": " + error.what());
     }
+}
 
-    const TemporaryFolder temporary;
-    ScenarioRun run(rebuilt->scenario, temporary.path() + "/run");
+ReplayResult replay(const RebuiltRecord& record, const std::string& folder) {
+    const RebuiltBoot& rebuilt = record.boot;
+    ScenarioRun run(rebuilt.scenario, folder + "/run", Keep::LOG, folder + "/tools");
     run.run();
     const std::vector<Verdict> verdicts = findVerdicts(runOf(run.records()));
     std::optional<Verdict> today;
-    if (verdicts.size() >= rebuilt->number) today = verdicts[rebuilt->number - 1];
+    if (verdicts.size() >= rebuilt.number) today = verdicts[rebuilt.number - 1];
     const Remains left = readRemains(run.root().at(kPartition));
-    const auto before = rebuilt->scenario.files.find(kHistory);
-    const bool stepped = before == rebuilt->scenario.files.end() || left.history != before->second;
+    const auto before = rebuilt.scenario.files.find(kHistory);
+    const bool stepped = before == rebuilt.scenario.files.end() || left.history != before->second;
 
     ReplayResult result;
-    result.about = rebuilt->scenario.about + " in " + path + "; boot profile: " + rebuilt->profile;
+    result.about =
+            rebuilt.scenario.about + " in " + record.log + "; boot profile: " + rebuilt.profile;
     result.items =
-            compare(*rebuilt, today, stepped ? actionName(left.history.value_or("")) : "none");
+            compare(rebuilt, today, stepped ? actionName(left.history.value_or("")) : "none");
     for (const Record& record : run.records()) {
         if (record["kind"] != "killed") continue;
         result.items.push_back(
                 {"the daemon", std::nullopt, "killed by signal " + record["signal"].dump(), true});
     }
-    result.notKnown = std::move(rebuilt->notKnown);
+    result.notKnown = rebuilt.notKnown;
     return result;
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/replay/RebuiltBoot.h"
+
 namespace lab {
 
 struct ReplayItem {
@@ -24,9 +26,19 @@ struct ReplayResult {
     bool agrees() const;
 };
 
-// Replays what is left in `folder`; `profilePath` may be empty. Throws std::runtime_error, one line
+// A recorded boot, ready to be run, and the log that it was taken from.
+struct RebuiltRecord {
+    RebuiltBoot boot;
+    std::string log;
+};
+
+// Reads what is left in `folder`; `profilePath` may be empty. Throws std::runtime_error, one line
 // with file and reason, when nothing can be replayed.
-ReplayResult replay(const std::string& folder, const std::string& profilePath);
+RebuiltRecord readRecord(const std::string& folder, const std::string& profilePath);
+
+// Boots on it in the cage, of which `folder` is given. Throws std::runtime_error when that can't be
+// done.
+ReplayResult replay(const RebuiltRecord& record, const std::string& folder);
 
 // For a person; bytes that would steer a terminal are replaced.
 std::vector<std::string> describeReplay(const ReplayResult& result);
