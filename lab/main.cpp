@@ -8,13 +8,11 @@
 
 #include "common/text/Printable.h"
 #include "lab/commands/Commands.h"
-#include "lab/device/DeviceRoot.h"
 
 int main(int argc, char** argv) {
     using namespace lab;
     close_range(STDERR_FILENO + 1, ~0U, 0);  // the caller's would count as the daemon's
     try {
-        requireDeviceRoot(argv);
         CommandLine line("Boots the daemon on simulated devices, in virtual time.");
         for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
         return line.run(argc, argv);

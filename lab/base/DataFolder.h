@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// The path of a file of lab/data, installed or in the source tree: dataPath("profiles/healthy.txt").
+// The path of a file of lab/data, installed or in the source tree, as of "profiles/healthy.txt".
 // The first call has to see the workstation's files.
 std::string dataPath(const std::string& name);
 

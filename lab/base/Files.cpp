@@ -16,11 +16,14 @@ namespace lab {
 
 namespace {
 
+// A pipe that somebody put in the place of a file is an error, and nothing to wait for.
+constexpr int kWrite = O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC;
+
 void writeAll(const std::string& path, const std::string& content, int flags) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
+    int fd = open(path.c_str(), kWrite | flags, 0644);
     if (fd < 0 && errno == ENOENT) {
         makeFolders(std::filesystem::path(path).parent_path());
-        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
+        fd = open(path.c_str(), kWrite | flags, 0644);
     }
     if (fd < 0) failWithErrno("cannot write", path);
     size_t done = 0;
@@ -67,7 +70,8 @@ std::string readFile(const std::string& path, size_t most) {
 }
 
 std::string readFileOr(const std::string& path, const std::string& missing) {
-    return fileExists(path) ? readFile(path) : missing;
+    std::error_code none;
+    return std::filesystem::is_regular_file(path, none) ? readFile(path) : missing;
 }
 
 void writeFile(const std::string& path, const std::string& content) {

@@ -13,7 +13,7 @@ constexpr int kCutOff = 125;        // the power did
 constexpr int kBrokenLab = 126;  // the lab could not do its part, and has said so on standard error
 
 [[noreturn]] inline void endBroken(const char* why) {
-    fprintf(stderr, "lab: %s\n", why);
+    fprintf(stderr, "%s\n", why);
     _exit(kBrokenLab);
 }
 

@@ -18,8 +18,7 @@ std::string TemporaryFolder::onDisk() {
 }
 
 std::string TemporaryFolder::inMemory() {
-    const bool told = getenv("TMPDIR") != nullptr;
-    return !told && access("/dev/shm", W_OK) == 0 ? "/dev/shm" : onDisk();
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : onDisk();
 }
 
 TemporaryFolder::TemporaryFolder(const std::string& base) : mPath(base + "/bootvigil-XXXXXX") {

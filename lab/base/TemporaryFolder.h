@@ -11,8 +11,8 @@ class TemporaryFolder {
 public:
     // In TMPDIR, else in /tmp.
     static std::string onDisk();
-    // The same, but in memory where the workstation has such a folder: for thousands of small
-    // files.
+    // In memory where the workstation has such a folder: for thousands of small files, and for
+    // what must not depend on the disk's file system.
     static std::string inMemory();
 
     // A new folder in `base`; throws std::runtime_error.

@@ -3,13 +3,20 @@
 
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include "lab/commands/CommandLine.h"
+#include "lab/device/Cage.h"
 
 namespace lab {
 
 // Exit status of every command where what was expected or recorded does not hold, or nothing could
 // be run. `sagas` and `replay` have more.
 constexpr int kFailed = 1;
+
+// Adds the options of every command that boots.
+void addCageOptions(Command& command, CageOptions& options);
 
 void addRun(CommandLine& line);
 void addList(CommandLine& line);

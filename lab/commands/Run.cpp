@@ -4,25 +4,26 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include "common/text/Printable.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
 #include "lab/commands/Scenarios.h"
+#include "lab/device/DeviceRoot.h"
 #include "lab/run/Expectations.h"
 #include "lab/run/Outcome.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/run/Timeline.h"
 #include "lab/scenario/Scenario.h"
+#include "common/text/Printable.h"
 
 namespace lab {
 
@@ -36,7 +37,10 @@ struct Options {
     bool quiet = false;
     bool effects = false;
     bool json = false;
+    CageOptions cage;
 };
+
+constexpr const char* kRun = "run";  // below the cage's folder
 
 void print(FILE* file, const std::string& line) {
     fprintf(file, "%s\n", line.c_str());
@@ -49,7 +53,9 @@ public:
         : mScenario(scenario), mRun(run), mRecords(run.records()) {
         std::vector<std::string> errors;
         for (const BootOutcome& outcome : run.outcomes()) errors.push_back(outcome.errors);
-        mBroken = compareWithScenario(scenario, mRecords, errors, run.root().path());
+        std::optional<InsideRoot> inside(run.root());
+        mBroken = compareWithScenario(scenario, mRecords, errors, "");
+        inside.reset();
         for (size_t i = 0; i < run.outcomes().size(); ++i) {
             for (const Violation& violation : run.outcomes()[i].violations) {
                 mBroken.push_back("boot " + std::to_string(i + 1) + ": " + violation.text);
@@ -123,35 +129,59 @@ private:
     std::vector<std::string> mBroken;
 };
 
-// Gives whether the scenario holds.
-bool runOne(const Scenario& scenario, const std::string& named, const Options& options) {
-    std::optional<TemporaryFolder> temporary;
-    if (named.empty()) temporary.emplace();
-    const std::string folder = named.empty() ? temporary->path() : named;
+// A scenario's run: where it is kept, if it is.
+struct Job {
+    const Scenario& scenario;
+    const Options& options;
+    std::string folder;
+    bool always;  // else only where something does not hold
+};
+
+// In the cage, of which `cage` is the folder.
+int runAndReport(const Job& job, const std::string& cage) {
+    const Options& options = job.options;
+    const std::string folder = cage + "/" + kRun;
     makeFolders(folder);
-    ScenarioRun run(scenario, folder);
+    ScenarioRun run(job.scenario, folder, Keep::LOG, cage + "/tools");
     run.run();
-    const Report report(scenario, run);
+    const Report report(job.scenario, run);
     const bool holds = report.broken().empty();
-    const bool silent = options.quiet || options.effects || options.json;
-    const bool kept = !named.empty() || !holds || !silent;
-    if (named.empty() && kept) temporary->keep();
     if (options.json) {
-        report.printJson(kept ? folder : "");
-        return holds;
-    }
-    if (options.effects) {
+        report.printJson(job.always || !holds ? job.folder : "");
+    } else if (options.effects) {
         report.printEffects();
     } else if (!options.quiet) {
         report.printBoots();
     }
-    if (!holds) {
-        fflush(stdout);
-        report.printBroken(folder);
-    } else if (kept) {
-        print(stdout, "\nwhat the daemon left behind: " + printable(folder) + "/root/velafs");
+    fflush(stdout);
+    if (!holds && !options.json) report.printBroken(job.folder);
+    return holds ? 0 : kFailed;
+}
+
+// Gives the exit status.
+int runOne(const Scenario& scenario, const std::string& named, const Options& options) {
+    namespace fs = std::filesystem;
+    if (!named.empty() && fs::exists(named) && !(fs::is_directory(named) && fs::is_empty(named))) {
+        print(stderr, "bootvigil-lab: " + printable(named) +
+                              ": cannot keep a run here: it is no empty folder");
+        return CommandLine::kWrongUsage;
     }
-    return holds;
+    std::optional<TemporaryFolder> temporary;
+    if (named.empty()) temporary.emplace();
+    const Job job = {scenario, options, named.empty() ? temporary->path() : named, !named.empty()};
+    Cage cage(options.cage, 1);
+    const int status =
+            cage.run([&](const std::string& folder) { return runAndReport(job, folder); });
+    if (!job.always && status != kFailed) return status;
+    return orLabFailed([&] {
+        cage.copyOut(kRun, job.folder);
+        if (temporary) temporary->keep();
+        if (status == 0 && !options.json) {
+            print(stdout,
+                  "\nwhat the daemon left behind: " + printable(job.folder) + "/root/velafs");
+        }
+        return status;
+    });
 }
 
 // All are read before the first one is run: a mistake in one shows at once.
@@ -172,31 +202,26 @@ bool readAll(const std::vector<std::string>& names, std::vector<Scenario>& scena
 int runScenarios(const Options& options) {
     std::vector<Scenario> scenarios;
     if (!readAll(options.scenarios, scenarios)) return CommandLine::kWrongUsage;
-    bool hold = true;
+    std::set<int> statuses;
     for (const Scenario& scenario : scenarios) {
         std::string folder = options.folder;
         if (scenarios.size() > 1 && !folder.empty()) {
             folder += "/" + std::filesystem::path(scenario.path).stem().string();
         }
         if (&scenario != &scenarios.front() && !options.json && !options.quiet) print(stdout, "");
-        try {
-            hold = runOne(scenario, folder, options) && hold;
-        } catch (const std::exception& error) {
-            print(stderr, "bootvigil-lab: " + printable(scenario.path) +
-                                  ": cannot be run: " + printable(error.what()));
-            hold = false;
-        }
+        fflush(stdout);
+        statuses.insert(runOne(scenario, folder, options));
     }
-    return hold ? 0 : kFailed;
+    return *statuses.rbegin();  // the worst
 }
 
 }  // namespace
 
 void addRun(CommandLine& line) {
     const auto options = std::make_shared<Options>();
-    line.add("run", "run scenarios and check what they expect")
-            .arguments("scenario", options->scenarios,
-                       "YAML files, or names of shipped scenarios (see `list`)")
+    Command& command = line.add("run", "run scenarios and check what they expect");
+    command.arguments("scenario", options->scenarios,
+                      "YAML files, or names of shipped scenarios (see `list`)")
             .text("--out", options->folder,
                   "keep the run in this folder (missing or empty); of several scenarios, each in "
                   "a folder of its name in there")
@@ -206,9 +231,11 @@ void addRun(CommandLine& line) {
             .flag("--json", options->json,
                   "print one JSON object per scenario: outcomes, effects and what does not hold")
             .exits({{0, "every scenario holds"},
-                    {kFailed, "a scenario does not hold, or could not be run"},
-                    {CommandLine::kWrongUsage, "wrong usage, or a scenario can't be read"}})
-            .does([options] { return runScenarios(*options); });
+                    {kFailed, "a scenario does not hold"},
+                    {CommandLine::kWrongUsage, "wrong usage, or a scenario can't be read"},
+                    {kLabFailed, "the lab failed"}});
+    addCageOptions(command, options->cage);
+    command.does([options] { return runScenarios(*options); });
 }
 
 }  // namespace lab

@@ -19,6 +19,7 @@
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
+#include "lab/base/Text.h"
 
 namespace lab {
 
@@ -38,8 +39,8 @@ constexpr const char* kBusyboxTools[] = {"rm", "tar", "printf", "head", "yes", "
 
 // The library that is the interpreter of both: its name holds a version, and the shell names it. An
 // emulator of programs may show another /lib to one that looks around there.
-std::string shellLibrary() {
-    const std::string shell = readFile(kSmallShell);
+std::string shellLibrary(const std::string& tools) {
+    const std::string shell = readFile(tools + kSmallShell);
     const size_t name = shell.find("/lib/klibc-");
     if (name == std::string::npos) {
         throw std::runtime_error(std::string(kSmallShell) +
@@ -48,14 +49,13 @@ std::string shellLibrary() {
     return shell.c_str() + name;
 }
 
-void linkOrCopy(const std::string& from, const std::string& to) {
-    std::error_code error;
-    std::filesystem::create_hard_link(from, to, error);
-    if (!error) return;
-    std::filesystem::copy_file(from, to, error);
-    if (error) {
-        throw std::runtime_error("cannot copy " + from + " to " + to + ": " + error.message());
+// The first program that is missing of those that a device root is made of, as a line.
+std::string missingTool() {
+    for (const auto& [program, package] :
+         {std::pair{kBusybox, "busybox-static"}, std::pair{kSmallShell, "klibc-utils"}}) {
+        if (!fileExists(program)) return format("%s is missing (package %s)", program, package);
     }
+    return "";
 }
 
 // Adds a program to the root; like a device's, these print what the simulated buffers hold.
@@ -66,14 +66,24 @@ void writeScript(const std::string& path, const std::string& text) {
 
 }  // namespace
 
+void takeOwnMounts() {
+    if (unshare(CLONE_NEWNS) != 0) {
+        if (errno == EPERM) return;
+        failWithErrno("cannot make a mount namespace for", "device roots");
+    }
+    // Inside a chroot "/" is no mount that could be made private, and so none of ours to worry
+    // about.
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 && errno != EINVAL) {
+        failWithErrno("cannot make private", "the mounts");
+    }
+}
+
 void requireDeviceRoot(char** argv) {
-    for (const auto& [program, package] :
-         {std::pair{kBusybox, "busybox-static"}, std::pair{kSmallShell, "klibc-utils"}}) {
-        if (fileExists(program)) continue;
-        fprintf(stderr, "%s: %s is missing (package %s)\n", argv[0], program, package);
+    if (const std::string missing = missingTool(); !missing.empty()) {
+        fprintf(stderr, "%s: %s\n", argv[0], missing.c_str());
         exit(1);
     }
-    if (geteuid() == 0) return;
+    if (geteuid() == 0) return takeOwnMounts();
     if (getenv(kInNamespace) != nullptr ||
         system("unshare --user --map-root-user --mount true 2>/dev/null") != 0) {
         fprintf(stderr,
@@ -92,10 +102,13 @@ void requireDeviceRoot(char** argv) {
 }
 
 void copyDeviceTools(const std::string& folder) {
+    if (const std::string missing = missingTool(); !missing.empty()) {
+        throw std::runtime_error(missing);
+    }
     for (const std::string& path : {std::string(kBusybox), std::string(kSmallShell),
-                                    std::string(kSmallCat), shellLibrary()}) {
+                                    std::string(kSmallCat), shellLibrary("")}) {
         makeFolders(std::filesystem::path(folder + path).parent_path());
-        linkOrCopy(path, folder + path);
+        std::filesystem::copy_file(path, folder + path);
     }
 }
 
@@ -110,11 +123,18 @@ DeviceRoot::DeviceRoot(std::string path, const std::string& tools) : mPath(std::
     makeFolders(at(kLogs), 0777);
     makeFolders(at(kRecordFolder), 0777);
     std::filesystem::create_directory_symlink("system/bin", at("/bin"));
-    const std::string library = shellLibrary();
-    linkOrCopy(tools + kSmallShell, at(kShell));
-    linkOrCopy(tools + kSmallCat, at(kToolFolder + "cat"));
-    linkOrCopy(tools + library, at(library));
-    linkOrCopy(tools + kBusybox, at(kToolFolder + "busybox"));
+    const std::string library = shellLibrary(tools);
+    for (const auto& [tool, place] : {std::pair<std::string, std::string>{kSmallShell, kShell},
+                                      {kSmallCat, kToolFolder + "cat"},
+                                      {library, library},
+                                      {kBusybox, kToolFolder + "busybox"}}) {
+        // Never a link to the workstation's own, which a boot could write to.
+        if (tools.empty()) {
+            std::filesystem::copy_file(tool, at(place));
+        } else {
+            std::filesystem::create_hard_link(tools + tool, at(place));
+        }
+    }
     for (const char* tool : kBusyboxTools) {
         std::filesystem::create_symlink("busybox", at(kToolFolder + tool));
     }
@@ -134,13 +154,12 @@ std::string DeviceRoot::at(const std::string& devicePath) const {
 }
 
 void DeviceRoot::mountPartition(size_t bytes) const {
-    const std::string options = "mode=0777,size=" + std::to_string(bytes);
-    // A namespace of this process's own keeps the mount from the rest of the workstation. Inside a
-    // chroot "/" is no mount that could be made private, and so none of ours to worry about.
-    if (unshare(CLONE_NEWNS) != 0 ||
-        (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 && errno != EINVAL)) {
-        failWithErrno("cannot make a mount namespace for", at(kPartition));
+    const auto most = std::filesystem::space(mPath).capacity;
+    if (bytes > most) {
+        throw std::runtime_error(
+                format("a partition of %zu bytes is larger than the %ju there are", bytes, most));
     }
+    const std::string options = format("mode=0777,nr_inodes=64k,size=%zu", bytes);
     if (mount("velafs", at(kPartition).c_str(), "tmpfs", 0, options.c_str()) != 0) {
         failWithErrno("cannot mount a partition at", at(kPartition));
     }
@@ -169,7 +188,8 @@ void DeviceRoot::enter() const {
 }
 
 InsideRoot::InsideRoot(const DeviceRoot& root)
-    : mOldRoot(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+    : mWasInside(gInside),
+      mOldRoot(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
       mOldFolder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     root.enter();
 }
@@ -178,7 +198,7 @@ InsideRoot::~InsideRoot() {
     if (fchdir(mOldRoot) != 0 || chroot(".") != 0 || fchdir(mOldFolder) != 0) abort();
     close(mOldRoot);
     close(mOldFolder);
-    gInside = false;
+    gInside = mWasInside;
 }
 
 }  // namespace lab

@@ -7,9 +7,13 @@
 
 namespace lab {
 
-// Makes sure that this process may chroot and mount: root may; another user is moved into a user
-// namespace by running the program again under unshare(1), which does not return. Ends the process
-// with one line and status 1 where neither works. To be called first in main.
+// Gives this process mounts of its own, unless it may not mount at all. Throws std::runtime_error.
+void takeOwnMounts();
+
+// For programs that boot without a cage: makes sure that this process may chroot, and mount where
+// nobody else sees it. Root may; another user is moved into a user namespace by running the program
+// again under unshare(1), which does not return. Ends the process with one line and status 1 where
+// neither works. To be called first in main.
 void requireDeviceRoot(char** argv);
 
 // Copies what the device roots' shell and tools are made of to `folder`, under the paths that they
@@ -20,18 +24,19 @@ void copyDeviceTools(const std::string& folder);
 class DeviceRoot {
 public:
     // Makes the folder (which must be missing or empty) with shell, log commands and an empty
-    // persistent partition; throws std::runtime_error. `tools` is a folder where
-    // copyDeviceTools() was; on the same file system nothing needs to be copied any more.
+    // persistent partition; throws std::runtime_error. `tools` is a folder of the same file system
+    // where copyDeviceTools() was, whose files the root then shares; without it, it has its own.
     explicit DeviceRoot(std::string path, const std::string& tools = "");
 
-    // The host's path of a device path ("/velafs/SDD").
+    // The host's path of a device path ("/velafs/SDD"). Where the path or what lies on the way is
+    // not the lab's own, it must be used by InsideRoot instead, or leads anywhere.
     std::string at(const std::string& devicePath) const;
 
     const std::string& path() const {
         return mPath;
     }
 
-    // Makes /velafs a file system of its own of `bytes`, empty.
+    // Makes /velafs a file system of its own of `bytes`, empty, in this process's mounts.
     void mountPartition(size_t bytes) const;
 
     // After it was made read-only.
@@ -47,7 +52,8 @@ private:
     std::string mPath;
 };
 
-// Enters a device root, and leaves it again at the end of its life.
+// Enters a device root, and leaves it again at the end of its life. Inside, every path is the
+// device's, "..", links and all.
 class InsideRoot {
 public:
     explicit InsideRoot(const DeviceRoot& root);
@@ -56,6 +62,7 @@ public:
     InsideRoot& operator=(const InsideRoot&) = delete;
 
 private:
+    bool mWasInside;
     int mOldRoot;
     int mOldFolder;
 };

@@ -118,7 +118,7 @@ DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, 
       mOwnPartition(device.partitionSize.has_value()),
       mLog(log),
       mTrace(trace),
-      mChanges(boot.changes),
+      mChanges(boot.changes.begin(), boot.changes.end()),
       mWatched(log != nullptr ? watchedFiles() : std::vector<WatchedFile>()) {
     for (WatchedFile& file : mWatched) file.seen = look(file);
     showProfile(0);
@@ -129,8 +129,8 @@ void DeviceWorld::advanceTo(int64_t target) {
     observe();
     answerRequests();
     while (!mChanges.empty() && mChanges.front().at <= target) {
-        const Change change = mChanges.front();
-        mChanges.erase(mChanges.begin());
+        const Change change = std::move(mChanges.front());
+        mChanges.pop_front();
         vtime::setNow(std::max(vtime::now(), change.at));
         try {
             apply(change);
@@ -157,6 +157,7 @@ void DeviceWorld::apply(const Change& change) {
             applyToFile(change);
             break;
         case Kind::CLOCK:
+            requireDate(vtime::timeOfDay() + std::clamp(change.number, -kLastDate, kLastDate));
             vtime::shiftTimeOfDay(change.number);
             tell("clock", number, {{"seconds", change.number}});
             break;

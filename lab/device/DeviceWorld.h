@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,7 +65,7 @@ private:
     const bool mOwnPartition;
     RunLog* const mLog;
     Trace& mTrace;
-    std::vector<Change> mChanges;  // to come, in order of time
+    std::deque<Change> mChanges;  // to come, in order of time
     std::vector<WatchedFile> mWatched;
     size_t mEventsShown = 0;
     int mLowestFree = -1;            // descriptor, when the daemon last went to sleep

@@ -20,23 +20,14 @@
 #include <mutex>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
 #include "lab/base/ProcessEnd.h"
+#include "lab/base/Sanitizers.h"
 #include "lab/base/Text.h"
 #include "lab/device/LibcTime.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define BOOTVIGIL_OWN_MALLOC 0  // a sanitizer's allocator is not to be replaced
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define BOOTVIGIL_OWN_MALLOC 0
-#endif
-#endif
-#ifndef BOOTVIGIL_OWN_MALLOC
-#define BOOTVIGIL_OWN_MALLOC 1
-#endif
 
 namespace lab::calls {
 
@@ -57,7 +48,6 @@ const Boot* gBoot = nullptr;
 Trace* gTrace = nullptr;
 std::mutex gLock;  // guards what follows
 int64_t gOperations = 0;
-int64_t gCalls[std::size(kCallNames)] = {};
 int64_t gSpace = -1;
 bool gReadOnly = false;      // the partition
 std::string gPaths[kMaxFd];  // of watched descriptors
@@ -115,12 +105,25 @@ int realRemove(const char* path) {
     return function(path);
 }
 
+// The faults of one kind of call, in order, and how far the calls have come.
+struct Failing {
+    std::vector<Fault> faults;
+    size_t next = 0;
+    int64_t until = 0;  // calls below this number fail
+    int64_t calls = 0;
+};
+Failing gFailing[std::size(kCallNames)];
+
 // Whether the scenario lets this call fail; counts it.
 bool fails(Call call) {
-    const int64_t number = ++gCalls[static_cast<size_t>(call)];
-    return std::any_of(gBoot->faults.begin(), gBoot->faults.end(), [&](const Fault& fault) {
-        return fault.call == call && number >= fault.nth && number < fault.nth + fault.times;
-    });
+    Failing& failing = gFailing[static_cast<size_t>(call)];
+    ++failing.calls;
+    for (; failing.next < failing.faults.size(); ++failing.next) {
+        const Fault& fault = failing.faults[failing.next];
+        if (fault.nth > failing.calls) break;
+        failing.until = std::max(failing.until, fault.nth + fault.times);
+    }
+    return failing.calls < failing.until;
 }
 
 void traceFault(const std::string& what) {
@@ -280,6 +283,13 @@ void damage(const std::string& path, const Unwritten& old) {
 }  // namespace
 
 void start(const Boot& boot, Trace& trace) {
+    for (const Fault& fault : boot.faults) {
+        gFailing[static_cast<size_t>(fault.call)].faults.push_back(fault);
+    }
+    for (Failing& failing : gFailing) {
+        std::sort(failing.faults.begin(), failing.faults.end(),
+                  [](const Fault& a, const Fault& b) { return a.nth < b.nth; });
+    }
     gTrace = &trace;
     gSpace = boot.space.value_or(-1);
     gBoot = &boot;
@@ -412,19 +422,28 @@ FILE* popen(const char* command, const char* mode) {
     return realOpen(command, mode);
 }
 
-#if BOOTVIGIL_OWN_MALLOC
+#if !BOOTVIGIL_SANITIZED  // a sanitizer's allocator is not to be replaced
 
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 
+// A device has more memory than the cage, but not for any size.
+static void* orOutOfMemory(void* memory, size_t size) {
+    constexpr size_t kSane = size_t{1} << 32;
+    if (memory == nullptr && gBoot != nullptr && size < kSane) {
+        endBroken("the boot took all memory that it may have");
+    }
+    return memory;
+}
+
 void* malloc(size_t size) noexcept {
     if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
-    return __libc_malloc(size);
+    return orOutOfMemory(__libc_malloc(size), size);
 }
 
 void* calloc(size_t count, size_t size) noexcept {
     if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
-    return __libc_calloc(count, size);
+    return orOutOfMemory(__libc_calloc(count, size), count * size);
 }
 
 #endif

@@ -64,18 +64,18 @@ Result compare(const std::vector<Record>& records, const KnownBoot& boot) {
 }
 
 // Stalled and slow boots take turns.
-Results runBoots(uint64_t seed, int boots, int jobs) {
+Results runBoots(const AttributionOrder& order, const std::string& folder) {
     const size_t stalls = stallKinds().size();
     const size_t slow = slowKinds().size();
-    Shared<Result> results(static_cast<size_t>(boots));
-    Jobs pool(results.size(), jobs, [](uint64_t index) {
+    Shared<Result> results(2 * static_cast<size_t>(order.count));
+    Jobs pool(results.size(), order.jobs, [](uint64_t index) {
         return (index % 2 == 0 ? "stall " : "slow boot ") + std::to_string(index / 2);
     });
     Progress progress("boots", results.size());
     const Jobs::Outcome outcome = pool.run([&] {
-        Workshop workshop;
+        Workshop workshop(folder);
         pool.forEachTask([&](uint64_t index) {
-            QuickDraw draw(seed, index);
+            QuickDraw draw(order.seed, index);
             const KnownBoot boot = index % 2 == 0 ? makeStall(draw, index / 2 % stalls)
                                                   : makeSlowBoot(draw, index / 2 % slow);
             const ScenarioRun& run = workshop.run(boot.scenario, Keep::LOG);
@@ -179,15 +179,16 @@ void print(const std::vector<Row>& rows, bool markdown, std::vector<std::string>
 
 }  // namespace
 
-std::vector<std::string> measureAttribution(uint64_t seed, int count, int jobs, bool markdown) {
+std::vector<std::string> measureAttribution(const AttributionOrder& order,
+                                            const std::string& folder) {
     Results stalls, slow;
-    for (const Result& result : runBoots(seed, 2 * count, jobs)) {
+    for (const Result& result : runBoots(order, folder)) {
         (stalls.size() == slow.size() ? stalls : slow).push_back(result);
     }
     std::vector<std::string> lines;
-    print(table("stall", stallKinds(), kStallColumns, stalls), markdown, lines);
+    print(table("stall", stallKinds(), kStallColumns, stalls), order.markdown, lines);
     lines.emplace_back();
-    print(table("slow but healthy boot", slowKinds(), kSlowColumns, slow), markdown, lines);
+    print(table("slow but healthy boot", slowKinds(), kSlowColumns, slow), order.markdown, lines);
     return lines;
 }
 

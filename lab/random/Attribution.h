@@ -11,9 +11,17 @@
 
 namespace lab {
 
-// Runs `count` stalled boots and as many slow but healthy ones, in `jobs` processes, and gives the
-// lines of a table for each, as columns or as Markdown. The same seed and count give the same
-// lines, whatever `jobs`. Throws std::runtime_error when the boots can't be run.
-std::vector<std::string> measureAttribution(uint64_t seed, int count, int jobs, bool markdown);
+struct AttributionOrder {
+    uint64_t seed = 1;
+    int count = 2000;  // of stalled boots, and of slow but healthy ones
+    int jobs = 1;      // processes
+    bool markdown = false;
+};
+
+// Runs the boots in the cage, of which `folder` is given, and gives the lines of a table for each
+// sort, as columns or as Markdown. The same seed and count give the same lines, whatever `jobs`.
+// Throws std::runtime_error when the boots can't be run.
+std::vector<std::string> measureAttribution(const AttributionOrder& order,
+                                            const std::string& folder);
 
 }  // namespace lab

@@ -82,8 +82,9 @@ struct Tally {
 
 class Search {
 public:
-    explicit Search(const SagaOrder& order)
+    Search(const SagaOrder& order, const std::string& folder)
         : mOrder(order),
+          mFolder(folder),
           mProgress("scenarios", order.count),
           mJobs(order.count, order.jobs,
                 [this](uint64_t index) { return "seed " + std::to_string(mOrder.seed + index); }) {}
@@ -94,7 +95,7 @@ public:
                      mOrder.jobs));
         const auto started = std::chrono::steady_clock::now();
         const Jobs::Outcome jobs = mJobs.run([this] {
-            Workshop workshop;
+            Workshop workshop(mFolder);
             mJobs.forEachTask([&](uint64_t index) { runOne(workshop, index); });
         });
         mProgress.clear();
@@ -166,21 +167,22 @@ private:
         std::string what = "as it was made up";
         if (status != kSagaDifferent) {
             const size_t boots = worst.boots.size();
-            Workshop workshop;
+            Workshop workshop(mFolder);
             worst = shrink(std::move(worst), [&](const Scenario& candidate) {
                 const auto finding = judge(workshop.run(candidate, Keep::TRACE));
                 return finding && finding->status == status;
             });
             what = format("reduced from %zu boots to %zu", boots, worst.boots.size());
         }
-        const std::string path =
-                mOrder.folder + "/saga-" + std::to_string(mOrder.seed + index) + ".yaml";
-        writeScenario(worst, path);
+        const std::string name = "/saga-" + std::to_string(mOrder.seed + index) + ".yaml";
+        writeScenario(worst, mFolder + "/out" + name);
+        const std::string path = mOrder.out + name;
         print(path + ": " + what + "; bootvigil-lab run " + path + " shows it");
         return status;
     }
 
     const SagaOrder& mOrder;
+    const std::string& mFolder;
     Progress mProgress;
     Jobs mJobs;
     Shared<Tally> mTally;
@@ -188,8 +190,8 @@ private:
 
 }  // namespace
 
-int runSagas(const SagaOrder& order) {
-    return Search(order).run();
+int runSagas(const SagaOrder& order, const std::string& folder) {
+    return Search(order, folder).run();
 }
 
 }  // namespace lab

@@ -17,7 +17,7 @@ struct SagaOrder {
     int jobs = 1;        // processes
     Boots boots = Boots::ALL;
     bool untilBroken = false;  // start no scenario after the first broken rule
-    std::string folder;        // where a scenario that breaks a rule is written
+    std::string out;           // where a scenario that breaks a rule is to lie in the end
 };
 
 // Exit statuses. Of those from 10 on the lowest counts: a crash comes before a boot that does not
@@ -28,8 +28,9 @@ constexpr int kSagaLiveness = 11;
 constexpr int kSagaRule = 12;
 constexpr int kSagaDifferent = 13;  // two runs of one scenario differed
 
+// Runs in the cage, of which `folder` is given; a scenario to keep is left below "out" in it.
 // Prints how it went and what was broken; gives 0 or a status above. Throws std::runtime_error when
 // nothing can be run.
-int runSagas(const SagaOrder& order);
+int runSagas(const SagaOrder& order, const std::string& folder);
 
 }  // namespace lab

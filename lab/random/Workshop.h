@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs scenarios, one after the other, in a folder in memory.
+// Runs scenarios, one after the other, in the cage.
 
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "lab/base/TemporaryFolder.h"
 #include "lab/run/ScenarioRun.h"
 #include "lab/scenario/Scenario.h"
 
@@ -14,18 +13,15 @@ namespace lab {
 
 class Workshop {
 public:
-    // Gives this process mounts of its own. Throws std::runtime_error.
-    Workshop();
-    ~Workshop();
-    Workshop(const Workshop&) = delete;
-    Workshop& operator=(const Workshop&) = delete;
+    // `folder` is the cage's, for all processes in it.
+    explicit Workshop(const std::string& folder);
 
     // Runs a scenario to its end; the run before is gone then. Throws std::runtime_error when it
     // can't be run.
     const ScenarioRun& run(const Scenario& scenario, Keep keep);
 
 private:
-    TemporaryFolder mFolder;
+    const std::string mTools, mFolder;
     std::optional<ScenarioRun> mRun;
 };
 

@@ -13,7 +13,6 @@
 #include "common/text/Printable.h"
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
-#include "lab/base/TemporaryFolder.h"
 #include "lab/base/Text.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
@@ -27,6 +26,23 @@ constexpr size_t kMostBytes = 256 << 20;  // of a captured log; real buffers hav
 constexpr size_t kMostProfile = 1 << 20;  // the kernel's own buffer is smaller
 constexpr size_t kMostState = 1 << 16;
 
+std::string belowPartition(const std::string& devicePath) {
+    return devicePath.substr(kPartition.size());
+}
+
+// The path of a file in a partition, which comes from outside: a link on the way to it may lead
+// anywhere, and is refused.
+std::string pathIn(const std::string& partition, const std::string& devicePath) {
+    const std::string path = partition + belowPartition(devicePath);
+    for (std::filesystem::path part = path; part.native().size() > partition.size();
+         part = part.parent_path()) {
+        if (std::filesystem::is_symlink(part)) {
+            throw std::runtime_error(part.native() + ": a link, which is not followed");
+        }
+    }
+    return path;
+}
+
 // The content of an ordinary file of no more than `most` bytes; nothing else is opened.
 std::optional<std::string> readState(const std::string& path, size_t most) {
     std::error_code error;
@@ -37,13 +53,9 @@ std::optional<std::string> readState(const std::string& path, size_t most) {
     return readFile(path);
 }
 
-std::string belowPartition(const std::string& devicePath) {
-    return devicePath.substr(kPartition.size());
-}
-
 Remains readRemains(const std::string& partition) {
     const auto read = [&](const std::string& path) {
-        return readState(partition + belowPartition(path), kMostState);
+        return readState(pathIn(partition, path), kMostState);
     };
     return {read(kHistory), read(kRecord), read(kSuccessUpload), read(kOverride), read(kSwitch)};
 }
@@ -141,9 +153,9 @@ bool ReplayResult::agrees() const {
                        [](const ReplayItem& item) { return item.same; });
 }
 
-ReplayResult replay(const std::string& folder, const std::string& profilePath) {
+RebuiltRecord readRecord(const std::string& folder, const std::string& profilePath) {
     const std::string partition = findPartition(folder);
-    const std::string path = partition + belowPartition(archivePath("android_main_log"));
+    const std::string path = pathIn(partition, archivePath("android_main_log"));
     const MainLog log = readMainLog(path);
     const auto runs = report::daemonRuns(report::daemonLines(log.text));
     const Remains remains = readRemains(partition);
@@ -152,43 +164,45 @@ ReplayResult replay(const std::string& folder, const std::string& profilePath) {
         profile = readState(profilePath, kMostProfile);
         if (!profile) throw NothingToReplay(profilePath + ": no boot profile");
     }
-    std::optional<RebuiltBoot> rebuilt;
     try {
-        rebuilt = rebuildBoot(runs, remains, profile);
+        RebuiltRecord record = {rebuildBoot(runs, remains, profile), path};
+        if (!log.damage.empty()) {
+            record.boot.notKnown.push_back("what the main log held after its first " +
+                                           std::to_string(log.text.size()) +
+                                           " bytes, as its archive is damaged (" + log.damage +
+                                           "); taken as nothing that matters");
+        }
+        return record;
     } catch (const std::runtime_error& error) {
         const bool inProfile = std::string(error.what()) == "no event line";
         const bool damaged = !inProfile && !log.damage.empty();
         throw NothingToReplay((inProfile ? profilePath : path) + ": " + error.what() +
                               (damaged ? ", as far as it can be read: " + log.damage : ""));
     }
-    if (!log.damage.empty()) {
-        rebuilt->notKnown.push_back("what the main log held after its first " +
-                                    std::to_string(log.text.size()) +
-                                    " bytes, as its archive is damaged (" + log.damage +
-                                    "); taken as nothing that matters");
-    }
+}
 
-    const TemporaryFolder temporary;
-    ScenarioRun run(rebuilt->scenario, temporary.path() + "/run");
+ReplayResult replay(const RebuiltRecord& record, const std::string& folder) {
+    const RebuiltBoot& rebuilt = record.boot;
+    ScenarioRun run(rebuilt.scenario, folder + "/run", Keep::LOG, folder + "/tools");
     run.run();
     const std::vector<Verdict> verdicts = findVerdicts(runOf(run.records()));
     std::optional<Verdict> today;
-    if (verdicts.size() >= rebuilt->number) today = verdicts[rebuilt->number - 1];
+    if (verdicts.size() >= rebuilt.number) today = verdicts[rebuilt.number - 1];
     const Remains left = readRemains(run.root().at(kPartition));
-    const auto before = rebuilt->scenario.files.find(kHistory);
-    const bool stepped = before == rebuilt->scenario.files.end() || left.history != before->second;
+    const auto before = rebuilt.scenario.files.find(kHistory);
+    const bool stepped = before == rebuilt.scenario.files.end() || left.history != before->second;
 
     ReplayResult result;
-    result.about = rebuilt->scenario.about + " in " + path + "; boot profile: " + rebuilt->profile;
+    result.about =
+            rebuilt.scenario.about + " in " + record.log + "; boot profile: " + rebuilt.profile;
     result.items =
-            compare(*rebuilt, today, stepped ? actionName(left.history.value_or("")) : "none");
+            compare(rebuilt, today, stepped ? actionName(left.history.value_or("")) : "none");
     for (const Record& record : run.records()) {
         if (record["kind"] != "killed") continue;
         result.items.push_back(
                 {"the daemon", std::nullopt, "killed by signal " + record["signal"].dump(), true});
     }
-    result.notKnown = std::move(rebuilt->notKnown);
-    result.scenario = std::move(rebuilt->scenario);
+    result.notKnown = rebuilt.notKnown;
     return result;
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/scenario/Scenario.h"
+#include "lab/replay/RebuiltBoot.h"
 
 namespace lab {
 
@@ -28,14 +28,23 @@ struct ReplayResult {
     std::string about;
     std::vector<ReplayItem> items;
     std::vector<std::string> notKnown;
-    Scenario scenario = {};  // the boot as it was rebuilt
 
     bool agrees() const;
 };
 
-// Replays what is left in `folder`, of a damaged main log what can be read; `profilePath` may be
-// empty. Throws NothingToReplay, and std::runtime_error when the boot can't be run.
-ReplayResult replay(const std::string& folder, const std::string& profilePath);
+// A recorded boot, ready to be run, and the log that it was taken from.
+struct RebuiltRecord {
+    RebuiltBoot boot;
+    std::string log;
+};
+
+// Reads what is left in `folder`, of a damaged main log what can be read; `profilePath` may be
+// empty. Throws NothingToReplay.
+RebuiltRecord readRecord(const std::string& folder, const std::string& profilePath);
+
+// Boots on it in the cage, of which `folder` is given. Throws std::runtime_error when that can't be
+// done.
+ReplayResult replay(const RebuiltRecord& record, const std::string& folder);
 
 // For a person; bytes that would steer a terminal are replaced.
 std::vector<std::string> describeReplay(const ReplayResult& result);

@@ -14,6 +14,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -108,9 +109,25 @@ bool waitForEnd(pid_t child, int& status) {
     return ready > 0;
 }
 
+// No device's file system would have been full.
+void requireRoom(const std::string& folder) {
+    struct statvfs info = {};
+    if (statvfs(folder.c_str(), &info) != 0) failWithErrno("cannot see the room in", folder);
+    if (info.f_bavail > 0 && (info.f_favail > 0 || info.f_files == 0)) return;
+    throw std::runtime_error(format("the boot filled the %ju MiB of files that it may have",
+                                    uintmax_t{info.f_blocks} * info.f_frsize >> 20));
+}
+
+// What endBroken() said last.
+std::string whyBroken(const std::string& errors) {
+    const std::vector<std::string> lines = linesOf(errors);
+    return lines.empty() ? "it says nothing" : lines.back();
+}
+
 }  // namespace
 
 BootOutcome BootProcess::run(const Boot& boot, time_t clock, const std::string& errorFile) {
+    requireDate(clock);
     mTrace.clear();
     const auto started = std::chrono::steady_clock::now();
     fflush(nullptr);
@@ -123,7 +140,9 @@ BootOutcome BootProcess::run(const Boot& boot, time_t clock, const std::string& 
     int status = 0;
     const bool inTime = waitForEnd(child, status);
     const std::chrono::duration<double> real = std::chrono::steady_clock::now() - started;
-    if (!inTime) throw std::runtime_error("a boot took too much real time; see " + errorFile);
+    requireRoom(mRoot.path());
+    if (!inTime)
+        throw std::runtime_error(format("the boot took more than %d s", kRealLimit / 1000));
     BootOutcome outcome;
     outcome.endedAt = mTrace.clock();
     outcome.realSeconds = real.count();
@@ -158,7 +177,8 @@ void BootProcess::becomeDaemon(const Boot& boot, time_t clock, const std::string
 void BootProcess::classify(int status, BootOutcome& outcome) {
     using End = BootObservation::End;
     const int code = WEXITSTATUS(status);
-    if (WIFEXITED(status) && code == kBrokenLab) throw std::runtime_error(outcome.errors);
+    if (WIFEXITED(status) && code == kBrokenLab)
+        throw std::runtime_error(whyBroken(outcome.errors));
     if (WIFSIGNALED(status)) {
         outcome.end = End::KILLED;
         outcome.status = WTERMSIG(status);

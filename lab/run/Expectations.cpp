@@ -85,7 +85,7 @@ Lines compareWithScenario(const Scenario& scenario, const std::vector<Record>& r
     }
     for (const auto& [path, expected] : scenario.expectedFiles) {
         const bool there = fileExists(rootPath + path);
-        const std::string actual = there && expected ? readFile(rootPath + path) : "";
+        const std::string actual = there && expected ? readFileOr(rootPath + path, "") : "";
         if (there && !expected) differences.push_back("file " + path + ": must not be there");
         if (!there && expected) differences.push_back("file " + path + ": missing");
         if (there && expected && actual != *expected) {

@@ -70,30 +70,32 @@ bool spoilsLogs(const std::string& path) {
 
 Platform::Platform(const Scenario& device, const DeviceRoot& root)
     : mDevice(device), mRoot(root), mClock(device.clock) {
+    if (device.partitionSize) root.mountPartition(static_cast<size_t>(*device.partitionSize));
+    const InsideRoot inside(root);
     if (device.partitionAbsent) {
-        fs::remove_all(root.at(kPartition));
+        fs::remove_all(kPartition);
     } else if (device.partitionSize) {
-        root.mountPartition(static_cast<size_t>(*device.partitionSize));
-        makeFolders(root.at(kLogs), 0777);
-        makeFolders(root.at(kRecordFolder), 0777);
+        makeFolders(kLogs, 0777);
+        makeFolders(kRecordFolder, 0777);
     }
-    if (!device.logFolder) fs::remove_all(root.at(kLogs));
-    makeFolders(root.at(kMarkerFolder));
-    for (const auto& [path, content] : device.files) writeFile(root.at(path), content);
+    if (!device.logFolder) fs::remove_all(kLogs);
+    makeFolders(kMarkerFolder);
+    for (const auto& [path, content] : device.files) writeFile(path, content);
 }
 
 void Platform::startBoot(const Boot& boot) {
-    clearLastBoot();
-    if (boot.partitionAbsent) fs::rename(mRoot.at(kPartition), mRoot.at(kAway));
     if (mDevice.partitionSize) mRoot.makePartitionWritable();
-    writeFile(mRoot.at(kCommandLine), mDevice.commandLine);
-    writeFile(mRoot.at(kBootMonitor), "");
-    makeFolders(mRoot.at(kKelFolder));
-    makeFolders(mRoot.at(kKeptLogs));
-    if (!mLastConsole.empty()) writeFile(mRoot.at(kPstoreConsole), mLastConsole);
+    const InsideRoot inside(mRoot);
+    clearLastBoot();
+    if (boot.partitionAbsent) fs::rename(kPartition, kAway);
+    writeFile(kCommandLine, mDevice.commandLine);
+    writeFile(kBootMonitor, "");
+    makeFolders(kKelFolder);
+    makeFolders(kKeptLogs);
+    if (!mLastConsole.empty()) writeFile(kPstoreConsole, mLastConsole);
     fillLogs();
     setProperties(boot);
-    for (const auto& [path, content] : boot.files) writeFile(mRoot.at(path), content);
+    for (const auto& [path, content] : boot.files) writeFile(path, content);
     if (std::any_of(boot.files.begin(), boot.files.end(),
                     [](const auto& file) { return spoilsLogs(file.first); }) ||
         std::any_of(boot.changes.begin(), boot.changes.end(),
@@ -104,8 +106,8 @@ void Platform::startBoot(const Boot& boot) {
 
 void Platform::clearLastBoot() {
     for (const std::string& folder : {kDev, kProc, kPstore}) {
-        for (const auto& entry : fs::directory_iterator(mRoot.at(folder))) {
-            const bool logs = entry.path().string() + "/" == mRoot.at(kLogBuffers);
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            const bool logs = entry.path().string() + "/" == kLogBuffers;
             if (!logs || !mOwnBufferSize) fs::remove_all(entry.path());
         }
     }
@@ -118,55 +120,59 @@ void Platform::setProperties(const Boot& boot) {
     for (const TextMap* map : {&mDevice.properties, &boot.properties}) {
         for (const auto& [name, value] : *map) properties[name] = value;
     }
-    for (const auto& [name, value] : properties) writeFile(mRoot.at(kPropertyDir + name), value);
+    for (const auto& [name, value] : properties) writeFile(kPropertyDir + name, value);
 }
 
 // The buffers stay from boot to boot, but for the daemon's own lines at the end of one.
 void Platform::fillLogs() {
-    const std::string own = mRoot.at(kMainLogBuffer);
-    if (mOwnBufferSize) return fs::resize_file(own, *mOwnBufferSize);
-    const std::string folder = mRoot.at(kLogBuffers);
+    if (mOwnBufferSize) return fs::resize_file(kMainLogBuffer, *mOwnBufferSize);
     for (const auto& [buffer, size] : mDevice.logSizes) {
         const bool endless = mDevice.endlessLogs.count(buffer) != 0;
         // What repeats itself would take no room.
         std::string text = endless ? noise() : bufferText(buffer, static_cast<size_t>(size));
         if (mDevice.nulLogs.count(buffer) != 0) std::fill(text.begin(), text.end(), '\0');
-        writeFile(folder + buffer, text);
-        if (endless) writeFile(folder + buffer + kEndlessMark, "");
+        writeFile(kLogBuffers + buffer, text);
+        if (endless) writeFile(kLogBuffers + buffer + kEndlessMark, "");
     }
-    mOwnBufferSize = fs::file_size(own);
+    mOwnBufferSize = fs::file_size(kMainLogBuffer);
 }
 
 TextMap Platform::properties() const {
+    const InsideRoot inside(mRoot);
+    return readProperties();
+}
+
+TextMap Platform::readProperties() {
     TextMap properties;
-    for (const auto& entry : fs::directory_iterator(mRoot.at(kPropertyDir))) {
+    for (const auto& entry : fs::directory_iterator(kPropertyDir)) {
+        if (!entry.is_regular_file()) continue;  // of a name with "/"
         properties[entry.path().filename()] = readFile(entry.path());
     }
     return properties;
 }
 
 void Platform::endBoot(const Boot& boot, int64_t endedAt) {
+    const InsideRoot inside(mRoot);
     if (boot.partitionAbsent) {
-        fs::remove_all(mRoot.at(kPartition));
-        fs::rename(mRoot.at(kAway), mRoot.at(kPartition));
+        fs::remove_all(kPartition);
+        fs::rename(kAway, kPartition);
     }
     mPersistent.clear();
-    const TextMap set = properties();
+    const TextMap set = readProperties();
     for (const auto& [name, value] : set) {
         if (startsWith(name, "persist.")) mPersistent[name] = value;
     }
     if (set.count(kResetRequest) != 0) {
         mBootReason = "reboot,factory_reset";
         mPersistent.clear();
-        fs::remove_all(mRoot.at(kData));
-        makeFolders(mRoot.at(kMarkerFolder));
+        fs::remove_all(kData);
+        makeFolders(kMarkerFolder);
     } else if (set.count(kRebootRequest) != 0) {
         mBootReason = "reboot,velarecovery";
     } else {
         mBootReason = "cold,powerkey";
     }
-    mLastConsole =
-            readFileOr(mRoot.at(kKernelLogBuffer), "") + readFileOr(mRoot.at(kKernelMessages), "");
+    mLastConsole = readFileOr(kKernelLogBuffer, "") + readFileOr(kKernelMessages, "");
     mClock += endedAt / 1000 + kBetweenBoots;
 }
 

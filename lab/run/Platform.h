@@ -39,7 +39,9 @@ public:
     TextMap properties() const;
 
 private:
+    // All these inside the device root.
     void clearLastBoot();
+    static TextMap readProperties();
     void setProperties(const Boot& boot);
     void fillLogs();
 

@@ -26,12 +26,13 @@ namespace fs = std::filesystem;
 // of the files for which `wanted` holds.
 template <typename Wanted>
 TextMap readFiles(const DeviceRoot& root, Wanted wanted) {
+    const InsideRoot inside(root);
     TextMap files;
     for (const std::string& folder : {kPartition, kData}) {
-        if (fileExists(root.at(folder))) files[folder + "/"];
+        if (fileExists(folder)) files[folder + "/"];
         std::error_code absent;
-        for (const auto& entry : fs::recursive_directory_iterator(root.at(folder), absent)) {
-            const std::string path = entry.path().string().substr(root.path().size());
+        for (const auto& entry : fs::recursive_directory_iterator(folder, absent)) {
+            const std::string path = entry.path().string();
             if (entry.is_directory()) files[path + "/"];
             if (!entry.is_regular_file() || !wanted(entry)) continue;
             files[path] = readFile(entry.path());
@@ -50,11 +51,12 @@ TextMap filesKept(const DeviceRoot& root) {
 
 // A damaged one holds nothing.
 void readArchives(const DeviceRoot& root, BootObservation& seen) {
+    const InsideRoot inside(root);
     for (const auto& log : seen.device.logSizes) {
-        seen.logBuffers[log.first] = readFileOr(root.at(kLogBuffers + log.first), "");
+        seen.logBuffers[log.first] = readFileOr(kLogBuffers + log.first, "");
     }
     std::error_code absent;
-    for (const auto& entry : fs::directory_iterator(root.at(kLogs), absent)) {
+    for (const auto& entry : fs::directory_iterator(kLogs, absent)) {
         if (entry.path().extension() != kArchiveSuffix) continue;
         std::string content;
         const report::ArchiveInfo info =
@@ -63,7 +65,7 @@ void readArchives(const DeviceRoot& root, BootObservation& seen) {
                     return true;
                 });
         if (!info.error.empty()) content.clear();
-        seen.archives[entry.path().string().substr(root.path().size())] = content;
+        seen.archives[entry.path().string()] = content;
     }
 }
 
@@ -103,7 +105,12 @@ void ScenarioRun::run() {
         }
 
         const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
-        BootOutcome outcome = process.run(boot, seen.clock, mFolder + name + ".stderr");
+        BootOutcome outcome;
+        try {
+            outcome = process.run(boot, seen.clock, mFolder + name + ".stderr");
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error("boot " + std::to_string(number) + ": " + error.what());
+        }
         if (mKeep == Keep::FINGERPRINT) addToFingerprint(process.trace());
         platform.endBoot(boot, outcome.endedAt);
         seen.events = process.trace().events();

@@ -6,9 +6,10 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "lab/base/TemporaryFolder.h"
+#include "lab/device/DeviceRoot.h"
 
-using lab::measureAttribution;
+namespace {
 
 // The cells of the row that begins with `kind`, without padding, joined by "|".
 std::string cells(const std::vector<std::string>& table, const std::string& kind) {
@@ -25,9 +26,14 @@ std::string cells(const std::vector<std::string>& table, const std::string& kind
 }
 
 TEST(AttributionTest, PlainCasesComeOutAsTheyMustAndDependOnTheSeedAlone) {
-    const auto table = measureAttribution(3, 22, 2, true);
-    EXPECT_EQ(table, measureAttribution(3, 22, 3, true));
-    EXPECT_NE(table, measureAttribution(8, 22, 2, true));
+    const lab::TemporaryFolder temporary(lab::TemporaryFolder::inMemory());
+    lab::copyDeviceTools(temporary.path() + "/tools");
+    const auto measure = [&](uint64_t seed, int jobs) {
+        return lab::measureAttribution({seed, 22, jobs, true}, temporary.path());
+    };
+    const auto table = measure(3, 2);
+    EXPECT_EQ(table, measure(3, 3));
+    EXPECT_NE(table, measure(8, 2));
     for (const char* kind :
          {"before the system server, then silence", "in the system server, then silence"}) {
         EXPECT_EQ(cells(table, kind).rfind("|2|2 / 0 / 0|2 / 0 / 0|2 / 0 / 0|", 0), 0U)

@@ -18,6 +18,7 @@
 #include "lab/base/DataFolder.h"
 #include "lab/base/Files.h"
 #include "lab/base/TemporaryFolder.h"
+#include "lab/device/DeviceRoot.h"
 #include "lab/replay/Rebuild.h"
 #include "lab/run/ScenarioRun.h"
 #include "report/read/Archive.h"
@@ -31,6 +32,13 @@ protected:
         mLeft = mFolder + "/left";
         mPartition = mLeft + "/root/velafs";
         mLog = mPartition + "/boot_vigil/log/android_main_log.zs";
+        lab::copyDeviceTools(mFolder + "/tools");
+    }
+
+    lab::ReplayResult replayed(const std::string& partition, const std::string& profile) const {
+        const lab::RebuiltRecord record = lab::readRecord(partition, profile);
+        std::filesystem::remove_all(mFolder + "/run");
+        return lab::replay(record, mFolder);
     }
 
     // Leaves what a device would after the first boots of a shipped scenario.
@@ -52,7 +60,7 @@ protected:
     std::string differences(const std::string& profile = "") const {
         std::string names;
         try {
-            const lab::ReplayResult result = lab::replay(mLeft, profile);
+            const lab::ReplayResult result = replayed(mLeft, profile);
             for (const lab::ReplayItem& item : result.items) {
                 if (!item.same) names += (names.empty() ? "" : ", ") + item.name;
             }
@@ -90,13 +98,14 @@ TEST_P(RecordedBoot, GivesTheSameVerdict) {
     EXPECT_EQ(differences(mLeft + "/root/proc/bootprof"), "");
     EXPECT_EQ(lab::readFile(mLog), before);
 
-    const lab::ReplayResult result = lab::replay(mPartition, "");
+    const lab::Scenario rebuilt = lab::readRecord(mPartition, "").boot.scenario;
     for (const char* name : {"/once.yaml", "/twice.yaml"}) {
         const bool first = name == std::string("/once.yaml");
-        lab::writeScenario(first ? result.scenario : lab::readScenario(mFolder + "/once.yaml"),
+        lab::writeScenario(first ? rebuilt : lab::readScenario(mFolder + "/once.yaml"),
                            mFolder + name);
     }
     EXPECT_EQ(lab::readFile(mFolder + "/once.yaml"), lab::readFile(mFolder + "/twice.yaml"));
+    const lab::ReplayResult result = replayed(mPartition, "");
     ASSERT_EQ(result.items.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(result.items[i].recorded.value_or("?"), expected[i]) << result.items[i].name;
@@ -203,7 +212,7 @@ TEST_F(ReplayTest, WhatTheLogLostIsSaid) {
         writeLog(text);
         EXPECT_EQ(differences(), "") << what;
         std::string notes;
-        for (const std::string& line : lab::replay(mLeft, "").notKnown) notes += line + "\n";
+        for (const std::string& line : replayed(mLeft, "").notKnown) notes += line + "\n";
         EXPECT_NE(notes.find(note), std::string::npos) << what << ": " << notes;
     }
     // An archive that is cut off is read as far as it goes.
@@ -213,8 +222,7 @@ TEST_F(ReplayTest, WhatTheLogLostIsSaid) {
     const std::string frame = lab::readFile(mLog);
     lab::writeFile(mLog, frame.substr(0, frame.size() * 3 / 4));
     EXPECT_EQ(differences(), "");
-    EXPECT_NE(lab::replay(mLeft, "").notKnown.back().find("is damaged (cut off)"),
-              std::string::npos);
+    EXPECT_NE(replayed(mLeft, "").notKnown.back().find("is damaged (cut off)"), std::string::npos);
     // A device handles every message some milliseconds late.
     writeLog(replaced(replaced(log, ":10.000", ":10.210"), ":40.000", ":40.190"));
     EXPECT_EQ(differences(), "");
@@ -235,6 +243,8 @@ TEST_F(ReplayTest, WhatCannotBeReplayedIsOneLine) {
             {[&] { lab::writeFile(mLog, frame.substr(0, frame.size() / 2)); }, "",
              mLog + ": nothing of it can be read: cut off"},
             {[&] { std::filesystem::remove(mLog); }, "", mLog + ": no captured main log"},
+            {[&] { std::filesystem::create_symlink(profile, mLog); }, "",
+             mLog + ": a link, which is not followed"},
             {[&] { std::filesystem::remove_all(mPartition); }, "",
              mLeft + ": no partition (boot_vigil, SDD or velafs) in it"},
     };

@@ -60,7 +60,7 @@ protected:
         return text;
     }
 
-    const lab::TemporaryFolder mTemporary;
+    const lab::TemporaryFolder mTemporary{lab::TemporaryFolder::inMemory()};
     const std::string mFolder = mTemporary.path();
     const lab::Scenario mScenario;
     lab::ScenarioRun mRun;
@@ -207,7 +207,7 @@ TEST_P(RunTest, EveryChangedExpectationIsFound) {
 }
 
 TEST_P(RunTest, IsTheSameTwice) {
-    const lab::TemporaryFolder temporary;
+    const lab::TemporaryFolder temporary{lab::TemporaryFolder::inMemory()};
     const std::string& folder = temporary.path();
     lab::ScenarioRun(mScenario, folder).run();
     EXPECT_EQ(lab::readFile(folder + "/run.jsonl"), lab::readFile(mFolder + "/run.jsonl"));
