@@ -46,8 +46,7 @@ constexpr int kClockRate = 30;  // seconds of the daemon in one of the kernel
 constexpr int kBootedAt = 20;   // seconds of the daemon until a good boot is up
 constexpr const char* kProfile = "/proc/velabootprof";
 constexpr size_t kNameWidth = 16;  // of a process in the profile
-constexpr uid_t kLogUser = 1007;
-constexpr gid_t kSystemGroup = 1000;
+constexpr uid_t kSystemUser = 1000;
 constexpr const char* kLastOfHang = "AMS:systemReady";
 constexpr const char* kProperties = "/dev/__properties__/";
 constexpr const char* kMainLog = "/dev/log/main";
@@ -123,14 +122,14 @@ void loadModules() {
     }
 }
 
-// As start-up gives it to its writers and to the daemon.
+// The profile gets the owner and mode that start-up gives it.
 void loadDriver() {
     std::string parameters = option("monitor");
     std::replace(parameters.begin(), parameters.end(), ',', ' ');
     const double start = seconds();
     loadModule("/bootvigilk.ko", parameters);
     say("bootvigilk: loaded in %.1f ms", (seconds() - start) * 1000);
-    need(chown(kProfile, kLogUser, kSystemGroup) == 0 && chmod(kProfile, 0460) == 0, kProfile);
+    need(chown(kProfile, kSystemUser, 0) == 0 && chmod(kProfile, 0660) == 0, kProfile);
 }
 
 // The block device with this serial number, empty without one.

@@ -75,10 +75,10 @@ TEST(KernelEvent, IsTakenExactlyWhereTheDaemonReadsThreeFieldsOrMore) {
 TEST(KernelEvent, NamesTheProcessThatTheLineNames) {
     const struct {
         const char* line;
-        unsigned long long ns;  // 0: refused
-        int pid;
-        const char* name;
-        const char* text;
+        unsigned long long ns = 0;  // 0: refused
+        int pid = 0;
+        const char* name = nullptr;
+        const char* text = nullptr;
     } cases[] = {
             {"@14355.576572 : 1113-system_server   : AMS:systemReady\n", 14355576572, 1113,
              "system_server", "AMS:systemReady"},

@@ -193,8 +193,8 @@ void testPermissions() {
     stat(kProfile, &status);
     EXPECT_EQ(status.st_mode, S_IFREG | 0600, "mode");
     EXPECT_EQ(asUser("of a stranger"), EACCES, "a stranger");
-    EXPECT_EQ(chown(kProfile, 1007, kUser) + chmod(kProfile, 0460), 0, "owner and mode");
-    EXPECT_EQ(asUser("of the group"), 0, "the group");
+    EXPECT_EQ(chown(kProfile, kUser, 0) + chmod(kProfile, 0660), 0, "owner and mode");
+    EXPECT_EQ(asUser("of the owner"), 0, "the owner");
     EXPECT_EQ(asUser("@5 :7-x :of another"), EPERM, "another's event");
     // Who opened the file matters, not who writes.
     EXPECT_EQ(resultOf(start([] {
