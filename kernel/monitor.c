@@ -4,7 +4,6 @@
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
 #include <linux/atomic.h>
-#include <linux/compat.h>
 #include <linux/fs.h>
 #include <linux/ioctl.h>
 #include <linux/jiffies.h>
