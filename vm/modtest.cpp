@@ -322,17 +322,17 @@ void testMonitor() {
 
     EXPECT_EQ(load("timeout=1 action=panic"), 0, "load");
     EXPECT_EQ(resultOf(start([] { return execl("/compat", "compat", nullptr); })), 0, "32 bits");
-    sleep(2);
+    usleep(1500000);
     EXPECT_EQ(unload(), 0, "unload");
     EXPECT_EQ(load("timeout=1 action=panic"), 0, "load");
     EXPECT_EQ(unload(), 0, "unload while armed");
     EXPECT_EQ(load("timeout=0 action=panic"), 0, "load");
-    sleep(2);
+    usleep(1500000);
     EXPECT_EQ(markers(), before, "markers of a cancelled monitor");
     EXPECT_EQ(unload(), 0, "unload");
 
     EXPECT_EQ(load("timeout=1"), 0, "load");
-    sleep(2);
+    usleep(1500000);
     EXPECT_EQ(markers(), before + 1, "markers of an expired one");
     expectCancel(ETIME, "expired");
 }
