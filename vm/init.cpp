@@ -3,10 +3,13 @@
 // when it asks for that. It logs to the kernel log, as inits do.
 //
 // The kernel's command line says what goes wrong: "hang=cold" stalls each boot that is no recovery
-// reboot; "power=cut" leaves the machine on after the daemon's end, until its power is cut.
+// reboot; "power=cut" leaves the machine on after the daemon's end, until its power is cut;
+// "daemon=none" starts no daemon. "monitor=PARAMETER,..." are the driver's; "modtest=1" runs the
+// driver's tests instead of a boot.
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -16,28 +19,35 @@
 #include <sys/prctl.h>
 #include <sys/reboot.h>
 #include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kClockRate = 30;                    // seconds of the daemon in one of the kernel
-constexpr int kBootedAt = 20;                     // seconds of the daemon until a good boot is up
-constexpr const char* kSystemServerPid = "1113";  // as the boot profiles have it
-constexpr const char* kProc = "/run/proc";        // the real procfs
+constexpr int kClockRate = 30;  // seconds of the daemon in one of the kernel
+constexpr int kBootedAt = 20;   // seconds of the daemon until a good boot is up
+constexpr const char* kProfile = "/proc/velabootprof";
+constexpr size_t kNameWidth = 16;  // of a process in the profile
+constexpr uid_t kSystemUser = 1000;
+constexpr const char* kLastOfHang = "AMS:systemReady";
 constexpr const char* kProperties = "/dev/__properties__/";
 constexpr const char* kMainLog = "/dev/log/main";
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
@@ -86,13 +96,40 @@ void setProperty(const char* name, const char* value) {
     writeText(std::string(kProperties) + name, value);
 }
 
+// The kernel hands over the words of its command line that it doesn't know itself.
+std::string option(const char* name) {
+    const char* const given = getenv(name);
+    return given == nullptr ? "" : given;
+}
+
+double seconds() {
+    struct timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+void loadModule(const fs::path& module, const std::string& parameters = "") {
+    const int fd = open(module.c_str(), O_RDONLY | O_CLOEXEC);
+    need(fd >= 0 && syscall(SYS_finit_module, fd, parameters.c_str(), 0) == 0,
+         "load " + module.string());
+    close(fd);
+}
+
 // A module's file name begins with its turn.
 void loadModules() {
     for (const auto& module : std::set<fs::path>(fs::directory_iterator("/modules"), {})) {
-        const int fd = open(module.c_str(), O_RDONLY | O_CLOEXEC);
-        need(fd >= 0 && syscall(SYS_finit_module, fd, "", 0) == 0, "load " + module.string());
-        close(fd);
+        loadModule(module);
     }
+}
+
+// The profile gets the owner and mode that start-up gives it.
+void loadDriver() {
+    std::string parameters = option("monitor");
+    std::replace(parameters.begin(), parameters.end(), ',', ' ');
+    const double start = seconds();
+    loadModule("/bootvigilk.ko", parameters);
+    say("bootvigilk: loaded in %.1f ms", (seconds() - start) * 1000);
+    need(chown(kProfile, kSystemUser, 0) == 0 && chmod(kProfile, 0660) == 0, kProfile);
 }
 
 // The block device with this serial number, empty without one.
@@ -104,20 +141,9 @@ std::string diskNamed(const std::string& serial) {
     return "";
 }
 
-// A procfs takes no new files: /proc is a tmpfs whose links lead to the real one, beside the boot
-// profile. Nobody but the daemon and its commands look there.
-void makeProc(bool hangs) {
-    need(mountAt("tmpfs", "proc", "/proc"), "mount /proc");
-    for (const auto& entry : fs::directory_iterator(kProc)) {
-        const std::string name = entry.path().filename();
-        if (isdigit(name[0]) == 0) fs::create_symlink(entry.path(), "/proc/" + name);
-    }
-    fs::copy_file(hangs ? "/profiles/hang" : "/profiles/healthy", "/proc/bootprof");
-}
-
 void makePlatform() {
     need(mountAt("devtmpfs", "dev", "/dev"), "mount /dev");
-    need(mountAt("proc", "proc", kProc), "mount procfs");
+    need(mountAt("proc", "proc", "/proc"), "mount /proc");
     need(mountAt("sysfs", "sys", "/sys"), "mount /sys");
     need(mountAt("pstore", "pstore", "/sys/fs/pstore"), "mount /sys/fs/pstore");
     loadModules();
@@ -159,24 +185,94 @@ struct Misc {
     }
 };
 
-// A process that hangs, with the pid that the profile names.
-void startSystemServer() {
-    writeText(std::string(kProc) + "/sys/kernel/ns_last_pid",
-              std::to_string(atoi(kSystemServerPid) - 1));
-    const pid_t pid = fork();
-    if (pid == 0) {
-        prctl(PR_SET_NAME, "system_server");
-        sigset_t quit;
-        sigemptyset(&quit);
-        sigaddset(&quit, SIGQUIT);
-        sigprocmask(SIG_BLOCK, &quit, nullptr);
-        for (;;) {
-            siginfo_t info = {};
-            if (sigwaitinfo(&quit, &info) < 0) continue;
-            say("system_server: signal %d from process %d", info.si_signo, info.si_pid);
+struct Event {
+    int us;  // of the machine since the boot's start
+    std::string process;
+    std::string text;
+};
+
+// The events of a real boot: "  14355.576572 : 1113-system_server   : AMS:systemReady".
+std::vector<Event> eventsOfBoot(bool hangs) {
+    std::vector<Event> events;
+    std::ifstream file("/healthy.txt");
+    std::string line;
+    while (std::getline(file, line)) {
+        const size_t name = line.find('-', line.find(" :")) + 1;
+        if (line.size() < name + kNameWidth + 3 || line.compare(name + kNameWidth, 2, ": ") != 0) {
+            continue;
+        }
+        std::string process = line.substr(name, kNameWidth);
+        process.erase(process.find_last_not_of(' ') + 1);
+        events.push_back({static_cast<int>(strtod(line.c_str(), nullptr) * 1000 / kClockRate),
+                          process, line.substr(name + kNameWidth + 2)});
+        if (hangs && events.back().text == kLastOfHang) break;
+    }
+    need(!events.empty(), "read /healthy.txt");
+    return events;
+}
+
+// A process of the platform: writes the events it is told to, and tells of a signal. It never ends.
+int startProcess(const std::string& name) {
+    int ends[2];
+    need(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0, "socketpair");
+    if (fork() != 0) return ends[1];
+    prctl(PR_SET_NAME, name.c_str());
+    sigset_t quit;
+    sigemptyset(&quit);
+    sigaddset(&quit, SIGQUIT);
+    sigprocmask(SIG_BLOCK, &quit, nullptr);
+    struct pollfd ready[] = {{ends[0], POLLIN, 0}, {signalfd(-1, &quit, 0), POLLIN, 0}};
+    const int profile = open(kProfile, O_WRONLY | O_CLOEXEC);
+    for (;;) {
+        poll(ready, 2, -1);
+        char event[256];
+        if (ready[0].revents != 0) {
+            const ssize_t size = recv(ends[0], event, sizeof(event), 0);
+            need(size > 0 && write(profile, event, static_cast<size_t>(size)) == size,
+                 name + ": write an event");
+            send(ends[0], "", 1, 0);
+        }
+        struct signalfd_siginfo info;
+        if (ready[1].revents != 0 && read(ready[1].fd, &info, sizeof(info)) > 0) {
+            say("%s: signal %u from process %u", name.c_str(), info.ssi_signo, info.ssi_pid);
         }
     }
-    need(std::to_string(pid) == kSystemServerPid, "start system_server");
+}
+
+void sleepUntil(double end) {
+    const double left = end - seconds();
+    if (left > 0) usleep(static_cast<useconds_t>(left * 1e6));
+}
+
+// The platform's processes log the boot's events, one after the other. A good boot comes up while
+// the daemon waits for it.
+void startFramework(bool hangs) {
+    if (fork() != 0) return;
+    const double start = seconds();
+    const std::vector<Event> events = eventsOfBoot(hangs);
+    std::map<std::string, int> processes;
+    for (const Event& event : events) {
+        if (processes.count(event.process) == 0) {
+            processes[event.process] = startProcess(event.process);
+        }
+    }
+    for (const Event& event : events) {
+        sleepUntil(start + event.us / 1e6);
+        const int process = processes[event.process];
+        char done;
+        need(send(process, event.text.data(), event.text.size(), 0) > 0 &&
+                     recv(process, &done, 1, 0) == 1,
+             "tell " + event.process);
+    }
+    sleepUntil(start + 1.0 * kBootedAt / kClockRate);
+    if (!hangs) {
+        for (const char* name :
+             {"sys.boot_completed", "service.bootanim.exit", "sys.vela.BOOT_COMPLETED"}) {
+            setProperty(name, "1");
+        }
+        say("framework: boot completed");
+    }
+    for (;;) pause();
 }
 
 // The daemon's standard error, which is its log on a workstation's liblog, comes through `log`.
@@ -221,18 +317,6 @@ std::string asLogcat(const std::string& line) {
     return head + line.substr(text);
 }
 
-// The framework of a good boot; it comes up while the daemon waits for it.
-void startFramework() {
-    if (fork() != 0) return;
-    usleep(kBootedAt * 1000000 / kClockRate);
-    for (const char* name :
-         {"sys.boot_completed", "service.bootanim.exit", "sys.vela.BOOT_COMPLETED"}) {
-        setProperty(name, "1");
-    }
-    say("framework: boot completed");
-    _exit(0);
-}
-
 // Keeps the daemon's log until the daemon has left, and prints it.
 void superviseDaemon(pid_t pid, int log) {
     std::ofstream mainLog(kMainLog);
@@ -252,33 +336,46 @@ void superviseDaemon(pid_t pid, int log) {
         used.ru_maxrss);
 }
 
-bool isGiven(const char* option, const char* value) {
-    const char* const given = getenv(option);  // the kernel hands over what it doesn't know itself
-    return given != nullptr && strcmp(given, value) == 0;
+// In a process of its own: whatever a test does, the machine is switched off.
+[[noreturn]] void runModuleTests() {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        execl("/modtest", "modtest", nullptr);
+        _exit(127);
+    }
+    int status = 0;
+    need(waitpid(pid, &status, 0) == pid && status == 0, "modtest");
+    powerOff();
 }
 
 }  // namespace
 
 int main() {
     makePlatform();
+    if (option("modtest") == "1") runModuleTests();
+    loadDriver();
     Misc misc;
     misc.read();
-    const bool hangs = isGiven("hang", "cold") && misc.reason != kRecoveryReason;
+    const bool hangs = option("hang") == "cold" && misc.reason != kRecoveryReason;
     say("sys.boot.reason %s; this boot %s", misc.reason.c_str(), hangs ? "hangs" : "is good");
     setProperty("sys.boot.reason", misc.reason.c_str());
     setProperty("ro.boot.mode", "normal");
     misc.reason = "cold";
     misc.write();
-    makeProc(hangs);
     mountPartition();
 
     const time_t start = time(nullptr);
-    hangs ? startSystemServer() : startFramework();
+    startFramework(hangs);
+    if (option("daemon") == "none") {
+        say("no daemon is started");
+        for (;;) pause();
+    }
     int log = -1;
     const pid_t daemon = startDaemon(log, misc.ahead);
     superviseDaemon(daemon, log);
+    if (fs::exists("/velafs/SDD")) writeText("/velafs/profile", readText(kProfile));
 
-    const bool cut = isGiven("power", "cut");
+    const bool cut = option("power") == "cut";
     const bool reboots = !cut && readText(std::string(kProperties) + kRebootRequest) == "1";
     if (reboots) misc.reason = kRecoveryReason;
     misc.ahead += (time(nullptr) - start + 1) * kClockRate;
