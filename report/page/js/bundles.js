@@ -51,8 +51,9 @@ function thinned(bundle) {
     });
 }
 
-// A path for each colour, so that the document grows by the bundle and not by the boot.
-export function thinBars(bundle, scale) {
+// A path for each colour, so that the document grows by the bundle and not by the boot. A click on a
+// bar gives `choose` its boot; the keyboard has the number of a boot for that.
+export function thinBars(bundle, scale, choose) {
     const bars = thinned(bundle);
     const paths = new Map();
     const draw = (kind, row, from, to) => {
@@ -70,6 +71,10 @@ export function thinBars(bundle, scale) {
     for (const [name, value] of Object.entries({
         viewBox: `0 0 100 ${height}`, height, preserveAspectRatio: "none", class: "thin", "aria-hidden": "true",
     })) svg.setAttribute(name, value);
+    svg.addEventListener("click", ({ clientY }) => {
+        const box = svg.getBoundingClientRect();
+        choose(bars[Math.min(bars.length - 1, Math.floor(((clientY - box.top) / box.height) * bars.length))]);
+    });
     for (const [kind, d] of paths) {
         const path = document.createElementNS("http://www.w3.org/2000/svg", "path");
         path.setAttribute("class", kind);

@@ -28,7 +28,7 @@ function bundleRow(bundle, scale) {
     const failed = bundle.findLast((boot) => boot.outcome.color !== "good") ?? bundle.at(-1);
     const name = `boots ${count(bundle[0].place + 1)} to ${count(bundle.at(-1).place + 1)}`;
     const head = el("div", { class: "boot-head" }, bootLink(failed, name), el("span", {}, ...countsOf(bundle)));
-    return el("li", {}, head, el("div", { class: "track bundle" }, thinBars(bundle, scale)));
+    return el("li", {}, head, el("div", { class: "track bundle" }, thinBars(bundle, scale, (boot) => chooseBoot(boot.place, true))));
 }
 
 // Older boots in bundles; the newest, and the one that failed last, each with a row.
