@@ -19,6 +19,8 @@ namespace {
 
 // Stands for "<" in the logs, so that nothing in one can end its element; the page turns it back.
 constexpr char kLessThan = '\x02';
+// Stands for a carriage return in the logs, which the browser would take for the end of a line.
+constexpr char kReturn = '\x03';
 
 std::string escape(const std::string& text, const std::map<char, const char*>& escapes) {
     std::string out;
@@ -41,6 +43,7 @@ void appendLog(const Capture& capture, const Append& append) {
     readArchive(capture.path, [&](const char* data, size_t size) {
         text.assign(data, size);
         std::replace(text.begin(), text.end(), '<', kLessThan);
+        std::replace(text.begin(), text.end(), '\r', kReturn);
         append(text);
         return true;
     });
