@@ -33,9 +33,10 @@ __attribute__((format(printf, 2, 3))) void print(std::string& out, const char* f
 // others.
 void printText(std::string& out, const std::string& first, const std::string& text) {
     constexpr size_t kWidth = 80;
-    constexpr size_t kMost = 2000;  // bytes of the text that are shown
-    const std::string all =
-            printable(text.substr(0, kMost)) + (text.size() > kMost ? " [...]" : "");
+    constexpr size_t kMost = 1900;  // bytes that are shown
+    // What can't be printed takes four times the room.
+    std::string all = printable(text.substr(0, kMost));
+    if (text.size() > kMost || all.size() > kMost) all = all.substr(0, kMost) + " [...]";
     const std::string indent(first.size(), ' ');
     size_t begin = 0;
     do {
