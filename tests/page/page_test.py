@@ -186,13 +186,17 @@ class GivenPage(BrowserTest):
             self.assertEqual(self.script("return document.querySelector('.row.current .text').textContent"), expected)
 
     def test_fits_and_names_all_milestones(self):
-        names = {milestone["name"] for milestone in self.report["compare"]["milestones"]}
-        self.script("for (const fold of document.querySelectorAll('details')) fold.open = true")
-        for width in 1400, 400:
-            self.assertLessEqual(self.size(width)[0], width)
-            self.assertEqual(set(self.texts(".milestones tbody th")), names)
-            cut = "return [...document.querySelectorAll('.milestones th')].filter(e => e.scrollWidth > e.clientWidth).length"
-            self.assertEqual(self.script(cut), 0)
+        long = json.loads(REPORT.search(self.page)[1], object_hook=lambda one: {
+            key: value + "x" * 300 if isinstance(value, str) and key != "kind" else value for key, value in one.items()})
+        for report, logs in (self.report, self.logs), (long, [("x" * 300, "x" * 9000)]):
+            self.open(report, logs)
+            names = {milestone["name"] for milestone in report["compare"]["milestones"]}
+            self.script("for (const fold of document.querySelectorAll('details')) fold.open = true")
+            for width in 1400, 400:
+                self.assertLessEqual(self.size(width)[0], width)
+                self.assertEqual(set(self.texts(".milestones tbody th")), names)
+                cut = "[...document.querySelectorAll('.milestones th')].filter(e => e.scrollWidth > e.clientWidth).length"
+                self.assertEqual(self.script(f"return {cut}"), 0)
 
     def test_contrast(self):
         code = """const style = getComputedStyle(document.documentElement);
