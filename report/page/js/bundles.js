@@ -35,7 +35,8 @@ export function countsOf(bundle) {
     return sorted.slice(0, 4).map(({ number, color, sign, kind, first, last }) => {
         const [from, to] = [Math.round(first), Math.round(last)];
         const when = from === to ? `${from} s` : `${from} to ${to} s`;
-        return el("span", { class: `outcome ${color}` }, `${count(number)} ${sign} ${shorten(kind, 120)}`, el("span", { class: "when" }, ` at ${when}`));
+        return el("span", { class: `outcome ${color}` }, `${count(number)} ${sign} ${shorten(kind, 120)}`,
+            el("span", { class: "when" }, ` at ${when}`));
     });
 }
 
@@ -57,8 +58,8 @@ export function thinBars(bundle, scale, choose) {
     const bars = thinned(bundle);
     const paths = new Map();
     const draw = (kind, row, from, to) => {
-        const [left, right] = [scale.at(from), scale.at(to)];
-        paths.set(kind, `${paths.get(kind) ?? ""}M${left.toFixed(2)} ${row * PITCH}H${right.toFixed(2)}v2H${left.toFixed(2)}z`);
+        const [left, right] = [from, to].map((time) => scale.at(time).toFixed(2));
+        paths.set(kind, `${paths.get(kind) ?? ""}M${left} ${row * PITCH}H${right}v2H${left}z`);
     };
     const END = scale.end / 120;
     bars.forEach(({ silence, outcome }, row) => {
