@@ -25,6 +25,8 @@ namespace {
 
 // Stands for "<" in the logs, so that nothing in one can end its element; the page turns it back.
 constexpr char kLessThan = '\x02';
+// Stands for a carriage return in the logs, which the browser would take for the end of a line.
+constexpr char kReturn = '\x03';
 
 constexpr const char* kClosingTag = "</script>\n";
 
@@ -95,6 +97,7 @@ private:
         mLast = text.back();
         std::string safe(text);
         std::replace(safe.begin(), safe.end(), '<', kLessThan);
+        std::replace(safe.begin(), safe.end(), '\r', kReturn);
         mAppend(safe);
     }
 

@@ -34,7 +34,7 @@ def data_blocks(report, logs):
     data = json.dumps(report).replace("<", "\\u003c")
     blocks = [f'<script type="application/json" id="report">{data}</script>']
     for name, text in logs:
-        text = text.replace("<", "\x02")
+        text = text.replace("<", "\x02").replace("\r", "\x03")
         blocks.append(f'<script type="text/plain" class="log" data-name="{html.escape(name)}">{text}</script>')
     return "\n".join(blocks)
 
@@ -49,7 +49,7 @@ class Line:
 
 # What the page should make of a log, worked out another way: whole lines and an expression.
 def lines_of(text):
-    text = text.replace("\r\n", "\n").replace("\r", "\n").replace("\0", "\ufffd").replace("\x02", "<")
+    text = text.replace("\0", "\ufffd").replace("\x02", "<").replace("\x03", "\\x0d")
     lines = text.split("\n")
     return [Line(number, line) for number, line in enumerate(lines[:-1] if lines[-1] == "" else lines)]
 
@@ -128,7 +128,8 @@ class BrowserTest(unittest.TestCase):
                            "r => [...r.cells].map(c => c.textContent))", selector)
 
     def texts(self, selector):
-        return self.script("return [...document.querySelectorAll(arguments[0])].map(e => e.textContent.trim())", selector)
+        return self.script("return [...document.querySelectorAll(arguments[0])].map("
+                           "e => e.textContent.trim())", selector)
 
     def size(self, width):
         metrics = {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False}
@@ -160,8 +161,8 @@ class GivenPage(BrowserTest):
             self.assertIn(report["state"], self.element("state").text)
             self.assertEqual(len(self.texts(".answers dt")), 5)
             shown = self.element("answers").text.lower()
-            for words in answers["hung"]["text"], answers["why"]["text"], answers["worked"]["text"], answers["next"]["replay"]:
-                self.assertIn(words.lower(), shown)
+            for question, key in ("hung", "text"), ("why", "text"), ("worked", "text"), ("next", "replay"):
+                self.assertIn(answers[question][key].lower(), shown)
             head, *rows = self.table("#failures table")
             for column, key in ("Error number", "number"), ("In words", "situation"), ("Last event", "last_event"):
                 self.assertEqual([row[head.index(column)] for row in rows],
@@ -186,12 +187,17 @@ class GivenPage(BrowserTest):
             self.assertEqual(self.script("return document.querySelector('.row.current .text').textContent"), expected)
 
     def test_fits_and_names_all_milestones(self):
-        names = {milestone["name"] for milestone in self.report["compare"]["milestones"]}
-        for width in 1400, 400:
-            self.assertLessEqual(self.size(width)[0], width)
-            self.assertEqual(set(self.texts(".milestones tbody th")), names)
-            cut = "return [...document.querySelectorAll('.milestones th')].filter(e => e.scrollWidth > e.clientWidth).length"
-            self.assertEqual(self.script(cut), 0)
+        long = json.loads(REPORT.search(self.page)[1], object_hook=lambda one: {
+            key: value + "x" * 300 if isinstance(value, str) and key != "kind" else value for key, value in one.items()})
+        for report, logs in (self.report, self.logs), (long, [("x" * 300, "x" * 9000)]):
+            self.open(report, logs)
+            names = {milestone["name"] for milestone in report["compare"]["milestones"]}
+            self.script("for (const fold of document.querySelectorAll('details')) fold.open = true")
+            for width in 1400, 400:
+                self.assertLessEqual(self.size(width)[0], width)
+                self.assertEqual(set(self.texts(".milestones tbody th")), names)
+                cut = "[...document.querySelectorAll('.milestones th')].filter(e => e.scrollWidth > e.clientWidth).length"
+                self.assertEqual(self.script(f"return {cut}"), 0)
 
     def test_contrast(self):
         code = """const style = getComputedStyle(document.documentElement);
@@ -334,7 +340,8 @@ class OtherData(BrowserTest):
             self.assertEqual(known, [state == "no-failure"] * 5, "what the data doesn't answer isn't made up")
 
     def test_picture_names_what_it_draws(self):
-        poll = {"t": 40, "until": 460, "count": 15, "kind": "poll", "text": "last event: 1113-system_server  | AMS:ready"}
+        last = "last event: 1113-system_server  | AMS:ready"
+        poll = {"t": 40, "until": 460, "count": 15, "kind": "poll", "text": last}
         stall = {"t": 490, "kind": "verdict", "text": "stalled (0x502564: phase 5)"}
         request = {"t": 500, "kind": "request", "text": "a reboot is requested"}
         loop = {"t": 40, "kind": "verdict", "text": "came again and again: Zygote, count 5"}
@@ -347,8 +354,8 @@ class OtherData(BrowserTest):
                  "✕ stalled at 490 s → a reboot is requested", [f"476 s {silence}"], 0),
                 ({"events": [poll, stall], "milestones": milestones, "kernel_start": None}, "✕ stalled at 490 s",
                  [f"at least 450 s {silence}", "milestones in kernel seconds: nothing tells when the daemon started"], 0),
-                ({"events": [loop], "rounds": [10, 20, 50], "kernel_start": 0}, "✕ came again and again: Zygote, count 5 at 40 s",
-                 ["3 rounds; Zygote came 5 times"], 3),
+                ({"events": [loop], "rounds": [10, 20, 50], "kernel_start": 0},
+                 "✕ came again and again: Zygote, count 5 at 40 s", ["3 rounds; Zygote came 5 times"], 3),
                 ({"events": [stall, dict(good, t=1120)]}, "! stalled at 490 s, yet complete at 1,120 s", [], 0),
                 ({"events": [dict(poll, count=1, until=40), good]}, "✓ complete at 40 s", [], 0),
                 ({"events": [killed]}, "✕ killed by signal 9 at 7 s", [], 0),
@@ -375,8 +382,12 @@ class OtherData(BrowserTest):
             wide, high = self.size(width)
             self.assertLessEqual(wide, width)
             self.assertLessEqual(high, 4 * 900)
-        self.assertEqual(sum(int(n.split()[0]) for n in self.texts(".bundle ~ *, .boot-head > span > .outcome")) +
+        self.assertEqual(sum(int(n.split()[0]) for n in self.texts(".boot-head > span > .outcome")) +
                          len(self.texts(".boot-head > .outcome")), 200)
+        self.script("""const svg = document.querySelector('.thin'), box = svg.getBoundingClientRect();
+            const y = box.top + box.height * 20.5 / 33;
+            svg.dispatchEvent(new MouseEvent('click', {clientY: y}))""")
+        self.assertEqual(self.element("boot-title").text, "boot 20", "a click on a thin bar")
         for what, report in [("boots", {"boots": [{"events": [good if n % 2 else stall]} for n in range(200_000)]}),
                              ("events", {"boots": [{"events": [dict(poll, t=n) for n in range(200_000)]}]}),
                              ("records", {"failures": [{"number": n} for n in range(200_000)]})]:
@@ -416,7 +427,8 @@ class OtherData(BrowserTest):
                   "answers": dict.fromkeys(["hung", "why", "did", "worked", "next"], answer),
                   "recovery": {"history": hostile, "next": hostile}, "uploads": [{"file": hostile, "text": hostile}],
                   "captures": [{"name": hostile, "bytes": hostile, "ratio": hostile, "error": hostile}],
-                  "journal": [{"text": hostile}], "boots": [{"title": hostile, "events": [event], "milestones": [milestone] * 2}],
+                  "journal": [{"text": hostile}],
+                  "boots": [{"title": hostile, "events": [event], "milestones": [milestone] * 2}],
                   "compare": {"name": hostile, "milestones": [milestone]}}
         # An opened script or comment would swallow the rest of the page.
         tagged = f"11-15 11:00:00.000  1  2 E <b>tag</b>: {hostile}"
@@ -430,19 +442,22 @@ class OtherData(BrowserTest):
         self.assertEqual(self.script("return document.querySelectorAll('main img, main script, main b').length"), 0)
         self.assertIn(hostile, self.table("#failures table")[1])
         milestones = self.table(".milestones")[1:]
-        self.assertEqual(milestones, [[hostile, "", "1.000 s", "1.000 s", "±0.000 s"], [f"{hostile} (2)", "", "1.000 s", "–", ""]])
+        self.assertEqual(milestones, [[hostile, "", "1.000 s", "1.000 s", "±0.000 s"],
+                                      [f"{hostile} (2)", "", "1.000 s", "–", ""]])
 
     def test_unseen_characters_are_shown(self):
-        unseen, shown = "a\u202eb\x1bc\u200bd", r"a\u{202e}b\x1bc\u{200b}d"
-        self.open({"device": unseen, "boots": [{"title": unseen}], "failures": [{"number": unseen}]}, [("log", f"{unseen}\n")])
-        self.assertEqual(self.rows(), {0: shown})
+        unseen, shown = "a\u202eb\x1bc\u200bd\re", r"a\u{202e}b\x1bc\u{200b}d\x0de"
+        report = {"device": unseen, "boots": [{"title": unseen}], "failures": [{"number": unseen}]}
+        self.open(report, [("log", f"{unseen}\r\nend\n")])
+        self.assertEqual(self.rows(), {0: shown, 1: "end"})
         for text in self.browser.title, self.texts(".boot-name")[0], self.texts("#boot-title")[0], self.texts("td")[0]:
             self.assertIn(shown, text)
 
     def test_damaged_data_empties_no_other_part(self):
         whole = json.loads(REPORT.search(self.page)[1])
         parts = {"answers": "#answers dd a", "boots": ".bars li", "failures": "#failures td", "captures": "#captures td",
-                 "episodes": "#episodes td", "recovery": "#recovery td", "uploads": "#uploads td", "compare": ".piece.ghost"}
+                 "episodes": "#episodes td", "recovery": "#recovery td", "uploads": "#uploads td",
+                 "compare": ".piece.ghost"}
         strange = [[5, "x", [], {"t": "x"}], {"length": 3, "text": {}, "milestones": {}, "lines": {}}]
         values = {key: [None, *strange[0]] if isinstance(value, list) else strange for key, value in whole.items()}
         quarters = [dict(list(values.items())[start::4]) for start in range(4)]

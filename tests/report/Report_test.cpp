@@ -314,7 +314,7 @@ TEST_F(DamageTest, ProgramSaysHowItWent) {
 }
 
 TEST_F(DamageTest, PageHoldsHostileLogsAsText) {
-    lab::writeFile(mFolder + "/log", "</script><script>alert(1)</script>\n<!--\n");
+    lab::writeFile(mFolder + "/log", "</script><script>alert(1)</script>\r\n<!--\n");
     ASSERT_EQ(system(("zstd -qf --check " + mFolder + "/log -o " + mPartition +
                       "/boot_vigil/log/android_main_log.zs")
                              .c_str()),
@@ -324,7 +324,7 @@ TEST_F(DamageTest, PageHoldsHostileLogsAsText) {
     const std::string page = lab::readFile(mFolder + "/page.html");
     EXPECT_EQ(page.find("<script>alert"), std::string::npos);
     EXPECT_EQ(page.find("<b>"), std::string::npos);
-    EXPECT_NE(page.find("\x02/script>\x02script>alert(1)\x02/script>\n\x02!--\n"),
+    EXPECT_NE(page.find("\x02/script>\x02script>alert(1)\x02/script>\x03\n\x02!--\n"),
               std::string::npos);
 }
 

@@ -64,7 +64,7 @@ function next(answer) {
     if (file) nodes.push(el("p", {}, "Open ", placeLink(file, line), "."));
     if (text(answer.replay)) nodes.push(command(answer.replay));
     const limits = objects(answer.limits).flatMap((limit, i) => [i > 0 ? "; " : "", limitLink(limit)]);
-    if (limits.length) nodes.push(el("p", {}, `Known limit${limits.length > 2 ? "s" : ""} that may apply: `, ...limits, "."));
+    if (limits.length) nodes.push(el("p", {}, "Known limits that may apply: ", ...limits, "."));
     if (text(answer.recovery)) nodes.push(el("p", {}, `The next failure leads to: ${answer.recovery}.`));
     return nodes.length ? nodes : paragraph(answer.text);
 }

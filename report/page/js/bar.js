@@ -27,7 +27,8 @@ const note = (kind, words, where = "") =>
 function kernelTrack(boot, scale) {
     const end = boot.milestones.at(-1).t;
     const marks = boot.milestones.slice(0, MOST_MARKS).map(({ t }) => mark(scale, "milestone", t));
-    const track = el("div", { class: "track kernel" }, piece(scale, "reached", 0, end), ...marks);
+    const ghost = goodEnd() > 0 ? [piece(scale, "ghost", 0, goodEnd())] : [];
+    const track = el("div", { class: "track kernel" }, piece(scale, "reached", 0, end), ...ghost, ...marks);
     return [track, note("reached", "milestones in kernel seconds: nothing tells when the daemon started")];
 }
 

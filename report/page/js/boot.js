@@ -11,7 +11,8 @@ import { table } from "./tables.js";
 
 const when = (event) => (event.until > event.t
     ? `${Math.round(event.t)} to ${Math.round(event.until)}` : seconds(event.t));
-const what = (event) => (event.polls > 1 ? `${event.polls} polls, ${event.text.replace(/^last event/, "last event unchanged")}` : event.text);
+const what = (event) => (event.polls > 1
+    ? `${event.polls} polls, ${event.text.replace(/^last event/, "last event unchanged")}` : event.text);
 
 function eventTable(boot) {
     const columns = [

@@ -41,9 +41,13 @@ function outcomeOf(events, end) {
         return { color: "bad", sign: "✕", words: done ? `${done}, then ${words}` : words, kind, at };
     }
     if (complete) {
-        return { color: "good", sign: "✓", words: `complete at ${short(complete.t)}`, kind: "complete", at: complete.t };
+        const words = `complete at ${short(complete.t)}`;
+        return { color: "good", sign: "✓", words, kind: "complete", at: complete.t };
     }
-    if (exit) return { color: "bad", sign: "✕", words: `${exit.text} at ${short(exit.t)}`, kind: exit.text, at: exit.t };
+    if (exit) {
+        const words = `${exit.text} at ${short(exit.t)}`;
+        return { color: "bad", sign: "✕", words, kind: exit.text, at: exit.t };
+    }
     const words = events.length ? `not known: its log ends at ${short(end)}` : "not known: no line of it was kept";
     return { color: "warn", sign: "?", words, kind: "not known", at: end };
 }
@@ -83,7 +87,7 @@ function describe(boot, place) {
     // Seconds of the daemon's clock at the kernel's start; null where nothing tells.
     const offset = typeof boot.kernel_start === "number" ? boot.kernel_start : null;
     const onAxis = offset === null ? [] : milestones.map((one) => one.t + offset);
-    const end = [...onAxis.slice(-1), ...events.slice(-1).map((event) => event.until)].reduce((a, b) => Math.max(a, b), 0);
+    const end = Math.max(0, ...onAxis.slice(-1), ...events.slice(-1).map((event) => event.until));
     const outcome = outcomeOf(events, end);
     return {
         place, events, milestones, offset, end, outcome,

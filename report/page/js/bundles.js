@@ -35,7 +35,8 @@ export function countsOf(bundle) {
     return sorted.slice(0, 4).map(({ number, color, sign, kind, first, last }) => {
         const [from, to] = [Math.round(first), Math.round(last)];
         const when = from === to ? `${from} s` : `${from} to ${to} s`;
-        return el("span", { class: `outcome ${color}` }, `${count(number)} ${sign} ${shorten(kind, 120)}`, el("span", { class: "when" }, ` at ${when}`));
+        return el("span", { class: `outcome ${color}` }, `${count(number)} ${sign} ${shorten(kind, 120)}`,
+            el("span", { class: "when" }, ` at ${when}`));
     });
 }
 
@@ -51,13 +52,14 @@ function thinned(bundle) {
     });
 }
 
-// A path for each colour, so that the document grows by the bundle and not by the boot.
-export function thinBars(bundle, scale) {
+// A path for each colour, so that the document grows by the bundle and not by the boot. A click on a
+// bar gives `choose` its boot; the keyboard has the number of a boot for that.
+export function thinBars(bundle, scale, choose) {
     const bars = thinned(bundle);
     const paths = new Map();
     const draw = (kind, row, from, to) => {
-        const [left, right] = [scale.at(from), scale.at(to)];
-        paths.set(kind, `${paths.get(kind) ?? ""}M${left.toFixed(2)} ${row * PITCH}H${right.toFixed(2)}v2H${left.toFixed(2)}z`);
+        const [left, right] = [from, to].map((time) => scale.at(time).toFixed(2));
+        paths.set(kind, `${paths.get(kind) ?? ""}M${left} ${row * PITCH}H${right}v2H${left}z`);
     };
     const END = scale.end / 120;
     bars.forEach(({ silence, outcome }, row) => {
@@ -70,6 +72,10 @@ export function thinBars(bundle, scale) {
     for (const [name, value] of Object.entries({
         viewBox: `0 0 100 ${height}`, height, preserveAspectRatio: "none", class: "thin", "aria-hidden": "true",
     })) svg.setAttribute(name, value);
+    svg.addEventListener("click", ({ clientY }) => {
+        const box = svg.getBoundingClientRect();
+        choose(bars[Math.min(bars.length - 1, Math.floor(((clientY - box.top) / box.height) * bars.length))]);
+    });
     for (const [kind, d] of paths) {
         const path = document.createElementNS("http://www.w3.org/2000/svg", "path");
         path.setAttribute("class", kind);

@@ -13,7 +13,8 @@ export const count = (number) => grouped.format(number);
 export const plural = (number, noun) => `${count(number)} ${noun}${number === 1 ? "" : "s"}`;
 export const shorten = (value, length) => (value.length > length ? `${value.slice(0, length - 1)}…` : value);
 // A name keeps its own spelling.
-export const sentence = (value) => value.replace(/^[a-z]+(?=[ ,:;]|$)/, (word) => word[0].toUpperCase() + word.slice(1));
+export const sentence = (value) =>
+    value.replace(/^[a-z]+(?=[ ,:;]|$)/, (word) => word[0].toUpperCase() + word.slice(1));
 
 // Controls, bidirectional controls and other characters that can't be seen: a log must not be able
 // to turn what stands beside it around, or to look like another.

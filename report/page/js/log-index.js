@@ -3,7 +3,9 @@
 
 // Stands for "<" in the log blocks, where a real one could end the block.
 const HIDDEN_LESS = "\u0002";
-const show = (text) => text.replaceAll(HIDDEN_LESS, "<");
+// Stands for a carriage return, which would become the end of a line.
+const HIDDEN_RETURN = "\u0003";
+const show = (text) => text.replaceAll(HIDDEN_LESS, "<").replace(/\u0003$/, "").replaceAll(HIDDEN_RETURN, "\r");
 const PRIORITIES = "VDIWEF";
 // "MM-DD HH:MM:SS.mmm  PID  TID P ", which the tag follows.
 const HEAD = /\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} +\d+ +\d+ ([VDIWEF]) /y;

@@ -43,7 +43,8 @@ function line(row, scale, hasGood, missing) {
     const cells = [el("th", { scope: "row" }, row.name), el("td", { class: "bar" },
         el("div", { class: "track" }, ...pieces)), time];
     if (hasGood) {
-        cells.push(el("td", { class: "number", "data-label": "good" }, row.good === null ? "–" : `${seconds(row.good)} s`),
+        const good = row.good === null ? "–" : `${seconds(row.good)} s`;
+        cells.push(el("td", { class: "number", "data-label": "good" }, good),
             el("td", { class: "number" }, difference(row)));
     }
     return el("tr", {}, ...cells);
@@ -63,6 +64,7 @@ export function milestoneTable(boot) {
     const caption = `Milestones in seconds since the kernel's start: ${reached}` +
         (hasGood ? `; outlined: the good boot, ${text(compare.name)}` : "");
     return el("table", { class: "milestones", style: scale.grid }, el("caption", {}, caption),
-        el("thead", {}, el("tr", {}, ...head.map((title) => el("th", { scope: "col", class: title === "Milestone" ? "" : "number" }, title)))),
+        el("thead", {}, el("tr", {}, ...head.map((title, i) =>
+            el("th", { scope: "col", class: i > 0 ? "number" : "" }, title)))),
         el("tbody", {}, ...rows.map((row) => line(row, scale, hasGood, missing(row)))));
 }

@@ -28,7 +28,8 @@ function bundleRow(bundle, scale) {
     const failed = bundle.findLast((boot) => boot.outcome.color !== "good") ?? bundle.at(-1);
     const name = `boots ${count(bundle[0].place + 1)} to ${count(bundle.at(-1).place + 1)}`;
     const head = el("div", { class: "boot-head" }, bootLink(failed, name), el("span", {}, ...countsOf(bundle)));
-    return el("li", {}, head, el("div", { class: "track bundle" }, thinBars(bundle, scale)));
+    const bars = thinBars(bundle, scale, (boot) => chooseBoot(boot.place, true));
+    return el("li", {}, head, el("div", { class: "track bundle" }, bars));
 }
 
 // Older boots in bundles; the newest, and the one that failed last, each with a row.
@@ -56,7 +57,9 @@ function legends() {
 
 export function showBoots() {
     if (boots.length === 0) return fill("boots", nothing("No log tells of a boot."));
-    const ends = boots.flatMap((boot) => (boot.offset === null ? [boot.end, boot.milestones.at(-1)?.t ?? 0] : [boot.end]));
+    // A bar of milestones in kernel seconds has the same scale.
+    const kernelEnd = ({ offset, milestones }) => (offset === null ? milestones.at(-1)?.t ?? 0 : 0);
+    const ends = boots.map((boot) => Math.max(boot.end, kernelEnd(boot)));
     const scale = new Scale(ends);
     const one = boots.some((boot) => boot.offset !== null);
     const caption = `${plural(boots.length, "boot")}${boots.length > 1 ? ", the newest last" : ""}, in seconds since ` +
