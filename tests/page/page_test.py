@@ -356,6 +356,7 @@ class OtherData(BrowserTest):
                  [f"at least 450 s {silence}", "milestones in kernel seconds: nothing tells when the daemon started"], 0),
                 ({"events": [loop], "rounds": [10, 20, 50], "kernel_start": 0},
                  "✕ came again and again: Zygote, count 5 at 40 s", ["3 rounds; Zygote came 5 times"], 3),
+                ({"events": [dict(poll, count=1, until=40), stall]}, "✕ stalled at 490 s", [], 0),
                 ({"events": [stall, dict(good, t=1120)]}, "! stalled at 490 s, yet complete at 1,120 s", [], 0),
                 ({"events": [dict(poll, count=1, until=40), good]}, "✓ complete at 40 s", [], 0),
                 ({"events": [killed]}, "✕ killed by signal 9 at 7 s", [], 0),
