@@ -92,7 +92,7 @@ public:
     }
 
     // One object on one line.
-    void printJson(const std::string& folder) const {
+    void printJson() const {
         Record boots = Record::array();
         for (size_t i = 0; i < mRun.outcomes().size(); ++i) {
             const int boot = static_cast<int>(i) + 1;
@@ -112,14 +112,12 @@ public:
                       {"holds", mBroken.empty()},
                       {"broken", mBroken},
                       {"boots", boots}};
-        if (!folder.empty()) run["folder"] = folder;
         print(stdout, run.dump(-1, ' ', true, Record::error_handler_t::replace));
     }
 
-    void printBroken(const std::string& folder) const {
+    void printBroken() const {
         print(stderr, printable(mScenario.path) + " does not hold:");
         for (const std::string& line : mBroken) print(stderr, printable(line));
-        print(stderr, "what the daemon left behind: " + printable(folder));
     }
 
 private:
@@ -129,32 +127,23 @@ private:
     std::vector<std::string> mBroken;
 };
 
-// A scenario's run: where it is kept, if it is.
-struct Job {
-    const Scenario& scenario;
-    const Options& options;
-    std::string folder;
-    bool always;  // else only where something does not hold
-};
-
 // In the cage, of which `cage` is the folder.
-int runAndReport(const Job& job, const std::string& cage) {
-    const Options& options = job.options;
+int runAndReport(const Scenario& scenario, const Options& options, const std::string& cage) {
     const std::string folder = cage + "/" + kRun;
     makeFolders(folder);
-    ScenarioRun run(job.scenario, folder, Keep::LOG, cage + "/tools");
+    ScenarioRun run(scenario, folder, Keep::LOG, cage + "/tools");
     run.run();
-    const Report report(job.scenario, run);
+    const Report report(scenario, run);
     const bool holds = report.broken().empty();
     if (options.json) {
-        report.printJson(job.always || !holds ? job.folder : "");
+        report.printJson();
     } else if (options.effects) {
         report.printEffects();
     } else if (!options.quiet) {
         report.printBoots();
     }
     fflush(stdout);
-    if (!holds && !options.json) report.printBroken(job.folder);
+    if (!holds && !options.json) report.printBroken();
     return holds ? 0 : kFailed;
 }
 
@@ -166,20 +155,19 @@ int runOne(const Scenario& scenario, const std::string& named, const Options& op
                               ": cannot keep a run here: it is no empty folder");
         return CommandLine::kWrongUsage;
     }
-    std::optional<TemporaryFolder> temporary;
-    if (named.empty()) temporary.emplace();
-    const Job job = {scenario, options, named.empty() ? temporary->path() : named, !named.empty()};
     Cage cage(options.cage, 1);
-    const int status =
-            cage.run([&](const std::string& folder) { return runAndReport(job, folder); });
-    if (!job.always && status != kFailed) return status;
+    const int status = cage.run(
+            [&](const std::string& folder) { return runAndReport(scenario, options, folder); });
+    if (named.empty() && status != kFailed) return status;
     return orLabFailed([&] {
-        cage.copyOut(kRun, job.folder);
+        std::optional<TemporaryFolder> temporary;
+        if (named.empty()) temporary.emplace();
+        const std::string folder = named.empty() ? temporary->path() : named;
+        cage.copyOut(kRun, folder);
         if (temporary) temporary->keep();
-        if (status == 0 && !options.json) {
-            print(stdout,
-                  "\nwhat the daemon left behind: " + printable(job.folder) + "/root/velafs");
-        }
+        const std::string left = "what the daemon left behind: " + printable(folder);
+        if (status == kFailed) print(stderr, left);
+        if (status == 0 && !options.json) print(stdout, "\n" + left + "/root/velafs");
         return status;
     });
 }

@@ -97,15 +97,20 @@ boots:
    expect: {timeline: ""}}
 )";
 
+constexpr const char* kFiller = R"(
+device: {files: {/system/bin/logcat: "#!/system/bin/sh\nexec /system/bin/busybox yes >/data/x"}}
+boots: [{profile: {until: AMS:systemReady}, until: 600}]
+)";
+
 TEST_F(CageTest, HostileScenariosReachNothing) {
     const std::string asUser = "unshare --user --map-user=1234 --map-group=1234 ";
     const std::string noSpaces = "echo 0 >/proc/sys/user/max_user_namespaces && ";
     const std::string good = readFile(dataPath("scenarios/partition-full.yaml"));
     const std::string written = "{CANARY: dead, " + mCanary + ": dead}";
     const std::string everywhere =
-            "device: {files: " + written + ", properties: " + written +
+            "device: {files: " + written +
             "}\nboots: [{completes: 9, until: 60, files: " + written +
-            ", changes: [{at: 1, write: " + written + ", set: " + written +
+            ", changes: [{at: 1, write: " + written +
             "}, {at: 2, remove: CANARY}, {at: 3, write: {/system/bin/busybox: dead, " +
             "/system/bin/sh: dead}}]}]\nfiles_after: {CANARY: null, /bin/sh: dead}\n";
     const auto change = [](const std::string& what) {
@@ -123,14 +128,13 @@ TEST_F(CageTest, HostileScenariosReachNothing) {
             {asUser, everywhere, 0, ""},
             {"", kProgram, 1, "timeline differs"},
             {asUser, kProgram, 1, "timeline differs"},
-            {"", change("fill: /data/x"), kLabFailed,
-             "boot 1: the boot filled the 64 MiB of files"},
-            {asUser, "device: {partition: 99999999999}\n" + change("signal: 9"), kLabFailed,
-             "a partition of 99999999999 bytes is larger than"},
-            {"", change("clock: 9223372036854775807"), kLabFailed, "boot 1: no clock shows"},
-            {"", change("read_only: /data"), kLabFailed, "boot 1: cannot make read-only /data: "},
+            {"", change("set: {CANARY: dead}"), 2, "expected a name (a property's name)"},
+            {"", change("fill: CANARY"), 2, "expected a path below /velafs"},
+            {"", kFiller, kLabFailed, "boot 1: the boot filled the 64 MiB of files"},
+            {asUser, "device: {partition: 200000000}\n" + change("signal: 9"), kLabFailed,
+             "a partition of 200000000 bytes is larger than"},
             {"prlimit --data=100000000 ",
-             kSanitized ? "[" : "device: {logs: {main: 99999999999}}\n" + change("signal: 9"),
+             kSanitized ? "[" : "device: {logs: {main: 268000000}}\n" + change("signal: 9"),
              kSanitized ? 1 : kLabFailed, kSanitized ? "" : "out of memory"},
             {"prlimit --nofile=6 ", good, kLabFailed, "a limit of 6 is too low for open files"},
             {"unshare --user --map-root-user sh -c '" + noSpaces + "exec \"$@\"' -- ", good,

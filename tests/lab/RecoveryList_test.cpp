@@ -26,7 +26,10 @@ constexpr const char* kLongLists[] = {"100|\xe9\x80\xff/.",     "100|125000000",
 
 // What the report says of the first step.
 std::string nextStep(const std::optional<std::string>& modes) {
-    const int mode = modes ? lab::digitAt(*modes, 0) : 0;
+    if (!modes || modes->find_first_not_of('0') == std::string::npos) {
+        return "nothing: no list for this reason";
+    }
+    const int mode = lab::digitAt(*modes, 0);
     return mode > 0 ? report::modeName(mode) : "nothing more: the list is exhausted";
 }
 
@@ -50,7 +53,7 @@ protected:
         } catch (const lab::MustEnd& end) {
             EXPECT_EQ(end.signal, SIGABRT);
             EXPECT_EQ(report::readRecovery({{}, {}, list}, 100).next,
-                      "nothing: the daemon dies of a blank field in the list")
+                      "nothing: the daemon dies of a blank field in the pushed list")
                     << list;
         }
         EXPECT_EQ(rules, daemons) << "\"" << list << "\"";
