@@ -386,7 +386,7 @@ class OtherData(BrowserTest):
         self.assertEqual(sum(int(n.split()[0]) for n in self.texts(".boot-head > span > .outcome")) +
                          len(self.texts(".boot-head > .outcome")), 200)
         self.script("""const svg = document.querySelector('.thin'), box = svg.getBoundingClientRect();
-            const y = box.top + box.height * 20.5 / 33;
+            const y = box.top + box.height * 20.5 / 40;
             svg.dispatchEvent(new MouseEvent('click', {clientY: y}))""")
         self.assertEqual(self.element("boot-title").text, "boot 20", "a click on a thin bar")
         for what, report in [("boots", {"boots": [{"events": [good if n % 2 else stall]} for n in range(200_000)]}),

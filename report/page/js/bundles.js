@@ -3,7 +3,7 @@
 
 import { count, el, shorten } from "./dom.js";
 
-const MOST_BUNDLES = 6;
+const MOST_BUNDLES = 5;
 const PITCH = 3;  // pixels of a thin bar with its gap
 const MOST_BARS = 60;
 
