@@ -23,6 +23,7 @@ export function showState() {
     const [color, sign, word] = Object.hasOwn(states, report.state) ? states[report.state] : states.unclear;
     const badge = el("strong", { class: `badge ${color}` }, el("span", { "aria-hidden": "true" }, sign), ` ${word}`);
     const why = sentence(text(report.sentence));
+    byId("version").textContent = `Made by bootvigil-report ${visible(asText(report.version))}.`;
     byId("state").replaceChildren(badge, el("span", {}, why && `${why}.`));
 }
 
