@@ -33,7 +33,7 @@ std::string belowPartition(const std::string& devicePath) {
 // The path of a file in a partition, which comes from outside: a link on the way to it may lead
 // anywhere, and is refused.
 std::string pathIn(const std::string& partition, const std::string& devicePath) {
-    const std::string path = partition + belowPartition(devicePath);
+    std::string path = partition + belowPartition(devicePath);
     for (std::filesystem::path part = path; part.native().size() > partition.size();
          part = part.parent_path()) {
         if (std::filesystem::is_symlink(part)) {

@@ -69,6 +69,20 @@ void readArchives(const DeviceRoot& root, BootObservation& seen) {
     }
 }
 
+void addBoot(RunLog& log, const BootObservation& seen, const std::string& reason) {
+    Record fields = {{"about", seen.boot.about},
+                     {"reason", reason},
+                     {"clock", int64_t{seen.clock}}};
+    if (const auto history = lookUp(seen.filesBefore, kHistory)) fields["history"] = *history;
+    log.add(0, "boot", fields);
+}
+
+int64_t countOperations(const std::vector<TraceEvent>& events) {
+    return std::count_if(events.begin(), events.end(), [](const TraceEvent& event) {
+        return event.kind == TraceEvent::OPERATION;
+    });
+}
+
 }  // namespace
 
 ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Keep keep,
@@ -96,12 +110,7 @@ void ScenarioRun::run() {
         seen.filesBefore = found ? std::move(*filesLeft) : filesKept(mRoot);
         if (mLog) {
             mLog->setBoot(number);
-            Record fields = {{"about", boot.about},
-                             {"reason", platform.bootReason()},
-                             {"clock", int64_t{seen.clock}}};
-            if (const auto history = lookUp(seen.filesBefore, kHistory))
-                fields["history"] = *history;
-            mLog->add(0, "boot", fields);
+            addBoot(*mLog, seen, platform.bootReason());
         }
 
         const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
@@ -123,10 +132,7 @@ void ScenarioRun::run() {
         if (process.trace().full()) {
             throw std::runtime_error("a boot's trace is longer than expected");
         }
-        outcome.operations =
-                std::count_if(seen.events.begin(), seen.events.end(), [](const TraceEvent& event) {
-                    return event.kind == TraceEvent::OPERATION;
-                });
+        outcome.operations = countOperations(seen.events);
         filesLeft = std::move(seen.filesAfter);
         mOutcomes.push_back(std::move(outcome));
     }

@@ -56,8 +56,9 @@ Hung whatHung(const Failure& failure, const Notice& notice, const Story& story) 
         hung.text = who + ": nothing after " + event.name;
     }
     if (hung.since != nullptr) {
-        hung.text +=
-                " since " + clockOf(*hung.since) + ", " + secondsOf(*hung.silent) + " of silence";
+        // The event may have come any time before the first poll that saw it.
+        hung.text += " since " + clockOf(*hung.since) + ", at least " + secondsOf(*hung.silent) +
+                     " of silence";
     }
     if (isStall(number) && !hung.missing.empty()) hung.text += "; never reached " + hung.missing;
     if (!event.process.empty()) hung.text += "; " + phaseOf(number);

@@ -39,7 +39,7 @@ void findNextStep(Recovery& recovery, bool hasHistory) {
         return recovery.next;
     };
     if (recovery.reason == 0) {
-        recovery.next = "no failure is known";
+        recovery.next = "nothing: no failure is known";
     } else if (recovery.disabled) {
         block(Blocked::DISABLED, "nothing: recovery is disabled from outside");
     } else if (!hasHistory) {

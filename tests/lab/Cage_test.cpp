@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -116,12 +117,13 @@ TEST_F(CageTest, HostileScenariosReachNothing) {
     const auto change = [](const std::string& what) {
         return "boots: [{completes: 9, until: 60, changes: [{at: 1, " + what + "}]}]\n";
     };
-    const struct {
+    struct Case {
         std::string prefix;
         std::string yaml;
         int status;
         std::string message;
-    } cases[] = {
+    };
+    std::vector<Case> cases = {
             {"", good, 0, ""},
             {asUser, good, 0, ""},
             {"", everywhere, 0, ""},
@@ -133,13 +135,16 @@ TEST_F(CageTest, HostileScenariosReachNothing) {
             {"", kFiller, kLabFailed, "boot 1: the boot filled the 64 MiB of files"},
             {asUser, "device: {partition: 200000000}\n" + change("signal: 9"), kLabFailed,
              "a partition of 200000000 bytes is larger than"},
-            {"prlimit --data=100000000 ",
-             kSanitized ? "[" : "device: {logs: {main: 268000000}}\n" + change("signal: 9"),
-             kSanitized ? 1 : kLabFailed, kSanitized ? "" : "out of memory"},
             {"prlimit --nofile=6 ", good, kLabFailed, "a limit of 6 is too low for open files"},
             {"unshare --user --map-root-user sh -c '" + noSpaces + "exec \"$@\"' -- ", good,
              kLabFailed, "cannot make a cage: clone: No space left on device; allow user name"},
     };
+    // Sanitizers need more.
+    if (!kSanitized) {
+        cases.push_back({"prlimit --data=100000000 ",
+                         "device: {logs: {main: 268000000}}\n" + change("signal: 9"), kLabFailed,
+                         "out of memory"});
+    }
     const std::string busybox = readFile("/bin/busybox");
     for (const auto& each : cases) {
         SCOPED_TRACE(each.prefix + each.yaml);
