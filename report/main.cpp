@@ -133,10 +133,11 @@ int runCommandLine(int argc, char** argv) {
                    "write the timeline as trace events to this file");
     app.add_option("--compare", options.compare, "a good boot's profile, shown beside the boots");
     app.add_flag("--json", options.json, "print one JSON object per folder, each on one line");
-    app.footer("Exit status:\n"
-               "  0   every folder was a partition, whatever its state\n"
-               "  1   one was not, or output could not be written\n"
-               "  2   wrong usage");
+    app.footer(
+            "Exit status:\n"
+            "  0   every folder was a partition, whatever its state\n"
+            "  1   one was not, or output could not be written\n"
+            "  2   wrong usage");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
