@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/FuzzDevice.h"
-#include "fuzz/SplitModel.h"
+#include "lab/base/Text.h"
 #include "report/judge/Judgement.h"
 #include "report/read/ReadReport.h"
 #include "report/show/Json.h"
@@ -107,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         fault("no failure, and traces of one");
     }
     std::string text = report::toText(report);
-    for (const std::string& line : linesOf(text)) {
+    for (const std::string& line : lab::linesOf(text)) {
         if (line.size() > kLongestLine) fault("two lines of the text have become one");
     }
     if (steers(text)) fault("the text would steer a terminal");
