@@ -187,10 +187,19 @@ void DeviceRoot::enter() const {
     gInside = true;
 }
 
+namespace {
+
+// Not opened by its name, for which an emulator opens the folder of its libraries.
+int openRoot() {
+    return chdir("/") == 0 ? open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+}
+
+}  // namespace
+
 InsideRoot::InsideRoot(const DeviceRoot& root)
     : mWasInside(gInside),
-      mOldRoot(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-      mOldFolder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+      mOldFolder(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+      mOldRoot(openRoot()) {
     root.enter();
 }
 

@@ -63,8 +63,8 @@ public:
 
 private:
     bool mWasInside;
-    int mOldRoot;
     int mOldFolder;
+    int mOldRoot;
 };
 
 }  // namespace lab
