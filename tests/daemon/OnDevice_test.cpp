@@ -37,6 +37,10 @@ private:
 TEST(OnDeviceTest, MessagesComeInOrderOfTime) {
     const android::sp<HandlerThread> thread = new HandlerThread();
     const android::sp<Recorder> handler = new Recorder(thread->getLooper());
+    // Never freed: the thread may let go of it after this test, and the thread sanitizer cannot see
+    // libutils count.
+    static const Handler* const kept = handler.get();
+    kept->incStrong(this);
     std::future<std::string> order = handler->mDone.get_future();
     const auto start = std::chrono::steady_clock::now();
     handler->sendMessageDelayed(200000000, android::Message(3));
