@@ -69,7 +69,8 @@ void keepWorst(const std::string& file, const Options& options, SagaResult& resu
     }
     const std::string path = options.out + format("/saga-%ju.yaml", worst.seed);
     writeFile(path, readFile(file));
-    print(path + ": bootvigil-lab run " + path + " shows it");
+    print(path + (worst.status == kSagaDifferent ? ": two runs of it differ"
+                                                 : ": bootvigil-lab run " + path + " shows it"));
 }
 
 int finish(const SagaResult& result) {

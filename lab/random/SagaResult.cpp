@@ -157,10 +157,12 @@ int SagaResult::status() const {
 std::vector<std::string> SagaResult::describe() const {
     std::vector<std::string> lines;
     const auto rate = [&](uint64_t sum) { return static_cast<double>(sum) / seconds; };
-    lines.push_back(
-            format("%ju boots in %.1f s: %.0f a second, %.0f times as fast as real time; "
-                   "%ju scenarios run twice",
-                   bootsRun, seconds, rate(bootsRun), rate(deviceSeconds), twice));
+    lines.push_back(format("%ju boots in %.1f s: %.0f a second, %.0f times as fast as real time",
+                           bootsRun, seconds, rate(bootsRun), rate(deviceSeconds)));
+    if (twice > 0) {
+        lines.push_back(
+                format("%ju scenarios run twice; their fingerprint: %016jx", twice, fingerprint));
+    }
     if (notRun > 0) lines.push_back(std::to_string(notRun) + " scenarios could not be run");
     if (failedJobs > 0) lines.push_back(std::to_string(failedJobs) + " jobs failed");
     std::string kinds;
