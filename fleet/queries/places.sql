@@ -1,0 +1,12 @@
+-- SPDX-License-Identifier: Apache-2.0
+-- Devices of each country and model, the most frequent ones.
+SELECT country, model, count(*) AS seen_devices
+FROM (
+    SELECT device, country, model
+    FROM devices
+    WHERE (:country = '' OR country = :country) AND (pulled = '' OR pulled >= :since)
+    GROUP BY device, country, model
+) AS seen
+GROUP BY country, model
+ORDER BY seen_devices DESC, country, model
+LIMIT :most

@@ -1,0 +1,247 @@
+// SPDX-License-Identifier: Apache-2.0
+// A fleet in one SQLite file: what one engineer looks at.
+
+#include "fleet/store/Sqlite.h"
+
+#include <sqlite3.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "fleet/store/Queries.h"
+
+namespace fleet {
+
+namespace {
+
+constexpr int kApplicationId = 0x62766c74;  // "bvlt"
+constexpr int kSchemaVersion = 1;
+constexpr int kWaitMs = 60000;
+
+// Each index has all that the queries which group by its first columns ask for.
+constexpr const char* kIndexes[] = {
+        "CREATE INDEX episodes_by_device ON episodes(device, country, model, begin, signature)",
+        "CREATE INDEX episodes_by_outcome ON episodes(outcome, cured_by, seconds_to_cure, country, "
+        "begin, signature)",
+        "CREATE INDEX episodes_by_signature ON episodes(signature, device, software, country, "
+        "begin, outcome, captured, kind)",
+};
+
+template <typename Row>
+std::string createTable(const std::string& name, const std::vector<Column<Row>>& columns) {
+    std::string sql = "CREATE TABLE " + name + "(";
+    std::string key;
+    for (const Column<Row>& column : columns) {
+        const bool isNumber = std::holds_alternative<int64_t Row::*>(column.field);
+        sql += std::string(column.name) + (isNumber ? " INTEGER" : " TEXT") + " NOT NULL, ";
+        if (column.merge == Merge::KEY) key += (key.empty() ? "" : ", ") + std::string(column.name);
+    }
+    return sql + "PRIMARY KEY(" + key + ")) WITHOUT ROWID";
+}
+
+// Inserts a row or merges it with the one that is there. See Merge.
+template <typename Row>
+std::string putInto(const std::string& name, const std::string& last,
+                    const std::vector<Column<Row>>& columns) {
+    std::string names;
+    std::string places;
+    std::string key;
+    std::string set;
+    const auto add = [](std::string& list, const std::string& item) {
+        list += (list.empty() ? "" : ", ") + item;
+    };
+    const std::string newer = "excluded." + last + " > " + last;
+    const std::string older = "excluded.seen < seen";
+    for (const Column<Row>& column : columns) {
+        const std::string field = column.name;
+        add(names, field);
+        add(places, "?");
+        if (column.merge == Merge::KEY) {
+            add(key, field);
+        } else {
+            add(set, field + " = CASE WHEN " + (column.merge == Merge::FIRST ? older : newer) +
+                             " THEN excluded." + field + " ELSE " + field + " END");
+        }
+    }
+    return "INSERT INTO " + name + "(" + names + ") VALUES(" + places + ") ON CONFLICT(" + key +
+           ") DO UPDATE SET " + set + " WHERE " + newer + " OR " + older;
+}
+
+// All that a database of ours has, in the order of the names.
+std::vector<std::string> schema() {
+    std::vector<std::string> schema = {createTable("devices", deviceColumns()),
+                                       createTable("episodes", episodeColumns())};
+    schema.insert(schema.end(), std::begin(kIndexes), std::end(kIndexes));
+    return schema;
+}
+
+void bind(sqlite3_stmt* statement, int place, const Parameter& value) {
+    if (const auto* number = std::get_if<int64_t>(&value)) {
+        sqlite3_bind_int64(statement, place, *number);
+    } else if (const auto* text = std::get_if<std::string>(&value)) {
+        sqlite3_bind_text64(statement, place, text->data(), text->size(), SQLITE_TRANSIENT,
+                            SQLITE_UTF8);
+    }
+}
+
+Cell cellOf(sqlite3_stmt* statement, int place) {
+    if (sqlite3_column_type(statement, place) != SQLITE_TEXT) {
+        return static_cast<int64_t>(sqlite3_column_int64(statement, place));
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, place));
+    return std::string(text, static_cast<size_t>(sqlite3_column_bytes(statement, place)));
+}
+
+}  // namespace
+
+Sqlite::Sqlite(const std::string& path, Use use)
+    : mPath(path),
+      mDatabase(nullptr, sqlite3_close),
+      mPutDevice(nullptr, sqlite3_finalize),
+      mPutEpisode(nullptr, sqlite3_finalize) {
+    // Also a reader writes, to the files beside the database; where it may not, it can do without.
+    const int flags = SQLITE_OPEN_READWRITE | (use == Use::WRITE ? SQLITE_OPEN_CREATE : 0);
+    sqlite3* database = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &database, flags, nullptr);
+    mDatabase.reset(database);
+    check(result);
+    sqlite3_extended_result_codes(database, 1);
+    sqlite3_busy_timeout(database, kWaitMs);
+    // A database may come from a stranger.
+    sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    execute("PRAGMA cell_size_check = ON");
+    checkSchema(use);
+    execute("PRAGMA temp_store = MEMORY");
+    if (use == Use::WRITE) {
+        execute("PRAGMA journal_mode = WAL");
+        execute("PRAGMA synchronous = NORMAL");
+        mPutDevice = prepare(putInto("devices", "seen", deviceColumns()));
+        mPutEpisode = prepare(putInto("episodes", "standing", episodeColumns()));
+    } else {
+        execute("PRAGMA query_only = ON");
+        execute("PRAGMA mmap_size = 4294967296");
+        execute("BEGIN");  // all queries see the same rows, whoever adds meanwhile
+    }
+}
+
+Sqlite::~Sqlite() = default;
+
+void Sqlite::fail() const {
+    throw std::runtime_error(mPath + ": " + sqlite3_errmsg(mDatabase.get()));
+}
+
+void Sqlite::check(int result) const {
+    if (result != SQLITE_OK && result != SQLITE_DONE && result != SQLITE_ROW) fail();
+}
+
+Sqlite::Statement Sqlite::prepare(const std::string& sql) const {
+    sqlite3_stmt* statement = nullptr;
+    check(sqlite3_prepare_v2(mDatabase.get(), sql.c_str(), -1, &statement, nullptr));
+    return {statement, sqlite3_finalize};
+}
+
+void Sqlite::execute(const std::string& sql) {
+    check(sqlite3_exec(mDatabase.get(), sql.c_str(), nullptr, nullptr, nullptr));
+}
+
+int64_t Sqlite::pragma(const char* name) {
+    const Statement statement = prepare(std::string("PRAGMA ") + name);
+    check(sqlite3_step(statement.get()));
+    return sqlite3_column_int64(statement.get(), 0);
+}
+
+void Sqlite::checkSchema(Use use) {
+    if (use == Use::WRITE) begin();
+    const auto refuse = [&](const char* why) { throw std::runtime_error(mPath + ": " + why); };
+    std::vector<std::string> found;
+    const Statement objects =
+            prepare("SELECT sql FROM sqlite_master WHERE sql IS NOT NULL ORDER BY type DESC, name");
+    int result = SQLITE_OK;
+    while ((result = sqlite3_step(objects.get())) == SQLITE_ROW) {
+        found.push_back(std::get<std::string>(cellOf(objects.get(), 0)));
+    }
+    check(result);
+    const int64_t application = pragma("application_id");
+    const int64_t version = pragma("user_version");
+    const bool isEmpty = found.empty() && application == 0 && version == 0;
+    if (!isEmpty && application != kApplicationId) refuse("is a database of another program");
+    if (version > kSchemaVersion) refuse("is of a newer version of bootvigil-fleet");
+    if (isEmpty && use == Use::READ) refuse("is empty");
+    if (isEmpty) {
+        for (const std::string& sql : schema()) execute(sql);
+        execute("PRAGMA application_id = " + std::to_string(kApplicationId));
+        execute("PRAGMA user_version = " + std::to_string(kSchemaVersion));
+    } else if (found != schema()) {
+        refuse("has other tables than bootvigil-fleet makes");
+    }
+    commit();
+}
+
+// Readers don't wait for writers, but a database is made by one of two who begin.
+void Sqlite::begin() {
+    if (!mOpen) execute("BEGIN IMMEDIATE");
+    mOpen = true;
+}
+
+void Sqlite::commit() {
+    if (mOpen) execute("COMMIT");
+    mOpen = false;
+}
+
+template <typename Values, typename Columns>
+void Sqlite::put(Statement& statement, const Values& row, const Columns& columns) {
+    int place = 0;
+    for (const auto& column : columns) {
+        ++place;
+        std::visit([&](auto field) { bind(statement.get(), place, row.*field); }, column.field);
+    }
+    const int result = sqlite3_step(statement.get());
+    sqlite3_reset(statement.get());
+    check(result);
+}
+
+void Sqlite::add(const Rows& rows) {
+    begin();
+    for (const DeviceRow& row : rows.devices) put(mPutDevice, row, deviceColumns());
+    for (const EpisodeRow& row : rows.episodes) put(mPutEpisode, row, episodeColumns());
+}
+
+std::vector<Row> Sqlite::run(const std::string& query, const Parameters& parameters) {
+    std::vector<std::pair<std::string, Parameter>> bound;
+    const std::string sql = fillIn(queryText(query), [&](const std::string& name) {
+        const Parameter& parameter = parameters.at(name);
+        const auto* list = std::get_if<std::vector<std::string>>(&parameter);
+        if (list == nullptr) return ":" + name;
+        std::string places;
+        for (size_t i = 0; i < list->size(); ++i) places += i == 0 ? "?" : ", ?";
+        for (const std::string& text : *list) bound.emplace_back("", text);
+        return places;
+    });
+    const Statement statement = prepare(sql);
+    for (const auto& [name, value] : parameters) {
+        const int place = sqlite3_bind_parameter_index(statement.get(), (":" + name).c_str());
+        if (place > 0) bind(statement.get(), place, value);
+    }
+    // The parameters without a name, in their order.
+    int place = 0;
+    for (const auto& [name, value] : bound) {
+        do ++place;
+        while (sqlite3_bind_parameter_name(statement.get(), place) != nullptr);
+        bind(statement.get(), place, value);
+    }
+    std::vector<Row> rows;
+    int result = SQLITE_OK;
+    while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
+        Row row;
+        const int columns = sqlite3_column_count(statement.get());
+        for (int column = 0; column < columns; ++column) {
+            row.push_back(cellOf(statement.get(), column));
+        }
+        rows.push_back(std::move(row));
+    }
+    check(result);
+    return rows;
+}
+
+}  // namespace fleet
