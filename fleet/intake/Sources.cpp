@@ -81,7 +81,10 @@ std::string findSources(const std::string& path, const std::function<void(Source
     const report::Folder folder(path, error);
     if (!error.empty()) return path + ": " + error;
     Search search(take);
-    search.look(folder, fs::path(path), "", 0);
+    // The database may be looked at from elsewhere.
+    fs::path whole = fs::absolute(path, ignored).lexically_normal();
+    if (!whole.has_filename()) whole = whole.parent_path();
+    search.look(folder, whole, "", 0);
     return search.result(path);
 }
 
