@@ -75,7 +75,7 @@ std::vector<std::string> schema() {
     return schema;
 }
 
-void bind(sqlite3_stmt* statement, int place, const Parameter& value) {
+void setParameter(sqlite3_stmt* statement, int place, const Parameter& value) {
     if (const auto* number = std::get_if<int64_t>(&value)) {
         sqlite3_bind_int64(statement, place, *number);
     } else if (const auto* text = std::get_if<std::string>(&value)) {
@@ -194,7 +194,7 @@ void Sqlite::put(Statement& statement, const Values& row, const Columns& columns
     int place = 0;
     for (const auto& column : columns) {
         ++place;
-        std::visit([&](auto field) { bind(statement.get(), place, row.*field); }, column.field);
+        std::visit([&](auto field) { setParameter(statement.get(), place, row.*field); }, column.field);
     }
     const int result = sqlite3_step(statement.get());
     sqlite3_reset(statement.get());
@@ -221,14 +221,14 @@ std::vector<Row> Sqlite::run(const std::string& query, const Parameters& paramet
     const Statement statement = prepare(sql);
     for (const auto& [name, value] : parameters) {
         const int place = sqlite3_bind_parameter_index(statement.get(), (":" + name).c_str());
-        if (place > 0) bind(statement.get(), place, value);
+        if (place > 0) setParameter(statement.get(), place, value);
     }
     // The parameters without a name, in their order.
     int place = 0;
     for (const auto& [name, value] : bound) {
         do ++place;
         while (sqlite3_bind_parameter_name(statement.get(), place) != nullptr);
-        bind(statement.get(), place, value);
+        setParameter(statement.get(), place, value);
     }
     std::vector<Row> rows;
     int result = SQLITE_OK;
