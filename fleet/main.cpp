@@ -27,6 +27,7 @@
 #include "fleet/rows/Uploads.h"
 #include "fleet/show/Json.h"
 #include "fleet/show/Text.h"
+#include "fleet/store/ClickHouse.h"
 #include "fleet/store/Sqlite.h"
 #include "fleet/tables/Tables.h"
 
@@ -40,6 +41,8 @@ constexpr int kStopped = 130;
 
 struct Options {
     std::string database;
+    std::string cluster;  // its URL, instead of a database
+    int timeout = 300;    // seconds
     std::vector<std::string> paths;
     int jobs = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
     std::string table;
@@ -154,9 +157,15 @@ int rows(const Options& options) {
             count);
 }
 
+std::unique_ptr<Store> storeOf(const Options& options) {
+    if (options.cluster.empty()) {
+        return std::make_unique<Sqlite>(options.database, Sqlite::Use::READ);
+    }
+    return std::make_unique<ClickHouse>(options.cluster, options.timeout);
+}
+
 int show(const Options& options) {
-    Sqlite store(options.database, Sqlite::Use::READ);
-    const Tables tables = tablesOf(store, options.choice);
+    const Tables tables = tablesOf(*storeOf(options), options.choice);
     if (options.json) {
         print(toJson(tables));
     } else if (!options.csv.empty()) {
@@ -178,7 +187,14 @@ void addPaths(CLI::App& command, Options& options) {
 }
 
 void addShow(CLI::App& command, Options& options) {
-    command.add_option("database", options.database, "that bootvigil-fleet add made")->required();
+    auto* source = command.add_option_group("source", "of the rows, one of both");
+    source->add_option("database", options.database, "that bootvigil-fleet add made");
+    source->add_option("--clickhouse", options.cluster,
+                       "the URL of a ClickHouse node instead, as http://node:8123");
+    source->require_option(1);
+    command.add_option("--timeout", options.timeout, "seconds that the node may be silent")
+            ->check(CLI::Range(1, 86400))
+            ->capture_default_str();
     Choice& choice = options.choice;
     command.add_option("--software", choice.software,
                        "the software in question; by default the newest");

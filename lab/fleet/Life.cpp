@@ -104,7 +104,7 @@ Identity Lives::identity(uint64_t number) const {
         // A factory lags behind, and not everybody takes every update.
         const bool factory = out + 20 * kDay <= device.from;
         const time_t got = out + updates.below(40 * kDay);
-        const bool taken = updates.percent(85) && got > device.since[newest];
+        const bool taken = updates.percent(85) && got > device.since[newest] && got < device.pulled;
         if (!factory && !taken && i > 0) continue;
         device.since[i] = std::max(factory || i == 0 ? device.from : got, device.from);
         newest = i;

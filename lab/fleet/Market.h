@@ -35,6 +35,6 @@ inline const std::vector<Release> kReleases = {{"2.9", 0},
                                                {"2.10", 15},
                                                {"3.0", 50},
                                                {"3.1", 95},
-                                               {"3.2", 140}};
+                                               {"3.2", 158}};
 
 }  // namespace lab
