@@ -178,10 +178,12 @@ private:
         }
         curl_url_set(parts.get(), CURLUPART_PATH, "/", 0);
         mShown = part(CURLUPART_URL);
-        const std::string query = "database=" + database;
-        curl_url_set(parts.get(), CURLUPART_QUERY, query.c_str(), CURLU_URLENCODE);
         // The whole answer or an error: the server does not begin to send one that may fail.
-        curl_url_set(parts.get(), CURLUPART_QUERY, "wait_end_of_query=1", CURLU_APPENDQUERY);
+        for (const std::string& argument :
+             {"database=" + database, std::string("wait_end_of_query=1")}) {
+            curl_url_set(parts.get(), CURLUPART_QUERY, argument.c_str(),
+                         CURLU_APPENDQUERY | CURLU_URLENCODE);
+        }
         mUrl = part(CURLUPART_URL);
     }
 
