@@ -7,6 +7,7 @@ import http.server
 import json
 import os
 import pathlib
+import platform
 import random
 import re
 import socketserver
@@ -194,7 +195,7 @@ class ClusterTest(unittest.TestCase):
 
 if __name__ == "__main__":
     PROGRAM, FOLDER = sys.argv[1], pathlib.Path(sys.argv[2])
-    if not os.path.exists(cluster.SERVER):
+    if not os.path.exists(cluster.SERVER) and platform.machine() != "x86_64":
         print("clickhouse-server is not packaged for this architecture: nothing was tested")
         sys.exit(77)
     FOLDER.mkdir(parents=True, exist_ok=True)
