@@ -115,7 +115,8 @@ const std::vector<Column<EpisodeRow>>& episodeColumns() {
 
 void finish(DeviceRow& row) {
     row.seen.clear();
-    row.seen = orderOf(row, deviceColumns());
+    const std::string order = orderOf(row, deviceColumns());
+    row.seen = order + (row.died > 0 ? "1" : "0") + row.state;
 }
 
 void finish(EpisodeRow& row) {

@@ -23,7 +23,7 @@ struct DeviceRow {
     int64_t problems = 0;  // in its partition and its device.json
     std::string source;    // partition, upload
     std::string path;      // of the copy; empty for an upload
-    std::string seen;      // see orderOf()
+    std::string seen;      // see finish()
 };
 
 // A failure and all that followed it until a boot completed. What is said of the failure is said of
@@ -75,8 +75,9 @@ const std::vector<Column<DeviceRow>>& deviceColumns();
 const std::vector<Column<EpisodeRow>>& episodeColumns();
 
 // Makes all texts printable and no longer than they may be, and fills in `seen`: "1", or "0" for
-// an upload; the time of the pull; a hash of the row. Of an episode also `standing`: a digit that
-// is larger the more is known of the outcome, and `seen`.
+// an upload; the time of the pull, 19 characters; a hash of the row, 16; of a device also `died`
+// and `state`, so that the largest one says them. Of an episode also `standing`: a digit that is
+// larger the more is known of the outcome, and `seen`.
 void finish(DeviceRow& row);
 void finish(EpisodeRow& row);
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "fleet/rows/Sameness.h"
 #include "fleet/store/Queries.h"
 
 namespace fleet {
@@ -18,14 +19,34 @@ constexpr int kApplicationId = 0x62766c74;  // "bvlt"
 constexpr int kSchemaVersion = 1;
 constexpr int kWaitMs = 60000;
 
-// Each index has all that the queries which group by its first columns ask for.
+// Each index has all that some queries ask for, in an order in which the rows of a group and those
+// of a device in it come one after the other: so devices are counted without being sorted.
 constexpr const char* kIndexes[] = {
-        "CREATE INDEX episodes_by_device ON episodes(device, country, model, begin, signature)",
+        "CREATE INDEX devices_by_country ON devices(country, device, software, pulled)",
+        "CREATE INDEX devices_by_place ON devices(country, model, device, pulled)",
+        "CREATE INDEX devices_by_software ON devices(software, device, country, pulled)",
+        "CREATE INDEX episodes_by_country ON episodes(signature, country, device, software, begin)",
+        "CREATE INDEX episodes_by_device ON episodes(device, begin, country, signature)",
         "CREATE INDEX episodes_by_outcome ON episodes(outcome, cured_by, seconds_to_cure, country, "
         "begin, signature)",
-        "CREATE INDEX episodes_by_signature ON episodes(signature, device, software, country, "
-        "begin, outcome, captured, kind)",
+        "CREATE INDEX episodes_by_place ON episodes(country, model, device, begin, signature)",
+        "CREATE INDEX episodes_by_signature ON episodes(signature, device, begin, country, "
+        "outcome, "
+        "captured, kind)",
+        "CREATE INDEX episodes_by_software ON episodes(signature, software, device, country, "
+        "begin)",
 };
+
+constexpr const char* kAround =
+        "SELECT begin, source, number, last_number, last_time, end, outcome, cured_by, reason "
+        "FROM episodes WHERE device = ? AND begin >= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?3) "
+        "AND begin <= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?4) AND begin <> ?2 "
+        "ORDER BY begin LIMIT 1000";
+
+// The first character of `standing` is that of a cure that is known; see finish().
+constexpr const char* kCure =
+        "UPDATE episodes SET cured_by = ?, standing = '3' || substr(standing, 2) "
+        "WHERE device = ? AND begin = ? AND cured_by = 'unknown'";
 
 template <typename Row>
 std::string createTable(const std::string& name, const std::vector<Column<Row>>& columns) {
@@ -84,12 +105,15 @@ void setParameter(sqlite3_stmt* statement, int place, const Parameter& value) {
     }
 }
 
-Cell cellOf(sqlite3_stmt* statement, int place) {
-    if (sqlite3_column_type(statement, place) != SQLITE_TEXT) {
-        return static_cast<int64_t>(sqlite3_column_int64(statement, place));
-    }
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, place));
-    return std::string(text, static_cast<size_t>(sqlite3_column_bytes(statement, place)));
+std::string textOf(sqlite3_stmt* statement, int column) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+    if (text == nullptr) return "";
+    return {text, static_cast<size_t>(sqlite3_column_bytes(statement, column))};
+}
+
+Cell cellOf(sqlite3_stmt* statement, int column) {
+    if (sqlite3_column_type(statement, column) == SQLITE_TEXT) return textOf(statement, column);
+    return static_cast<int64_t>(sqlite3_column_int64(statement, column));
 }
 
 }  // namespace
@@ -98,7 +122,10 @@ Sqlite::Sqlite(const std::string& path, Use use)
     : mPath(path),
       mDatabase(nullptr, sqlite3_close),
       mPutDevice(nullptr, sqlite3_finalize),
-      mPutEpisode(nullptr, sqlite3_finalize) {
+      mPutEpisode(nullptr, sqlite3_finalize),
+      mAround(nullptr, sqlite3_finalize),
+      mCure(nullptr, sqlite3_finalize),
+      mRemove(nullptr, sqlite3_finalize) {
     // Also a reader writes, to the files beside the database; where it may not, it can do without.
     const int flags = SQLITE_OPEN_READWRITE | (use == Use::WRITE ? SQLITE_OPEN_CREATE : 0);
     sqlite3* database = nullptr;
@@ -118,6 +145,9 @@ Sqlite::Sqlite(const std::string& path, Use use)
         execute("PRAGMA synchronous = NORMAL");
         mPutDevice = prepare(putInto("devices", "seen", deviceColumns()));
         mPutEpisode = prepare(putInto("episodes", "standing", episodeColumns()));
+        mAround = prepare(kAround);
+        mCure = prepare(kCure);
+        mRemove = prepare("DELETE FROM episodes WHERE device = ? AND begin = ?");
     } else {
         execute("PRAGMA query_only = ON");
         execute("PRAGMA mmap_size = 4294967296");
@@ -159,7 +189,7 @@ void Sqlite::checkSchema(Use use) {
             prepare("SELECT sql FROM sqlite_master WHERE sql IS NOT NULL ORDER BY type DESC, name");
     int result = SQLITE_OK;
     while ((result = sqlite3_step(objects.get())) == SQLITE_ROW) {
-        found.push_back(std::get<std::string>(cellOf(objects.get(), 0)));
+        found.push_back(textOf(objects.get(), 0));
     }
     check(result);
     const int64_t application = pragma("application_id");
@@ -194,7 +224,8 @@ void Sqlite::put(Statement& statement, const Values& row, const Columns& columns
     int place = 0;
     for (const auto& column : columns) {
         ++place;
-        std::visit([&](auto field) { setParameter(statement.get(), place, row.*field); }, column.field);
+        std::visit([&](auto field) { setParameter(statement.get(), place, row.*field); },
+                   column.field);
     }
     const int result = sqlite3_step(statement.get());
     sqlite3_reset(statement.get());
@@ -204,7 +235,64 @@ void Sqlite::put(Statement& statement, const Values& row, const Columns& columns
 void Sqlite::add(const Rows& rows) {
     begin();
     for (const DeviceRow& row : rows.devices) put(mPutDevice, row, deviceColumns());
-    for (const EpisodeRow& row : rows.episodes) put(mPutEpisode, row, episodeColumns());
+    for (const EpisodeRow& row : rows.episodes) {
+        put(mPutEpisode, row, episodeColumns());
+        settle(row);
+    }
+}
+
+// Makes one row of those that tell of the same failure.
+void Sqlite::settle(const EpisodeRow& row) {
+    for (const EpisodeRow& other : around(row)) {
+        if (tellsTheSame(row, other)) return takeIn(row, other);
+        if (tellsTheSame(other, row)) takeIn(other, row);
+    }
+}
+
+// Rows of the same device that may be about the same failure, without what is not asked of them.
+std::vector<EpisodeRow> Sqlite::around(const EpisodeRow& row) {
+    const std::string days = std::to_string(kMostDaysApart) + " days";
+    sqlite3_stmt* statement = mAround.get();
+    setParameter(statement, 1, row.device);
+    setParameter(statement, 2, row.begin);
+    setParameter(statement, 3, "-" + days);
+    setParameter(statement, 4, "+" + days);
+    std::vector<EpisodeRow> rows;
+    int result = SQLITE_OK;
+    while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
+        const auto text = [&](int column) { return textOf(statement, column); };
+        EpisodeRow other;
+        other.device = row.device;
+        other.begin = text(0);
+        other.source = text(1);
+        other.number = text(2);
+        other.lastNumber = text(3);
+        other.lastTime = text(4);
+        other.end = text(5);
+        other.outcome = text(6);
+        other.curedBy = text(7);
+        other.reason = sqlite3_column_int64(statement, 8);
+        rows.push_back(std::move(other));
+    }
+    sqlite3_reset(statement);
+    check(result);
+    return rows;
+}
+
+// The row that tells more stays, and learns what ended the failure.
+void Sqlite::takeIn(const EpisodeRow& less, const EpisodeRow& more) {
+    const auto step = [&](sqlite3_stmt* statement) {
+        const int result = sqlite3_step(statement);
+        sqlite3_reset(statement);
+        check(result);
+    };
+    setParameter(mCure.get(), 1, less.curedBy);
+    setParameter(mCure.get(), 2, more.device);
+    setParameter(mCure.get(), 3, more.begin);
+    if (less.curedBy != "unknown") step(mCure.get());
+    setParameter(mRemove.get(), 1, less.device);
+    setParameter(mRemove.get(), 2, less.begin);
+    step(mRemove.get());
 }
 
 std::vector<Row> Sqlite::run(const std::string& query, const Parameters& parameters) {

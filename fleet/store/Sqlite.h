@@ -45,12 +45,15 @@ private:
     int64_t pragma(const char* name);
     void checkSchema(Use use);
     void begin();
+    void settle(const EpisodeRow& row);
+    std::vector<EpisodeRow> around(const EpisodeRow& row);
+    void takeIn(const EpisodeRow& less, const EpisodeRow& more);
     template <typename Values, typename Columns>
     void put(Statement& statement, const Values& row, const Columns& columns);
 
     const std::string mPath;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> mDatabase;
-    Statement mPutDevice, mPutEpisode;
+    Statement mPutDevice, mPutEpisode, mAround, mCure, mRemove;
     bool mOpen = false;  // a transaction is
 };
 

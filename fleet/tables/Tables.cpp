@@ -89,16 +89,14 @@ private:
     void count() {
         std::map<std::string, int64_t> states;
         for (const Row& row : run("states")) {
-            const int64_t devices = number(row, 2);
-            states[text(row, 0)] += devices;
+            const std::string newest = text(row, 0);  // `died` and the state
+            const int64_t devices = number(row, 1);
+            states[newest.substr(std::min<size_t>(1, newest.size()))] += devices;
             mTables.devices += devices;
-            if (text(row, 1) == "1") mTables.died += devices;
+            if (newest.rfind('1', 0) == 0) mTables.died += devices;
         }
         for (const auto& [state, devices] : states) mTables.states.push_back({state, devices});
-        for (const Row& row : run("totals")) {
-            mTables.failed = number(row, 0);
-            mTables.episodes = number(row, 1);
-        }
+        for (const Row& row : run("totals")) mTables.failed = number(row, 0);
     }
 
     void takeSoftwares() {
@@ -122,27 +120,34 @@ private:
         for (const Row& row : run("signatures", {{"most", kMostSignatures}})) {
             SignatureCount count;
             count.signature = text(row, 0);
-            count.kind = text(row, 1);
-            count.devices = number(row, 2);
-            count.episodes = number(row, 3);
-            count.first = text(row, 4);
-            count.last = text(row, 5);
-            count.open = number(row, 6);
+            count.devices = number(row, 1);
             mNames.push_back(count.signature);
             mTables.signatures.push_back(std::move(count));
         }
         if (mNames.empty()) return;
+        std::map<std::string, Row> details;
+        for (const Row& row : run("details", {{"signatures", mNames}})) details[text(row, 0)] = row;
         std::map<std::pair<std::string, std::string>, int64_t> affected;
         for (const Row& row : run("rates", {{"signatures", mNames}})) {
             affected[{text(row, 0), text(row, 1)}] = number(row, 2);
         }
         for (SignatureCount& count : mTables.signatures) {
+            const auto known = details.find(count.signature);
+            if (known != details.end()) describe(known->second, count);
             for (const Software& software : mTables.softwares) {
                 const auto found = affected.find({count.signature, software.name});
                 const int64_t some = found == affected.end() ? 0 : found->second;
                 count.rates.push_back({software.name, shareOf(some, software.devices)});
             }
         }
+    }
+
+    static void describe(const Row& row, SignatureCount& count) {
+        count.kind = text(row, 1);
+        count.episodes = number(row, 2);
+        count.first = text(row, 3);
+        count.last = text(row, 4);
+        count.open = number(row, 5);
     }
 
     // The software in question and what it is compared with.
@@ -168,47 +173,58 @@ private:
         }
     }
 
-    // Each signature everywhere, then in each country.
-    std::vector<Difference> differences() {
+    // Of one and of the other group of software.
+    struct Both {
+        int64_t one = 0, other = 0;
+
+        Both& operator+=(const Both& more) {
+            one += more.one;
+            other += more.other;
+            return *this;
+        }
+    };
+
+    // What a query counts with the software in question and with those before it, by the columns
+    // before the number. A device in several countries counts in each.
+    std::map<std::vector<std::string>, Both> countBoth(const std::string& query, Parameters more) {
+        std::map<std::vector<std::string>, Both> counts;
         const Changes& changes = mTables.changes;
-        struct Both {
-            int64_t one = 0, other = 0;
-        };
-        const Parameters softwares = {{"software", changes.software}, {"before", changes.before}};
+        for (const bool before : {false, true}) {
+            more["softwares"] = before ? changes.before : std::vector{changes.software};
+            for (const Row& row : run(query, more)) {
+                std::vector<std::string> name;
+                for (size_t i = 0; i + 1 < row.size(); ++i) name.push_back(text(row, i));
+                Both& both = counts[name];
+                (before ? both.other : both.one) += number(row, row.size() - 1);
+            }
+        }
+        return counts;
+    }
+
+    static Difference differenceOf(const std::string& name, const std::string& country,
+                                   const Both& affected, const Both& all) {
+        return {name, country, shareOf(affected.one, all.one), shareOf(affected.other, all.other),
+                {},   1};
+    }
+
+    // Each signature in each country, then everywhere.
+    std::vector<Difference> differences() {
         std::map<std::string, Both> seen;
         Both everywhere;
-        for (const Row& row : run("seen", softwares)) {
-            seen[text(row, 0)] = {number(row, 1), number(row, 2)};
-            everywhere.one += number(row, 1);
-            everywhere.other += number(row, 2);
+        for (const auto& [name, both] : countBoth("seen", {})) {
+            seen[name[0]] = both;
+            everywhere += both;
         }
         mTables.changes.devices = {everywhere.one, everywhere.one + everywhere.other};
         std::vector<Difference> list;
         std::map<std::string, Both> affected;
-        Parameters parameters = softwares;
-        parameters["signatures"] = mNames;
-        for (const Row& row : run("affected", parameters)) {
-            const std::string signature = text(row, 0);
-            const std::string country = text(row, 1);
-            const Both here = {number(row, 2), number(row, 3)};
-            affected[signature].one += here.one;
-            affected[signature].other += here.other;
-            const Both& all = seen[country];
-            if (country.empty() || seen.size() < 2) continue;
-            list.push_back({signature,
-                            country,
-                            shareOf(here.one, all.one),
-                            shareOf(here.other, all.other),
-                            {},
-                            1});
+        for (const auto& [name, both] : countBoth("affected", {{"signatures", mNames}})) {
+            affected[name[0]] += both;
+            if (name[1].empty() || seen.size() < 2) continue;
+            list.push_back(differenceOf(name[0], name[1], both, seen[name[1]]));
         }
-        for (const auto& [signature, all] : affected) {
-            list.push_back({signature,
-                            "",
-                            shareOf(all.one, everywhere.one),
-                            shareOf(all.other, everywhere.other),
-                            {},
-                            1});
+        for (const auto& [signature, both] : affected) {
+            list.push_back(differenceOf(signature, "", both, everywhere));
         }
         return list;
     }
@@ -248,6 +264,7 @@ private:
             const std::string outcome = text(row, 0);
             const std::string by = text(row, 1);
             Cure cure = {outcome == "cured" ? by : outcome, number(row, 2), std::nullopt};
+            mTables.episodes += cure.episodes;
             const int64_t timed = number(row, 3);
             if (outcome == "cured" && timed > 0) {
                 const Parameters place = {{"cured_by", by}, {"place", (timed - 1) / 2}};
