@@ -127,6 +127,18 @@ class ClusterTest(unittest.TestCase):
         self.assertEqual(error.count("\n"), 1, error)
         self.assertIn(said, error)
 
+    def test_0_every_column(self):
+        lines = FOLDER / "columns.ndjson"
+        lines.write_text('{"table":"devices","device":"x"}\n{"table":"episodes","device":"x"}\n')
+        for row in map(json.loads, run("rows", lines).stdout.splitlines()):
+            table = row.pop("table")
+            types = {str: "String", int: "Int64"}
+            expected = "".join(f"{name}\t{types[type(value)]}\n" for name, value in row.items())
+            for name in [table, f"{table[:-1]}_rows"]:
+                found = self.cluster.servers[0].query(
+                    f"SELECT name, type FROM system.columns WHERE database = 'bootvigil' AND table = '{name}'")
+                self.assertEqual(found, expected, name)
+
     def test_1_same_as_sqlite(self):
         texts = set()
         for seed in range(FLEETS):
