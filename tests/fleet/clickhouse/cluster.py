@@ -30,10 +30,10 @@ def escaped(text):
 
 
 USERS = f"""<yandex>
-<profiles><default><max_memory_usage>4000000000</max_memory_usage></default></profiles>
+<profiles><default></default><readonly><readonly>1</readonly></readonly></profiles>
 <users>
 <default><password></password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></default>
-<reader><password>{escaped(PASSWORD)}</password><networks><ip>127.0.0.1</ip></networks><profile>default</profile><quota>default</quota></reader>
+<reader><password>{escaped(PASSWORD)}</password><networks><ip>127.0.0.1</ip></networks><profile>readonly</profile><quota>default</quota></reader>
 </users>
 <quotas><default></default></quotas>
 </yandex>
@@ -142,9 +142,8 @@ class Cluster:
 
     def load(self, lines):
         """The output of `bootvigil-fleet rows`, as docs/fleet.md says."""
-        self.client(self.servers[0], lines, "--insert_distributed_sync=1",
-                    "--input_format_skip_unknown_fields=1",
-                    "--query", "INSERT INTO bootvigil.rows FORMAT JSONEachRow")
+        self.client(self.servers[0], lines, "--insert_distributed_sync=1", "--query",
+                    "INSERT INTO bootvigil.rows FORMAT JSONEachRow")
 
     def clear(self):
         for server in self.servers:
