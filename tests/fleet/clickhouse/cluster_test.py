@@ -139,27 +139,38 @@ class ClusterTest(unittest.TestCase):
                     f"SELECT name, type FROM system.columns WHERE database = 'bootvigil' AND table = '{name}'")
                 self.assertEqual(found, expected, name)
 
+    def compare(self, name, rows, filters):
+        """Gives the answers, which are those of a database with the same rows."""
+        database, lines = FOLDER / f"{name}.db", FOLDER / f"{name}.ndjson"
+        lines.write_text("".join(json.dumps(row) + "\n" for row in rows))
+        added = run("add", database, lines)
+        self.assertEqual(added.returncode, 0, added.stderr)
+        self.cluster.clear()
+        self.cluster.load(run("rows", lines).stdout)
+        answers = set()
+        for chosen in filters:
+            with self.subTest(name, filter=chosen):
+                expected = run("show", "--json", database, *chosen)
+                found = run("show", "--json", "--clickhouse", self.url, *chosen)
+                self.assertEqual(found.returncode, expected.returncode, found.stderr)
+                self.assertEqual(found.stdout.decode(), expected.stdout.decode())
+                answers.add(found.stdout)
+        return answers
+
     def test_1_same_as_sqlite(self):
-        texts = set()
+        answers = set()
         for seed in range(FLEETS):
             fleet = Fleet(seed)
-            database, lines = FOLDER / f"{seed}.db", FOLDER / f"{seed}.ndjson"
-            lines.write_text("".join(json.dumps(row) + "\n" for row in fleet.rows))
-            added = run("add", database, lines)
-            self.assertEqual(added.returncode, 0, added.stderr)
-            self.cluster.clear()
-            self.cluster.load(run("rows", lines).stdout)
-            for chosen in fleet.filters():
-                with self.subTest(seed=seed, filter=chosen):
-                    expected = run("show", "--json", database, *chosen)
-                    found = run("show", "--json", "--clickhouse", self.url, *chosen)
-                    self.assertEqual(found.returncode, expected.returncode, found.stderr)
-                    self.assertEqual(found.stdout.decode(), expected.stdout.decode())
-                    texts.add(found.stdout)
-        self.assertGreater(len(texts), 2 * FLEETS)  # they are not all empty
+            answers |= self.compare(seed, fleet.rows, fleet.filters())
+        self.assertGreater(len(answers), 2 * FLEETS)  # they are not all empty
         counts = [int(server.query("SELECT count() FROM bootvigil.episode_rows_local"))
                   for server in self.cluster.servers]
         self.assertGreater(min(counts), 0, "one shard has all rows")
+
+    def test_1_a_query_longer_than_servers_take_by_default(self):
+        rows = [{"table": "episodes", "device": f"D{i}", "begin": "2026-11-10T10:00:00", "outcome": "open",
+                 "signature": f"{i} " + "'" * 500, "signature_rules": 1000} for i in range(520)]
+        self.compare("long", rows, [[]])
 
     def test_2_who_may_ask(self):
         ask = ["--json", "--clickhouse", self.url]
