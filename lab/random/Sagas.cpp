@@ -22,7 +22,7 @@
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
-#include "lab/random/Workshop.h"
+#include "lab/run/Workshop.h"
 #include "lab/scenario/Scenario.h"
 
 namespace lab {
