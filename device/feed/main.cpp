@@ -27,7 +27,7 @@ constexpr unsigned int kRestartDelay = 1;    // s
 constexpr unsigned int kLongestDelay = 32;   // s, where it can't be read at all
 
 constexpr const char* kUsage =
-        "usage: bootvigil_feed [--stdin]\n"
+        "usage: bootvigil-feed [--stdin]\n"
         "Follows the events buffer of the log service and writes the boot's events to\n"
         "/proc/velabootprof.\n"
         "  --stdin  reads what `logcat -b events -v threadtime,uid` prints, to its end\n";
