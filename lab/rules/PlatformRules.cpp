@@ -62,6 +62,10 @@ bool mayChange(const std::string& path, const std::string& before,
     return isCaptureAtTop(path) || isKeptCapture(path);
 }
 
+bool spoilsPartition(const Change& change) {
+    return change.kind == Change::Kind::READ_ONLY || change.kind == Change::Kind::FILL;
+}
+
 Violation broken(int64_t ms, const std::string& what) {
     return {Violation::Kind::RULE,
             formatSeconds(static_cast<double>(ms) / 1000) + " s: the platform " + what};
@@ -102,7 +106,8 @@ int64_t PlatformRules::limit(bool reset) const {
     return reset ? 1 : 3;
 }
 
-std::vector<Violation> PlatformRules::checkActs(const PlatformActs& acts, const TextMap& files) {
+std::vector<Violation> PlatformRules::checkActs(const Boot& boot, const PlatformActs& acts,
+                                                const TextMap& files) {
     std::vector<Violation> violations;
     const auto object = [&](const std::string& what) {
         violations.push_back(broken(acts.actedAt.value_or(acts.endedAt), what));
@@ -125,7 +130,8 @@ std::vector<Violation> PlatformRules::checkActs(const PlatformActs& acts, const 
     }
     const std::string text = lookUp(files, kRefusals).value_or("");
     const std::vector<std::string> lines = linesOf(text);
-    const bool can = files.count(kOwnFolder + "/") > 0;
+    const bool can = files.count(kOwnFolder + "/") > 0 && !boot.partitionAbsent &&
+                     std::none_of(boot.changes.begin(), boot.changes.end(), spoilsPartition);
     if (acts.refused && can && lines.size() != std::min(mRefusals + 1, kMostRefusals)) {
         object("does not note that it refused a " + name);
     }

@@ -34,7 +34,8 @@ public:
     std::vector<Violation> checkPrepared(const TextMap& before, const TextMap& after) const;
 
     // What came of a boot; `files` are those at its end.
-    std::vector<Violation> checkActs(const PlatformActs& acts, const TextMap& files);
+    std::vector<Violation> checkActs(const Boot& boot, const PlatformActs& acts,
+                                     const TextMap& files);
 
 private:
     struct Done {

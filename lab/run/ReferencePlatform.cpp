@@ -194,6 +194,9 @@ void ReferencePlatform::prepare(const Scenario& device, const Boot& boot, time_t
         return kBrokenLab;
     });
     act("start", 0, boot, INT64_MAX);
+}
+
+void ReferencePlatform::recordPrepared() const {
     size_t place = 0;
     const InsideRoot inside(mRoot);
     recordKernelLog(mLog, 0, place);

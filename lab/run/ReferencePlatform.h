@@ -35,6 +35,9 @@ public:
     // Before the daemon starts; `clock` is the time of day (UTC).
     void prepare(const Scenario& device, const Boot& boot, time_t clock);
 
+    // Adds what that said to the run's records.
+    void recordPrepared() const;
+
     // After the daemon: what became of its request, and of a boot that came up later. `events` are
     // those of the daemon's part.
     PlatformActs finish(const Scenario& device, const Boot& boot,

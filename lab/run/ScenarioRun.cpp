@@ -111,7 +111,6 @@ void ScenarioRun::run() {
     for (const Boot& boot : mScenario.boots) {
         const int number = static_cast<int>(mOutcomes.size()) + 1;
         platform.startBoot(boot);
-        if (mLog) mLog->setBoot(number);
         std::vector<Violation> violations;  // by the platform
         if (reference) {
             const TextMap before = filesKept(mRoot);
@@ -128,7 +127,9 @@ void ScenarioRun::run() {
         const bool found = filesLeft && boot.files.empty() && !boot.partitionAbsent && !reference;
         seen.filesBefore = found ? std::move(*filesLeft) : filesKept(mRoot);
         if (mLog) {
+            mLog->setBoot(number);
             addBoot(*mLog, seen, platform.bootReason());
+            if (reference) reference->recordPrepared();
         }
 
         const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
@@ -157,7 +158,7 @@ void ScenarioRun::run() {
                               outcome.end == BootObservation::End::STILL_RUNNING;
             const PlatformActs acts =
                     reference->finish(mScenario, boot, seen.events, {outcome.endedAt, over});
-            add(violations, platformRules.checkActs(acts, filesKept(mRoot)));
+            add(violations, platformRules.checkActs(boot, acts, filesKept(mRoot)));
             add(outcome.violations, violations);
             platform.endBoot(boot, acts.endedAt);
         }
