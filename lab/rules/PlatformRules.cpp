@@ -17,7 +17,6 @@ namespace {
 
 constexpr int64_t kDay = 24 * 60 * 60 * 1000;
 constexpr int64_t kBetweenBoots = 60000;
-constexpr int kUpsForNew = 10;  // boots that came up, after which an action counts no more
 constexpr size_t kKeptLines = 200;
 constexpr size_t kKeptCaptures = 3;
 constexpr size_t kMostRefusals = 20;
@@ -73,6 +72,9 @@ Violation broken(int64_t ms, const std::string& what) {
 
 }  // namespace
 
+PlatformRules::PlatformRules(const Scenario& device)
+    : mDevice(device), mRefusals(linesOf(lookUp(device.files, kRefusals).value_or("")).size()) {}
+
 std::vector<Violation> PlatformRules::checkPrepared(const TextMap& before,
                                                     const TextMap& after) const {
     std::vector<Violation> violations;
@@ -102,8 +104,15 @@ std::vector<Violation> PlatformRules::checkPrepared(const TextMap& before,
 int64_t PlatformRules::limit(bool reset) const {
     const std::string name = reset ? "ro.bootvigil.resets" : "ro.bootvigil.reboots";
     const auto own = lookUp(mDevice.properties, name);
-    if (own) return atoll(own->c_str());
-    return reset ? 1 : 3;
+    const int64_t usual = reset ? 1 : 3;
+    const bool number = own && own->find_first_not_of("0123456789") == std::string::npos;
+    return number ? atoll(own->c_str()) : usual;
+}
+
+// Boots that came up, after which an action counts no more.
+int64_t PlatformRules::upsForNew() const {
+    const auto own = lookUp(mDevice.properties, std::string("ro.bootvigil.budget_boots"));
+    return own ? atoll(own->c_str()) : 10;
 }
 
 std::vector<Violation> PlatformRules::checkActs(const Boot& boot, const PlatformActs& acts,
@@ -117,7 +126,7 @@ std::vector<Violation> PlatformRules::checkActs(const Boot& boot, const Platform
         const int64_t at = mBoots + *acts.actedAt;
         const bool reset = acts.reset;
         const auto counts = std::count_if(mDone.begin(), mDone.end(), [&](const Done& done) {
-            return done.reset == reset && at - done.at < kDay && mUps - done.ups < kUpsForNew;
+            return done.reset == reset && at - done.at < kDay && mUps - done.ups < upsForNew();
         });
         if (counts >= limit(reset)) object("does a " + name + " beyond its budget");
         if (!acts.askedAt) object("does a " + name + " that nobody asked for");
@@ -135,7 +144,7 @@ std::vector<Violation> PlatformRules::checkActs(const Boot& boot, const Platform
     if (acts.refused && can && lines.size() != std::min(mRefusals + 1, kMostRefusals)) {
         object("does not note that it refused a " + name);
     }
-    mRefusals = lines.size();
+    if (files.count(kOwnFolder + "/") > 0 && !boot.partitionAbsent) mRefusals = lines.size();
     mBoots += acts.endedAt + kBetweenBoots;
     mUps += acts.upAt && !(acts.actedAt && *acts.actedAt < *acts.upAt) ? 1 : 0;
     return violations;

@@ -28,7 +28,7 @@ struct PlatformActs {
 // Follows a device through its boots.
 class PlatformRules {
 public:
-    explicit PlatformRules(const Scenario& device) : mDevice(device) {}
+    explicit PlatformRules(const Scenario& device);
 
     // What preparing the partition has made of the files; keys as in BootObservation.
     std::vector<Violation> checkPrepared(const TextMap& before, const TextMap& after) const;
@@ -44,6 +44,7 @@ private:
         int ups;     // boots that had come up by then
     };
     int64_t limit(bool reset) const;
+    int64_t upsForNew() const;
 
     const Scenario& mDevice;
     std::vector<Done> mDone;
