@@ -398,7 +398,7 @@ void bootForEver(Framework& framework) {
 }
 
 // A stock framework: lines of a recorded events buffer at their times, logged by processes of this
-// machine. What init itself knows, it writes as bootvigil_feed.rc has it.
+// machine. What init itself knows, it writes as bootvigil-feed.rc has it.
 void bootStock(Framework& framework) {
     std::ifstream file("/feed-events.txt");
     std::string line;

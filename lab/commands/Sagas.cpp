@@ -15,12 +15,14 @@ namespace {
 
 struct Options : SagaOrder {
     std::string which = "all";
+    std::string around = kPlatformNames[0];
     CageOptions cage;
 };
 
 int searchScenarios(Options& options) {
     if (options.which == "healthy") options.boots = Boots::HEALTHY;
     if (options.which == "stalled") options.boots = Boots::STALLED;
+    if (options.around == kPlatformNames[1]) options.platform = PlatformKind::REFERENCE;
     ProfileScript::healthy();  // is read from a file
     Cage cage(options.cage, options.jobs);
     const int status =
@@ -45,6 +47,8 @@ void addSagas(CommandLine& line) {
                   "start no scenario after the first broken rule")
             .choice("--boots", options->which, {"all", "healthy", "stalled"},
                     "which kinds of boots")
+            .choice("--platform", options->around, {kPlatformNames[0], kPlatformNames[1]},
+                    "what runs around the daemon")
             .text("--out", options->out, "where a scenario that breaks a rule is written")
             .exits({{0, "every rule held"},
                     {kSagaNotRun, "no rule was broken, but a scenario could not be run"},

@@ -113,7 +113,7 @@ public:
 
 private:
     Scenario scenario(uint64_t index) const {
-        return randomScenario(mOrder.seed + index, mOrder.boots);
+        return randomScenario(mOrder.seed + index, mOrder.boots, mOrder.platform);
     }
 
     // Now and then twice.

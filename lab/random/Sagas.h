@@ -16,6 +16,7 @@ struct SagaOrder {
     uint64_t count = 1;  // scenarios
     int jobs = 1;        // processes
     Boots boots = Boots::ALL;
+    PlatformKind platform = PlatformKind::BARE;
     bool untilBroken = false;  // start no scenario after the first broken rule
     std::string out;           // where a scenario that breaks a rule is to lie in the end
 };
