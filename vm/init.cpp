@@ -488,8 +488,8 @@ public:
             say("no daemon is started");
             for (;;) pause();
         }
-        statusOf(start({{"/system/bin/bootvigil-act", "start"}}));
-        say("prepare: status %d", statusOf(start({{"/system/bin/sh", "/system/bin/prepare"}})));
+        say("prepare: status %d", statusOf(start({{"/system/bin/bootvigil-prepare"}, kLog})));
+        start({{"/system/bin/bootvigil-act", "start"}, kSystem});
         startDaemon();
         if (how == "stock") {
             writeText(kEventsLog, "");
@@ -507,7 +507,7 @@ public:
 private:
     void makePartitions() {
         mountPartition("metadata", "/metadata");
-        fs::create_directories("/metadata/bootvigil");
+        makeFolder("/metadata/bootvigil", 0700, kSystem);
         mountPartition("velafs", "/velafs");
         makeFolder("/data/vela_dfr", 0700, kLog);
         writeText("/data/vela_dfr/firstboot", "");
@@ -524,6 +524,7 @@ private:
         int ends[2];
         need(pipe2(ends, O_CLOEXEC) == 0, "pipe");
         mDaemon = start({{"/system/bin/bootvigil"}, kLog, {CAP_KILL, CAP_SYSLOG}}, ends[1]);
+        setProperty("init.svc.bootvigil", "running");
         close(ends[1]);
         mLog = fdopen(ends[0], "r");
         setvbuf(mLog, nullptr, _IONBF, 0);
@@ -555,6 +556,7 @@ private:
             need(WIFEXITED(status), "bootvigil was killed");
             say("bootvigil exited with status %d, peak memory %ld KiB", WEXITSTATUS(status),
                 used.ru_maxrss);
+            setProperty("init.svc.bootvigil", "stopped");
             mDaemon = 0;
         } else if (pid == mAct && pid > 0) {
             say("act: status %d", WEXITSTATUS(status));
@@ -566,13 +568,13 @@ private:
     void act() {
         if (!mUp && property("sys.boot_completed") == "1") {
             mUp = true;
-            start({{"/system/bin/bootvigil-act", "up"}});
+            start({{"/system/bin/bootvigil-act", "up"}, kSystem});
         }
         if (!mRequested && property(kRebootRequest) == "1") {
             mRequested = true;
             say("%s is 1", kRebootRequest);
             if (option("power") == "request") awaitPowerCut();
-            mAct = start({{"/system/bin/bootvigil-act", "reboot"}});
+            mAct = start({{"/system/bin/bootvigil-act", "reboot"}, kSystem});
         }
         const std::string control = property(kPowerControl);
         const bool isOver = mDaemon == 0 && mLog == nullptr && mAct == 0;
