@@ -31,6 +31,8 @@ inline const std::string kArchiveSuffix = ".zs";
 inline const std::string kJournal = "/velafs/boot_vigil/log/info";
 inline const std::string kInitLog = "/velafs/boot_vigil/init_msg";      // the platform's
 inline const std::string kKernelLog = "/velafs/boot_vigil/kernel_msg";  // likewise
+inline const std::string kRefusals = "/velafs/boot_vigil/refused";      // likewise
+inline const std::string kOldCaptures = "/velafs/boot_vigil/captures";  // likewise
 inline const std::string kData = "/data";
 inline const std::string kMarkerFolder = "/data/vela_dfr";
 inline const std::string kMarker = "/data/vela_dfr/firstboot";
@@ -41,6 +43,9 @@ inline const std::string kPackageFiles =
 inline const std::string kDev = "/dev";
 inline const std::string kBootMonitor = "/dev/bootvigilk";
 inline const std::string kKernelMessages = "/dev/kmsg";
+inline const std::string kMetadata = "/metadata";  // survives a data reset
+inline const std::string kCache = "/cache";
+inline const std::string kRecoveryCommand = "/cache/recovery/command";
 inline const std::string kKeptLogs = "/dev/velarawlog/";  // the platform's
 inline const std::string kProc = "/proc";
 inline const std::string kBootProfile = "/proc/bootprof";
@@ -89,6 +94,7 @@ constexpr const char* kCompleted[] = {"sys.boot_completed", "service.bootanim.ex
 
 constexpr const char* kRebootRequest = "sys.velas_recovery_reboot";
 constexpr const char* kResetRequest = "sys.velas_recovery_reset";
+inline const std::string kPowerControl = "sys.powerctl";  // to init
 
 inline bool onPartition(std::string_view path) {
     return startsWith(path, kPartition);

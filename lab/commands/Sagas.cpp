@@ -30,6 +30,7 @@ struct Options : SagaOrder {
     std::string shard;               // empty: all, and no file for the result
     std::vector<std::string> merge;  // results; empty: a search
     std::string out = ".";           // for scenarios and the result
+    std::string around = kPlatformNames[0];
     CageOptions cage;
 };
 
@@ -118,6 +119,7 @@ int searchOrMerge(Options& options) {
     const auto* const boots =
             std::find(std::begin(kBootsNames), std::end(kBootsNames), options.which);
     options.boots = static_cast<Boots>(boots - std::begin(kBootsNames));
+    if (options.around == kPlatformNames[1]) options.platform = PlatformKind::REFERENCE;
     return search(options);
 }
 
@@ -137,6 +139,8 @@ void addSagas(CommandLine& line) {
                   "start no scenario after the first broken rule")
             .choice("--boots", options->which, {std::begin(kBootsNames), std::end(kBootsNames)},
                     "which kinds of boots")
+            .choice("--platform", options->around, {kPlatformNames[0], kPlatformNames[1]},
+                    "what runs around the daemon")
             .text("--out", options->out,
                   "where a scenario that breaks a rule is written, and the result of a part")
             .exits({{0, "every rule held"},

@@ -42,7 +42,7 @@ std::vector<WatchedFile> watchedFiles() {
             {kPmic, "pmic", How::LINES},
             {kHwInfo, "hwinfo", How::TEXT},
             {kKelRequestFile, "kel", How::LINES},
-            {kKernelMessages, "kmsg", How::TEXT},
+            {kKernelMessages, "kmsg", How::LINES},
     };
     for (const CapturedLog& log : kCapturedLogs) {
         files.push_back({archivePath(log.archive), "captured", How::ARCHIVE, log.archive});
@@ -114,7 +114,8 @@ constexpr unsigned long kFreeBytes = 1UL << 30;  // of a partition that is no fi
 
 DeviceWorld::DeviceWorld(const Scenario& device, const Boot& boot, RunLog* log, Trace& trace)
     : mBoot(boot),
-      mRebootAfter(device.rebootAfter),
+      mRebootAfter(device.platform == PlatformKind::BARE ? std::optional(device.rebootAfter)
+                                                         : std::nullopt),
       mOwnPartition(device.partitionSize.has_value()),
       mLog(log),
       mTrace(trace),
@@ -221,7 +222,11 @@ void DeviceWorld::answerRequests() {
     if (!mRequestSeen &&
         (fileExists(kPropertyDir + kRebootRequest) || fileExists(kPropertyDir + kResetRequest))) {
         mRequestSeen = true;
-        add({now + mRebootAfter, Change::Kind::PLATFORM_REBOOT, "", ""});
+        if (mRebootAfter) {
+            add({now + *mRebootAfter, Change::Kind::PLATFORM_REBOOT, "", ""});
+        } else {
+            calls::allWrittenOut();  // the first thing that bootvigil-act does
+        }
     }
     std::string requests = textOf(kKelRequestFile);
     if (requests != mKelRequests) {

@@ -61,7 +61,7 @@ private:
     void tell(const char* kind, const std::string& text, const Record& fields);
 
     const Boot& mBoot;
-    const int64_t mRebootAfter;
+    const std::optional<int64_t> mRebootAfter;  // unset: the reference platform answers later
     const bool mOwnPartition;
     RunLog* const mLog;
     Trace& mTrace;

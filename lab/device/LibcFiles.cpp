@@ -42,6 +42,7 @@ constexpr int kMaxFd = 1024;
 struct Unwritten {
     std::optional<std::string> before;  // unset: it was not there
     int64_t at = 0;                     // of the last write, device time in ms
+    bool whole = false;                 // what it holds was synced under another name
 };
 
 const Boot* gBoot = nullptr;
@@ -63,7 +64,8 @@ bool watching() {
 }
 
 bool onDevice(const char* path) {
-    return onPartition(path) || startsWith(path, kData) || startsWith(path, kKeptLogs);
+    return onPartition(path) || startsWith(path, kData) || startsWith(path, kKeptLogs) ||
+           startsWith(path, kMetadata) || startsWith(path, kCache);
 }
 
 bool isProperty(const std::string& path) {
@@ -155,6 +157,7 @@ void keepOld(const std::string& path) {
     const auto known = gUnwritten.find(path);
     if (known != gUnwritten.end() && vtime::now() - known->second.at <= kWriteBack) {
         known->second.at = vtime::now();
+        known->second.whole = false;
         return;
     }
     Unwritten old;
@@ -253,6 +256,34 @@ ssize_t writeWatched(int fd, const void* data, size_t size) {
     return result;
 }
 
+// The kernel has written out these files.
+template <typename Matches>
+void writeOut(Matches matches) {
+    for (auto file = gUnwritten.begin(); file != gUnwritten.end();) {
+        file = matches(file->first) ? gUnwritten.erase(file) : std::next(file);
+    }
+}
+
+bool isIn(const std::string& path, const std::string& folder) {
+    return path.substr(0, path.rfind('/')) == folder.substr(0, folder.find_last_not_of('/') + 1);
+}
+
+// A file that takes another's place holds what it held, if that was synced: all of it or, where the
+// power cut takes back the new name, nothing of it.
+int renameWatched(const char* from, const char* to, int (*rename)(const char*, const char*)) {
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    const auto source = gUnwritten.find(from);
+    const bool synced = source != gUnwritten.end() && source->second.whole;
+    keepOld(from);
+    keepOld(to);
+    const int result = rename(from, to);
+    const auto target = gUnwritten.find(to);
+    if (result == 0 && synced && target != gUnwritten.end()) target->second.whole = true;
+    operationDone("rename", to, result == 0);
+    return result;
+}
+
 int closeWatched(int fd, int (*close)(void*), void* argument) {
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
@@ -277,10 +308,11 @@ void damage(const std::string& path, const Unwritten& old) {
     for (const char c : path) hash = (hash ^ static_cast<uint8_t>(c)) * 16777619;
     std::mt19937 random(hash ^ static_cast<uint32_t>(gBoot->damageSeed));
     Unsynced how = gBoot->unsynced;
+    if (old.whole && how != Unsynced::LOST && how != Unsynced::MIXED) how = Unsynced::KEPT;
     if (how == Unsynced::MIXED) {
         constexpr Unsynced kAll[] = {Unsynced::KEPT, Unsynced::LOST, Unsynced::EMPTIED,
                                      Unsynced::CUT};
-        how = kAll[random() % 4];
+        how = kAll[random() % (old.whole ? 2 : 4)];
     }
     if (std::filesystem::is_directory(path)) return;  // folders stay
     const bool present = fileExists(path);
@@ -331,9 +363,12 @@ int64_t spaceLeft() {
 void partitionReadOnly() {
     const std::lock_guard<std::mutex> lock(gLock);
     gReadOnly = true;
-    for (auto file = gUnwritten.begin(); file != gUnwritten.end();) {
-        file = onPartition(file->first) ? gUnwritten.erase(file) : std::next(file);
-    }
+    writeOut([](const std::string& path) { return onPartition(path); });
+}
+
+void allWrittenOut() {
+    const std::lock_guard<std::mutex> lock(gLock);
+    gUnwritten.clear();
 }
 
 void thisIsTheWorker() {
@@ -359,8 +394,15 @@ int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return openWatched(path, (flags & O_ACCMODE) != O_RDONLY,
-                       [&] { return realOpen(path, flags, mode); });
+    // Whoever writes to a kernel's log adds to it.
+    if (path == kKernelMessages) flags |= O_APPEND;
+    const int fd = openWatched(path, (flags & O_ACCMODE) != O_RDONLY,
+                               [&] { return realOpen(path, flags, mode); });
+    if ((flags & O_DIRECTORY) != 0 && fd >= 0 && fd < kMaxFd && watching() && onDevice(path)) {
+        const std::lock_guard<std::mutex> lock(gLock);
+        gPaths[fd] = path;  // for fsync
+    }
+    return fd;
 }
 
 // libstdc++'s streams: they read and write by descriptor.
@@ -421,6 +463,33 @@ int close(int fd) {
 
 int remove(const char* path) noexcept {
     return onPath(Call::REMOVE, path, [&] { return realRemove(path); });
+}
+
+int rename(const char* from, const char* to) noexcept {
+    static auto* const realRename = next<int(const char*, const char*)>("rename");
+    if (!watching() || !onDevice(to)) return realRename(from, to);
+    return renameWatched(from, to, realRename);
+}
+
+// The workstation's own disk is not waited for: what a power cut takes is the scenario's to say.
+int fsync(int fd) {
+    if (!isWatched(fd)) return 0;
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    const std::string path = gPaths[fd];
+    writeOut([&](const std::string& file) { return isIn(file, path); });
+    const auto file = gUnwritten.find(path);
+    if (file != gUnwritten.end()) file->second.whole = true;
+    operationDone("fsync", path, true);
+    return 0;
+}
+
+void sync() noexcept {
+    if (!watching()) return;
+    const std::lock_guard<std::mutex> lock(gLock);
+    const Unwatched ownWork;
+    gUnwritten.clear();
+    operationDone("sync", "/", true);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {

@@ -29,6 +29,9 @@ int64_t spaceLeft();
 // The partition has become read-only, for which the kernel wrote out what was written to it.
 void partitionReadOnly();
 
+// The kernel wrote out everything that was written: somebody has synced.
+void allWrittenOut();
+
 // The calling thread is the one whose allocations are counted.
 void thisIsTheWorker();
 

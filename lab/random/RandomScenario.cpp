@@ -447,19 +447,60 @@ private:
     Scenario mScenario;
 };
 
+// From a stream of its own, so that the bare scenario of a seed stays as it is.
+void addReferencePlatform(Scenario& scenario, uint64_t seed) {
+    constexpr uint64_t kStream = 10000;
+    static const Choice kProperties[] = {
+            {"ro.bootvigil.reboots", {"0", "1", "30", "x"}},
+            {"ro.bootvigil.resets", {"0", "2", "-1"}},
+            {"ro.bootvigil.reboot_wait", {"0", "1", "20", "300"}},
+            {"ro.bootvigil.reset_wait", {"0", "30", "1200"}},
+            {"ro.bootvigil.budget_boots", {"1", "2"}},
+            {"ro.build.date.utc", {"1790000000", "1990000000"}},
+    };
+    static const Choice kLeftovers[] = {
+            {kMetadata + "/bootvigil/budget", {"", "x", "bootvigil-budget 1\nboots 0\n"}},
+            {kOwnFolder + "/" + kLogServiceId + ".zip", {"of an earlier failure", ""}},
+            {kOldCaptures + "/3-" + kLogServiceId, {"an older one"}},
+            {kRefusals, {"Sun Nov 15 11:02:50 2026|reset|spent\n", "x"}},
+    };
+    Draw draw(seed, kStream);
+    scenario.platform = PlatformKind::REFERENCE;
+    for (const Choice& property : kProperties) {
+        if (draw.percent(10)) scenario.properties[property.name] = draw.of(property.values);
+    }
+    for (const Choice& left : kLeftovers) {
+        if (draw.percent(15)) scenario.files[left.name] = draw.of(left.values);
+    }
+    if (draw.percent(10)) {
+        const int64_t lines = draw.between(150, 400);
+        for (int64_t i = 0; i < lines; ++i) {
+            scenario.files[kJournal] += "Sun Nov 15 11:08:12 2026  USER capture log\n";
+        }
+    }
+    if (draw.percent(20)) scenario.clock = draw.between(1000000, 2000000);  // in 1970
+    // Boots that come up after the daemon has given them up.
+    for (Boot& boot : scenario.boots) {
+        if (!draw.percent(15)) continue;
+        const int64_t at = draw.between(240, 900) * 1000;
+        const auto later = std::find_if(boot.changes.begin(), boot.changes.end(),
+                                        [&](const Change& change) { return change.at > at; });
+        if (later == boot.changes.end()) continue;
+        const std::vector<Change> up = {{at, What::SET, kCompleted[0], "1"},
+                                        {at, What::SET, kCompleted[1], "1"}};
+        boot.changes.insert(later, up.begin(), up.end());
+    }
+}
+
 }  // namespace
 
-Scenario randomScenario(uint64_t seed, Boots boots) {
+Scenario randomScenario(uint64_t seed, Boots boots, PlatformKind platform) {
     DeviceMaker maker(seed);
-    switch (boots) {
-        case Boots::ALL:
-            return maker.make();
-        case Boots::HEALTHY:
-            return maker.make(&BootMaker::makeHealthy);
-        case Boots::STALLED:
-            return maker.make(&BootMaker::makeStalled);
-    }
-    abort();
+    Scenario scenario = boots == Boots::ALL       ? maker.make()
+                        : boots == Boots::HEALTHY ? maker.make(&BootMaker::makeHealthy)
+                                                  : maker.make(&BootMaker::makeStalled);
+    if (platform == PlatformKind::REFERENCE) addReferencePlatform(scenario, seed);
+    return scenario;
 }
 
 }  // namespace lab

@@ -81,6 +81,7 @@ SagaResult resultFrom(const Json& object) {
     SagaResult result;
     result.version = object.at("version").get<std::string>();
     result.boots = object.at("boots").get<std::string>();
+    result.platform = object.at("platform").get<std::string>();
     result.seed = numberAt(object, "seed", UINT64_MAX);
     for (const auto& [name, number] : kNumbers) result.*number = numberAt(object, name);
     result.fingerprint = numberAt(object, "fingerprint", UINT64_MAX);
@@ -96,7 +97,8 @@ SagaResult resultFrom(const Json& object) {
 }
 
 auto searchOf(const SagaResult& result) {
-    return std::tie(result.version, result.seed, result.count, result.boots, result.parts);
+    return std::tie(result.version, result.seed, result.count, result.boots, result.platform,
+                    result.parts);
 }
 
 void sortFindings(SagaResult& result) {
@@ -193,7 +195,8 @@ void writeResult(const SagaResult& result, const std::string& path) {
     Json object = {{"schema", kSchema},
                    {"version", result.version},
                    {"seed", result.seed},
-                   {"boots", result.boots}};
+                   {"boots", result.boots},
+                   {"platform", result.platform}};
     for (const auto& [name, number] : kNumbers) object[name] = result.*number;
     object["fingerprint"] = result.fingerprint;
     object["seconds"] = result.seconds;

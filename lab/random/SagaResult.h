@@ -38,6 +38,7 @@ struct SagaResult {
     std::string version;  // of the program
     uint64_t seed = 1, count = 1;
     std::string boots = "all";
+    std::string platform = "bare";
     uint64_t part = 1, parts = 1;
 
     uint64_t bootsRun = 0;

@@ -118,7 +118,7 @@ public:
     void explainWorst() const {
         const SagaFinding& worst = mResult.findings.front();
         if (worst.status == kSagaNotRepeated) return;
-        Scenario scenario = randomScenario(worst.seed, mOrder.boots);
+        Scenario scenario = randomScenario(worst.seed, mOrder.boots, mOrder.platform);
         if (worst.status != kSagaDifferent) {
             const size_t boots = scenario.boots.size();
             scenario = shrink(std::move(scenario), [&](const Scenario& candidate) {
@@ -137,7 +137,7 @@ private:
 
     // Now and then twice.
     void runOne(Workshop& workshop, uint64_t seed) {
-        const Scenario made = randomScenario(seed, mOrder.boots);
+        const Scenario made = randomScenario(seed, mOrder.boots, mOrder.platform);
         const bool twice = (seed - mOrder.seed) % kTwice == 0;
         const Keep keep = twice ? Keep::FINGERPRINT : Keep::TRACE;
         const ScenarioRun& run = workshop.run(made, keep);
@@ -194,6 +194,7 @@ void runSagas(const SagaOrder& order, const std::string& folder) {
     result.seed = order.seed;
     result.count = order.count;
     result.boots = kBootsNames[static_cast<size_t>(order.boots)];
+    result.platform = kPlatformNames[static_cast<size_t>(order.platform)];
     result.part = order.part;
     result.parts = order.parts;
     print(format("%ju scenarios from seed %ju on, %d at a time", result.last() - result.first(),

@@ -19,6 +19,7 @@ struct SagaOrder {
     uint64_t part = 1, parts = 1;
     int jobs = 1;  // processes
     Boots boots = Boots::ALL;
+    PlatformKind platform = PlatformKind::BARE;
     bool untilBroken = false;  // start no scenario after the first broken rule
 };
 

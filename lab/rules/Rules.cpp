@@ -162,8 +162,8 @@ private:
     }
 
     void checkFiles() {
-        // The platform's answer.
-        if (mReset) {
+        // The bare platform's answer; the reference platform gives its own later.
+        if (mReset && mSeen.device.platform == PlatformKind::BARE) {
             applyChange({mNow, TraceEvent::CHANGE, "remove " + kData});
             addFolder(kMarkerFolder);
         }

@@ -121,6 +121,7 @@ public:
             addRecovery(textOf(record, "name") == "reset" ? "asks for a data reset"
                                                           : "asks for a reboot");
         }
+        if (kind == "act") takeAnswer(textOf(record, "text"));
         if (kind == "signal" && record.contains("pid")) mOwnSignal = record["pid"] == 0;
         if (kind == "killed" || kind == "exit" || kind == "end") takeEnd(record);
     }
@@ -160,6 +161,13 @@ private:
     void addRecovery(const std::string& part) {
         mRecovery = true;
         add(part);
+    }
+
+    // What the reference platform makes of a request.
+    void takeAnswer(const std::string& said) {
+        if (said == "rebooting") add("the platform reboots at " + mTime);
+        if (said == "wiping the data") add("the platform wipes the data at " + mTime);
+        if (const auto refused = after(said, "refusing")) add("the platform refuses " + *refused);
     }
 
     void addSlowness(size_t place) {

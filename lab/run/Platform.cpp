@@ -152,6 +152,18 @@ TextMap Platform::readProperties() {
     return properties;
 }
 
+// The bare platform does what it is asked. Of the other init is asked, and recovery reads the rest.
+bool Platform::isToReset(const TextMap& properties) const {
+    if (mDevice.platform == PlatformKind::BARE) return properties.count(kResetRequest) != 0;
+    return lookUp(properties, kPowerControl) == "reboot,recovery" &&
+           contains(readFileOr(kRecoveryCommand, ""), "--wipe_data");
+}
+
+bool Platform::isToReboot(const TextMap& properties) const {
+    if (mDevice.platform == PlatformKind::BARE) return properties.count(kRebootRequest) != 0;
+    return lookUp(properties, kPowerControl) == "reboot,velarecovery";
+}
+
 void Platform::endBoot(const Boot& boot, int64_t endedAt) {
     const InsideRoot inside(mRoot);
     if (boot.partitionAbsent) {
@@ -163,12 +175,13 @@ void Platform::endBoot(const Boot& boot, int64_t endedAt) {
     for (const auto& [name, value] : set) {
         if (startsWith(name, "persist.")) mPersistent[name] = value;
     }
-    if (set.count(kResetRequest) != 0) {
+    if (isToReset(set)) {
         mBootReason = "reboot,factory_reset";
         mPersistent.clear();
         fs::remove_all(kData);
+        fs::remove(kRecoveryCommand);
         makeFolders(kMarkerFolder);
-    } else if (set.count(kRebootRequest) != 0) {
+    } else if (isToReboot(set)) {
         mBootReason = "reboot,velarecovery";
     } else {
         mBootReason = "cold,powerkey";

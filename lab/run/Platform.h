@@ -23,6 +23,7 @@ public:
     Platform(const Scenario& device, const DeviceRoot& root);
 
     void startBoot(const Boot& boot);
+    // `endedAt` is device time in ms.
     void endBoot(const Boot& boot, int64_t endedAt);
 
     // What the boot that was started last finds.
@@ -44,6 +45,9 @@ private:
     static TextMap readProperties();
     void setProperties(const Boot& boot);
     void fillLogs();
+    // What the boot has led to, from its properties.
+    bool isToReset(const TextMap& properties) const;
+    bool isToReboot(const TextMap& properties) const;
 
     const Scenario& mDevice;
     const DeviceRoot& mRoot;

@@ -12,8 +12,10 @@
 
 #include "lab/base/DevicePaths.h"
 #include "lab/base/Files.h"
+#include "lab/rules/PlatformRules.h"
 #include "lab/rules/Rules.h"
 #include "lab/run/Platform.h"
+#include "lab/run/ReferencePlatform.h"
 #include "report/read/Archive.h"
 
 namespace lab {
@@ -77,6 +79,10 @@ void addBoot(RunLog& log, const BootObservation& seen, const std::string& reason
     log.add(0, "boot", fields);
 }
 
+void add(std::vector<Violation>& all, const std::vector<Violation>& more) {
+    all.insert(all.end(), more.begin(), more.end());
+}
+
 int64_t countOperations(const std::vector<TraceEvent>& events) {
     return std::count_if(events.begin(), events.end(), [](const TraceEvent& event) {
         return event.kind == TraceEvent::OPERATION;
@@ -96,21 +102,34 @@ ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Ke
 
 void ScenarioRun::run() {
     Platform platform(mScenario, mRoot);
-    BootProcess process(mScenario, mRoot, mLog ? &*mLog : nullptr);
+    RunLog* const log = mLog ? &*mLog : nullptr;
+    BootProcess process(mScenario, mRoot, log);
+    std::optional<ReferencePlatform> reference;
+    if (mScenario.platform == PlatformKind::REFERENCE) reference.emplace(mRoot, log);
+    PlatformRules platformRules(mScenario);
     std::optional<TextMap> filesLeft;  // by the boot before
     for (const Boot& boot : mScenario.boots) {
         const int number = static_cast<int>(mOutcomes.size()) + 1;
         platform.startBoot(boot);
+        std::vector<Violation> violations;  // by the platform
+        if (reference) {
+            const TextMap before = filesKept(mRoot);
+            reference->prepare(mScenario, boot, platform.clock());
+            if (!mScenario.partitionAbsent && !boot.partitionAbsent) {
+                violations = platformRules.checkPrepared(before, filesKept(mRoot));
+            }
+        }
         BootObservation seen(mScenario, boot);
         seen.clock = platform.clock();
         seen.console = platform.lastConsole();
         seen.properties = platform.properties();
         // Most boots find what the one before left.
-        const bool found = filesLeft && boot.files.empty() && !boot.partitionAbsent;
+        const bool found = filesLeft && boot.files.empty() && !boot.partitionAbsent && !reference;
         seen.filesBefore = found ? std::move(*filesLeft) : filesKept(mRoot);
         if (mLog) {
             mLog->setBoot(number);
             addBoot(*mLog, seen, platform.bootReason());
+            if (reference) reference->recordPrepared();
         }
 
         const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
@@ -121,7 +140,7 @@ void ScenarioRun::run() {
             throw std::runtime_error("boot " + std::to_string(number) + ": " + error.what());
         }
         if (mKeep != Keep::TRACE) addToFingerprint(process.trace());
-        platform.endBoot(boot, outcome.endedAt);
+        if (!reference) platform.endBoot(boot, outcome.endedAt);
         seen.events = process.trace().events();
         seen.end = outcome.end;
         seen.status = outcome.status;
@@ -134,6 +153,15 @@ void ScenarioRun::run() {
         }
         outcome.operations = countOperations(seen.events);
         filesLeft = std::move(seen.filesAfter);
+        if (reference) {
+            const bool over = outcome.end == BootObservation::End::CUT_OFF ||
+                              outcome.end == BootObservation::End::STILL_RUNNING;
+            const PlatformActs acts =
+                    reference->finish(mScenario, boot, seen.events, {outcome.endedAt, over});
+            add(violations, platformRules.checkActs(boot, acts, filesKept(mRoot)));
+            add(outcome.violations, violations);
+            platform.endBoot(boot, acts.endedAt);
+        }
         mOutcomes.push_back(std::move(outcome));
     }
     if (mScenario.partitionSize) mRoot.unmountPartition();

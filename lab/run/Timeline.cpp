@@ -56,7 +56,7 @@ const char* colourOf(const std::string& kind) {
     static const std::map<std::string, const char*> codes = {
             {"record", "31"},  {"killed", "31"}, {"verdict", "31"}, {"request", "33"},
             {"history", "33"}, {"signal", "33"}, {"upload", "32"},  {"captured", "36"},
-            {"journal", "36"}, {"kel", "36"},
+            {"journal", "36"}, {"kel", "36"},    {"act", "33"},     {"prepare", "36"},
     };
     const auto found = codes.find(kind);
     return found != codes.end() ? found->second : isWorld(kind) ? "2" : nullptr;

@@ -60,6 +60,15 @@ enum class Unsynced { KEPT, LOST, EMPTIED, CUT, MIXED };
 // By Unsynced.
 constexpr const char* kUnsyncedNames[] = {"kept", "lost", "emptied", "cut", "mixed"};
 
+// What runs around the daemon.
+enum class PlatformKind {
+    BARE,       // does what is asked at once, and nothing before the daemon
+    REFERENCE,  // device/prepare and bootvigil-act
+};
+
+// By PlatformKind.
+constexpr const char* kPlatformNames[] = {"bare", "reference"};
+
 struct Boot {
     std::string about;
     std::optional<time_t> clock;  // time of day at its start, UTC; unset: it goes on
@@ -93,6 +102,7 @@ struct Scenario {
     std::string about;
     std::vector<std::string> warnings;  // a line each: what is there and does nothing
 
+    PlatformKind platform = PlatformKind::BARE;
     time_t clock = kDefaultClock;  // time of day at the start of the first boot, UTC
     std::string commandLine =
             "console=ttyMSM0 androidboot.mode=normal FlashID=90014a483942 mem_index=3 poffsts=0x09 "
@@ -108,7 +118,7 @@ struct Scenario {
     std::optional<int64_t> partitionSize;  // bytes; unset: as large as the workstation's
     bool partitionAbsent = false;
     bool logFolder = true;        // /velafs/boot_vigil/log is there at the first boot
-    int64_t rebootAfter = 15000;  // ms from a request property to the platform's reboot
+    int64_t rebootAfter = 15000;  // ms from a request property to the bare platform's reboot
 
     std::vector<Boot> boots;
 

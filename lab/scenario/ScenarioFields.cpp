@@ -467,6 +467,8 @@ Fields<Scenario> deviceFields() {
                  if (bytes != 0) s.partitionSize = bytes;
              }};
     Fields<Scenario> device("a device");
+    device.add("platform", &Scenario::platform, choice<PlatformKind>(kPlatformNames),
+               "a platform; what runs before the daemon and answers it, see below");
     device.add("clock", &Scenario::clock, kClock,
                "a time of day like 2026-11-15 11:05:18; at the first boot, UTC");
     device.add("cmdline", &Scenario::commandLine, kText, "a command line; the kernel's");
@@ -480,7 +482,7 @@ Fields<Scenario> deviceFields() {
     device.add("log_folder", &Scenario::logFolder, kFlag,
                "whether it is there; `/velafs/boot_vigil/log`");
     device.add("reboot_after", &Scenario::rebootAfter, kSeconds,
-               "the platform's delay; from a request property to its reboot");
+               "the bare platform's delay; from a request property to its reboot");
     return device;
 }
 
