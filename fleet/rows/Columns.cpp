@@ -98,7 +98,7 @@ const std::vector<Column<EpisodeRow>>& episodeColumns() {
             {"last_number", &Row::lastNumber, Merge::LAST},
             {"actions", &Row::actions, Merge::LAST},
             {"outcome", &Row::outcome, Merge::LAST},
-            {"cured_by", &Row::curedBy, Merge::LAST},
+            {"cured_by", &Row::curedBy, Merge::KNOWN},
             {"end", &Row::end, Merge::LAST},
             {"boots", &Row::boots, Merge::LAST},
             {"seconds_to_cure", &Row::secondsToCure, Merge::LAST},
@@ -123,10 +123,8 @@ void finish(EpisodeRow& row) {
     row.seen.clear();
     row.standing.clear();
     row.seen = orderOf(row, episodeColumns());
-    // What a later copy no longer tells must not undo what an earlier one told.
-    char known = '0';
-    if (row.outcome == "unclear") known = '1';
-    if (row.outcome == "cured") known = row.curedBy == "unknown" ? '2' : '3';
+    // A later copy in which the record is damaged doesn't undo what an earlier one told.
+    const char known = row.outcome == "cured" ? '2' : row.outcome == "unclear" ? '1' : '0';
     row.standing = known + row.seen;
 }
 

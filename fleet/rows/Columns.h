@@ -61,6 +61,8 @@ enum class Merge {
     KEY,    // what makes it the same thing
     FIRST,  // of the row with the smallest `seen`
     LAST,   // of the row with the largest `standing`; of devices, the largest `seen`
+    KNOWN,  // what is neither empty nor "unknown", else "unknown", else empty; of two the larger
+            // one
 };
 
 template <typename Row>

@@ -22,7 +22,6 @@ constexpr int kWaitMs = 60000;
 // Each index has all that some queries ask for, in an order in which the rows of a group and those
 // of a device in it come one after the other: so devices are counted without being sorted.
 constexpr const char* kIndexes[] = {
-        "CREATE INDEX devices_by_country ON devices(country, device, software, pulled)",
         "CREATE INDEX devices_by_place ON devices(country, model, device, pulled)",
         "CREATE INDEX devices_by_software ON devices(software, device, country, pulled)",
         "CREATE INDEX episodes_by_country ON episodes(signature, country, device, software, begin)",
@@ -43,10 +42,11 @@ constexpr const char* kAround =
         "AND begin <= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?4) AND begin <> ?2 "
         "ORDER BY begin LIMIT 1000";
 
-// The first character of `standing` is that of a cure that is known; see finish().
-constexpr const char* kCure =
-        "UPDATE episodes SET cured_by = ?, standing = '3' || substr(standing, 2) "
-        "WHERE device = ? AND begin = ? AND cured_by = 'unknown'";
+// A text that is larger the more is known; see Merge::KNOWN.
+std::string rankOf(const std::string& field) {
+    return "(CASE " + field + " WHEN '' THEN '0' WHEN 'unknown' THEN '1' ELSE '2' END || " + field +
+           ")";
+}
 
 template <typename Row>
 std::string createTable(const std::string& name, const std::vector<Column<Row>>& columns) {
@@ -60,7 +60,19 @@ std::string createTable(const std::string& name, const std::vector<Column<Row>>&
     return sql + "PRIMARY KEY(" + key + ")) WITHOUT ROWID";
 }
 
-// Inserts a row or merges it with the one that is there. See Merge.
+// When a column takes the value of the row that is added.
+std::string isTaken(Merge merge, const std::string& field, const std::string& last) {
+    switch (merge) {
+        case Merge::FIRST:
+            return "excluded.seen < seen";
+        case Merge::KNOWN:
+            return rankOf("excluded." + field) + " > " + rankOf(field);
+        default:
+            return "excluded." + last + " > " + last;
+    }
+}
+
+// Inserts a row or merges it with the one that is there.
 template <typename Row>
 std::string putInto(const std::string& name, const std::string& last,
                     const std::vector<Column<Row>>& columns) {
@@ -68,24 +80,27 @@ std::string putInto(const std::string& name, const std::string& last,
     std::string places;
     std::string key;
     std::string set;
-    const auto add = [](std::string& list, const std::string& item) {
-        list += (list.empty() ? "" : ", ") + item;
+    std::string any;
+    const auto add = [](std::string& list, const char* between, const std::string& item) {
+        list += (list.empty() ? "" : between) + item;
     };
-    const std::string newer = "excluded." + last + " > " + last;
-    const std::string older = "excluded.seen < seen";
     for (const Column<Row>& column : columns) {
         const std::string field = column.name;
-        add(names, field);
-        add(places, "?");
+        add(names, ", ", field);
+        add(places, ", ", "?");
         if (column.merge == Merge::KEY) {
-            add(key, field);
-        } else {
-            add(set, field + " = CASE WHEN " + (column.merge == Merge::FIRST ? older : newer) +
-                             " THEN excluded." + field + " ELSE " + field + " END");
+            add(key, ", ", field);
+            continue;
         }
+        const std::string taken = isTaken(column.merge, field, last);
+        add(set, ", ",
+            field + " = CASE WHEN " + taken + " THEN excluded." + field + " ELSE " + field +
+                    " END");
+        // Of each way to merge one column is enough.
+        if (any.find(taken) == std::string::npos) add(any, " OR ", taken);
     }
     return "INSERT INTO " + name + "(" + names + ") VALUES(" + places + ") ON CONFLICT(" + key +
-           ") DO UPDATE SET " + set + " WHERE " + newer + " OR " + older;
+           ") DO UPDATE SET " + set + " WHERE " + any;
 }
 
 // All that a database of ours has, in the order of the names.
@@ -146,7 +161,9 @@ Sqlite::Sqlite(const std::string& path, Use use)
         mPutDevice = prepare(putInto("devices", "seen", deviceColumns()));
         mPutEpisode = prepare(putInto("episodes", "standing", episodeColumns()));
         mAround = prepare(kAround);
-        mCure = prepare(kCure);
+        mCure = prepare("UPDATE episodes SET outcome = 'cured', cured_by = CASE WHEN " +
+                        rankOf("?1") + " > " + rankOf("cured_by") +
+                        " THEN ?1 ELSE cured_by END WHERE device = ?2 AND begin = ?3");
         mRemove = prepare("DELETE FROM episodes WHERE device = ? AND begin = ?");
     } else {
         execute("PRAGMA query_only = ON");
@@ -279,7 +296,8 @@ std::vector<EpisodeRow> Sqlite::around(const EpisodeRow& row) {
     return rows;
 }
 
-// The row that tells more stays, and learns what ended the failure.
+// The row that tells more stays, and learns that a boot has completed, and by what. Its standing is
+// that of its own copy, so that a later one still tells more.
 void Sqlite::takeIn(const EpisodeRow& less, const EpisodeRow& more) {
     const auto step = [&](sqlite3_stmt* statement) {
         const int result = sqlite3_step(statement);
@@ -289,7 +307,7 @@ void Sqlite::takeIn(const EpisodeRow& less, const EpisodeRow& more) {
     setParameter(mCure.get(), 1, less.curedBy);
     setParameter(mCure.get(), 2, more.device);
     setParameter(mCure.get(), 3, more.begin);
-    if (less.curedBy != "unknown") step(mCure.get());
+    step(mCure.get());
     setParameter(mRemove.get(), 1, less.device);
     setParameter(mRemove.get(), 2, less.begin);
     step(mRemove.get());
