@@ -103,7 +103,7 @@ private:
         if (status != 0) return status;
         return orLabFailed([&] {
             for (uint64_t number = first; number < end; ++number) {
-                write(cage, number, lives[number - first]);
+                write(cage, lives[number - first]);
             }
             return 0;
         });
@@ -113,6 +113,7 @@ private:
     int runTroubles(const std::string& folder, uint64_t first, const std::vector<Life>& lives) {
         makeFolders(folder + "/" + kPulled);
         Scenario healthy;
+        healthy.about = "a healthy device";
         healthy.files[kMarker] = "";
         Boot boot;
         for (const char* name : kCompleted) {
@@ -159,7 +160,7 @@ private:
         return outcomes.size();
     }
 
-    void write(const Cage& cage, uint64_t number, const Life& life) {
+    void write(const Cage& cage, const Life& life) {
         const Identity& device = life.identity;
         const std::string folder = mOrder.out + "/" + device.serial;
         writeFile(folder + "/device.json", nlohmann::json({{"serial", device.serial},
@@ -173,9 +174,7 @@ private:
                      folder + kPartition);
         mGoodBoots += life.goodBoots;
         mFailed += life.troubles.empty() ? 0 : 1;
-        for (size_t i = 0; i < mAffected.size(); ++i) {
-            mAffected[i] += mLives.affects(number, device, i) ? 1 : 0;
-        }
+        for (const size_t regression : life.regressions) ++mAffected[regression];
     }
 
     void printSums(double seconds) const {

@@ -36,19 +36,18 @@ constexpr int64_t kWorn = 30;        // times as many on a worn device, which is
 constexpr time_t kApart = 7 * kDay;  // from one trouble to the next, at least
 constexpr time_t kWrongClock = 1577836800;  // 2020-01-01 00:00:00 UTC, instead of kSeenFrom
 
-const std::string& drawShare(QuickDraw& draw, const std::vector<Share>& shares) {
-    int64_t all = 0;
-    for (const Share& share : shares) all += share.weight;
-    int64_t left = draw.below(all);
-    auto found = shares.begin();
-    while ((left -= found->weight) >= 0) ++found;
-    return found->name;
-}
-
 size_t releaseOf(const std::string& software) {
     const auto found = std::find_if(kReleases.begin(), kReleases.end(),
                                     [&](const Release& each) { return each.software == software; });
     return static_cast<size_t>(found - kReleases.begin());
+}
+
+const std::string& softwareOf(const Identity& device, time_t at) {
+    size_t newest = 0;
+    for (size_t i = 0; i < kReleases.size(); ++i) {
+        if (device.since[i] != 0 && device.since[i] <= at) newest = i;
+    }
+    return kReleases[newest].software;
 }
 
 bool matches(const Identity& device, const Regression& regression) {
@@ -90,8 +89,8 @@ Identity Lives::identity(uint64_t number) const {
     QuickDraw draw = this->draw(number, IDENTITY);
     Identity device;
     device.serial = format("BV%07llu", static_cast<unsigned long long>(number) + 1);
-    device.model = drawShare(draw, kModels);
-    device.country = drawShare(draw, kCountries);
+    device.model = draw.weighted(kModels).name;
+    device.country = draw.weighted(kCountries).name;
     device.pulled = kSeenUntil - draw.between(1, 7 * kDay);
     // Three in ten are sold while the fleet is seen.
     device.from = kSeenFrom + (draw.percent(70) ? 0 : draw.below(150 * kDay));
@@ -109,7 +108,7 @@ Identity Lives::identity(uint64_t number) const {
         device.since[i] = std::max(factory || i == 0 ? device.from : got, device.from);
         newest = i;
     }
-    device.software = kReleases[newest].software;
+    device.software = softwareOf(device, device.pulled);
     return device;
 }
 
@@ -141,7 +140,9 @@ Life Lives::life(uint64_t number) const {
     Identity& device = life.identity;
     std::vector<Trouble>& troubles = life.troubles;
     for (size_t i = 0; i < mRegressions.size(); ++i) {
-        if (affects(number, device, i)) troubles.push_back(troubleOf(i, number, device));
+        if (!affects(number, device, i)) continue;
+        life.regressions.push_back(i);
+        troubles.push_back(troubleOf(i, number, device));
     }
     QuickDraw boots = draw(number, BOOTS), own = draw(number, TROUBLES);
     const int64_t odds = kBootsPerTrouble / (boots.percent(1) ? kWorn : 1);
@@ -164,10 +165,11 @@ Life Lives::life(uint64_t number) const {
         if (trouble.cure != Cure::NOTHING) continue;
         if (&trouble != &troubles.back()) {
             trouble.cure = Cure::RESET;  // a device that goes on was repaired
-        } else {
-            device.pulled =
-                    std::min<time_t>(device.pulled, trouble.at + people.between(4 * kDay, kApart));
+            continue;
         }
+        device.pulled =
+                std::min<time_t>(device.pulled, trouble.at + people.between(4 * kDay, kApart));
+        device.software = softwareOf(device, trouble.at);
     }
     return life;
 }

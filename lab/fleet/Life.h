@@ -28,8 +28,9 @@ struct Identity {
 
 struct Life {
     Identity identity;
-    uint64_t goodBoots = 0;         // that are not in its scenario
-    std::vector<Trouble> troubles;  // in order of time
+    uint64_t goodBoots = 0;           // that are not in its scenario
+    std::vector<Trouble> troubles;    // in order of time
+    std::vector<size_t> regressions;  // of those planted, that it has
 };
 
 // A seed's devices, by their number. Every subject has a stream of draws of its own: a regression
@@ -48,11 +49,10 @@ public:
     // Likewise a stream of its own, for what happens to the pulled copy.
     QuickDraw damage(uint64_t number) const;
 
-    bool affects(uint64_t number, const Identity& device, size_t regression) const;
-
 private:
     QuickDraw draw(uint64_t number, uint64_t subject) const;
     Identity identity(uint64_t number) const;
+    bool affects(uint64_t number, const Identity& device, size_t regression) const;
     Trouble troubleOf(size_t regression, uint64_t number, const Identity& device) const;
 
     const uint64_t mSeed;

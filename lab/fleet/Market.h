@@ -10,7 +10,7 @@
 
 namespace lab {
 
-constexpr time_t kDay = 24 * 60 * 60;  // seconds
+constexpr time_t kDay = 86400;  // seconds
 constexpr int kSeenDays = 184;
 constexpr time_t kSeenUntil = 1794787200;  // 2026-11-16 00:00:00 UTC
 constexpr time_t kSeenFrom = kSeenUntil - kSeenDays * kDay;
@@ -19,12 +19,12 @@ struct Share {
     std::string name;
     int weight;
 };
-inline const std::vector<Share> kModels = {{"Plover", 38},
-                                           {"Plover Max", 24},
-                                           {"Curlew", 22},
-                                           {"Curlew 5G", 16}};
-inline const std::vector<Share> kCountries = {{"NG", 26}, {"KE", 14}, {"EG", 12}, {"PK", 12},
-                                              {"BD", 10}, {"ID", 10}, {"TZ", 8},  {"GH", 8}};
+inline const Share kModels[] = {{"Plover", 38},
+                                {"Plover Max", 24},
+                                {"Curlew", 22},
+                                {"Curlew 5G", 16}};
+inline const Share kCountries[] = {{"NG", 26}, {"KE", 14}, {"EG", 12}, {"PK", 12},
+                                   {"BD", 10}, {"ID", 10}, {"TZ", 8},  {"GH", 8}};
 
 // Oldest first.
 struct Release {

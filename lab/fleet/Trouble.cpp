@@ -3,10 +3,7 @@
 
 #include "lab/fleet/Trouble.h"
 
-#include <stddef.h>
-
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "lab/base/DevicePaths.h"
@@ -31,16 +28,6 @@ struct Weighted {
     int weight;
     Value value;
 };
-
-template <typename Value, size_t count>
-const Value& drawWeighted(QuickDraw& draw, const Weighted<Value> (&list)[count]) {
-    int64_t all = 0;
-    for (const auto& each : list) all += each.weight;
-    int64_t left = draw.below(all);
-    const auto* found = std::begin(list);
-    while ((left -= found->weight) >= 0) ++found;
-    return found->value;
-}
 
 constexpr Weighted<Kind> kKinds[] = {
         {60, Kind::HANG},      {10, Kind::TALK},    {8, Kind::LOOP},      {6, Kind::ERROR},
@@ -191,14 +178,14 @@ bool isRecovered(const Trouble& trouble) {
 }  // namespace
 
 Cure drawCure(QuickDraw& draw) {
-    return drawWeighted(draw, kCures);
+    return draw.weighted(kCures).value;
 }
 
 Trouble drawTrouble(QuickDraw& draw, time_t at) {
     Trouble trouble;
     trouble.at = at;
-    trouble.kind = drawWeighted(draw, kKinds);
-    trouble.event = drawWeighted(draw, kHangs);
+    trouble.kind = draw.weighted(kKinds).value;
+    trouble.event = draw.weighted(kHangs).value;
     if (trouble.event == kAnywhere) {
         trouble.event = draw.of(ProfileScript::healthy().events()).name;
     }
