@@ -22,7 +22,6 @@ constexpr int kWaitMs = 60000;
 // Each index has all that some queries ask for, in an order in which the rows of a group and those
 // of a device in it come one after the other: so devices are counted without being sorted.
 constexpr const char* kIndexes[] = {
-        "CREATE INDEX devices_by_country ON devices(country, device, software, pulled)",
         "CREATE INDEX devices_by_place ON devices(country, model, device, pulled)",
         "CREATE INDEX devices_by_software ON devices(software, device, country, pulled)",
         "CREATE INDEX episodes_by_country ON episodes(signature, country, device, software, begin)",

@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
-#include <boost/math/distributions/binomial.hpp>
 #include <boost/math/distributions/hypergeometric.hpp>
 
 #include "fleet/tables/Statistics.h"
@@ -93,6 +93,35 @@ TEST(Adjusted, LeavesOutTestsThatCannotReachTheLevel) {
     EXPECT_EQ(fleet::countedTests({small, large}, 0.05), 2U);
     EXPECT_EQ(fleet::countedTests({small, large, large}, 0.05), 1U);
     EXPECT_EQ(fleet::countedTests({}, 0.05), 0U);
+}
+
+// Many fleets of equal rates with both rare and frequent signatures, each tested everywhere and in
+// four countries: something is named in no more of them than the level says.
+TEST(Adjusted, KeepsItsLevel) {
+    constexpr int kFleets = 1000;
+    std::mt19937 draw(1);
+    int named = 0;
+    for (int i = 0; i < kFleets; ++i) {
+        std::vector<Fisher> tests;
+        for (int signature = 0; signature < 60; ++signature) {
+            std::binomial_distribution<int64_t> one(500, 0.1 / (1 + signature));
+            std::binomial_distribution<int64_t> other(900, 0.1 / (1 + signature));
+            fleet::Share ones;
+            fleet::Share others;
+            for (int country = 0; country < 4; ++country) {
+                const fleet::Share here = {one(draw), 500};
+                const fleet::Share there = {other(draw), 900};
+                tests.push_back(fisher(here, there));
+                ones = {ones.some + here.some, ones.all + here.all};
+                others = {others.some + there.some, others.all + there.all};
+            }
+            tests.push_back(fisher(ones, others));
+        }
+        const std::vector<double> levels = adjusted(tests, 0.05);
+        named += *std::min_element(levels.begin(), levels.end()) <= 0.05 ? 1 : 0;
+    }
+    EXPECT_LE(named, kFleets / 20);
+    EXPECT_GT(named, kFleets / 200) << "the correction is larger than it has to be";
 }
 
 TEST(Versions, CompareNumbersAsNumbers) {
