@@ -115,9 +115,10 @@ bool mountAt(const char* type, const std::string& source, const std::string& tar
 
 // As the start-up files do it; a folder that is there keeps its content.
 void makeFolder(const std::string& path, mode_t mode, uid_t owner) {
-    mkdir(path.c_str(), mode);
-    if (chown(path.c_str(), owner, owner) != 0 || chmod(path.c_str(), mode) != 0) {
+    if (mkdir(path.c_str(), mode) != 0 && errno != EEXIST) {
         say("mkdir %s: %s", path.c_str(), strerror(errno));
+    } else if (chown(path.c_str(), owner, owner) != 0 || chmod(path.c_str(), mode) != 0) {
+        say("%s: %s", path.c_str(), strerror(errno));
     }
 }
 
@@ -197,17 +198,18 @@ void makePlatform() {
     say("pstore: %zd entries", std::distance(fs::directory_iterator("/sys/fs/pstore"), {}));
 }
 
-// A partition that can't be written is mounted all the same, as start-up does. Not with "sync":
-// that is left to the program that answers the daemon.
-void mountPartition(const char* name, const std::string& folder) {
+// One that can't be written is mounted all the same, as start-up does. Not with "sync": that is
+// left to the program that answers the daemon. False without the partition.
+bool mountPartition(const char* name, const std::string& folder) {
     const std::string disk = diskNamed(name);
     if (disk.empty()) {
         say("%s: no such partition", folder.c_str());
-        return;
+        return false;
     }
-    const bool writable = mountAt("ext4", disk, folder);
-    need(writable || mountAt("ext4", disk, folder, MS_RDONLY), "mount " + folder);
-    say("%s: %s mounted%s", folder.c_str(), disk.c_str(), writable ? "" : " read-only");
+    need(mountAt("ext4", disk, folder), "mount " + folder);
+    const bool writable = access(folder.c_str(), W_OK) == 0;
+    say("%s: %s mounted%s", folder.c_str(), disk.c_str(), writable ? "" : ", read-only");
+    return true;
 }
 
 // Why the machine was started. A start without a reason is a cold one.
@@ -506,12 +508,12 @@ public:
 
 private:
     void makePartitions() {
-        mountPartition("metadata", "/metadata");
-        makeFolder("/metadata/bootvigil", 0700, kSystem);
-        mountPartition("velafs", "/velafs");
+        if (mountPartition("metadata", "/metadata")) {
+            makeFolder("/metadata/bootvigil", 0700, kSystem);
+        }
         makeFolder("/data/vela_dfr", 0700, kLog);
         writeText("/data/vela_dfr/firstboot", "");
-        if (diskNamed("velafs").empty()) return;
+        if (!mountPartition("velafs", "/velafs")) return;
         makeFolder("/velafs/boot_vigil", 01777, kLog);
         makeFolder("/velafs/boot_vigil/log", 0700, kLog);
         makeFolder("/velafs/SDD", 0711, kLog);
