@@ -7,7 +7,6 @@
 #include <stdio.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -104,8 +103,10 @@ int search(const Options& options) {
 }
 
 int searchOrMerge(Options& options) {
+    if (!options.shard.empty() && (!options.merge.empty() || options.untilBroken)) {
+        return wrongUsage("--shard goes neither with --merge nor with --until-broken");
+    }
     if (!options.merge.empty()) {
-        if (!options.shard.empty()) return wrongUsage("--merge and --shard exclude one another");
         try {
             return finish(mergeResults(options.merge));
         } catch (const std::runtime_error& error) {

@@ -35,6 +35,14 @@ constexpr const char* kCommandLines[] =
          "quiet mem_index=1 poffsts=",
          "poffsts=\nquiet\n",
          ""};
+constexpr const char* kOddRecords[] = {"TIME:now;    ERR_NUM:0x401564;    ERR_INFO:567-main;\n",
+                                       "TIME:now;    ERR_NUM:0x601564;    ERR_INFO:567-main;\n",
+                                       "TIME:now;    ERR_NUM:0x1564;    ERR_INFO:567-main;\n",
+                                       "TIME:now;    ERR_NUM:0x401564;    ERR_INFO;\n",
+                                       "TIME:now;    ERR_NUM;    ERR_INFO:567-main;\n",
+                                       "TIME;    ERR_NUM:0x401564;    ERR_INFO:567-main;\n",
+                                       "TIME:now;    ERR_NUM:0x401564\n",
+                                       "no record\n"};
 using What = Change::Kind;
 constexpr int64_t kLongestBoot = 1500;  // seconds
 
@@ -403,12 +411,24 @@ private:
                     "x;    ERR_EXPINFO:Country(NG)  ;\n";
         }
         if (mDraw.percent(20)) records.resize(records.size() / 2);
-        maybe(kRecord, records);
+        maybe(kRecord, spoil(records));
         maybe(kFlag, mDraw.percent(80) ? "4" : "");
         // A recovery under way on a first boot is the one that must not reset again.
         if (mScenario.files.count(kHistory) != 0 && mDraw.percent(40)) {
             mScenario.files.erase(kMarker);
         }
+    }
+
+    // A record file about as large as one that is started again, or one whose last line is short of
+    // something.
+    std::string spoil(std::string records) const {
+        Draw draw(mSeed, 1);
+        if (draw.percent(25)) {
+            records.resize(static_cast<size_t>(draw.between(5119, 5121)), 'x');
+        } else if (draw.percent(40)) {
+            records += draw.of(kOddRecords);
+        }
+        return records;
     }
 
     // In some boots; the partition is a file system of its own then.

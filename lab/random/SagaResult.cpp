@@ -26,6 +26,7 @@ using Json = nlohmann::ordered_json;
 constexpr size_t kLargest = 64UL << 10;        // bytes of a file
 constexpr uint64_t kMost = uint64_t{1} << 50;  // of anything that is counted
 constexpr size_t kKept = 20;                   // findings
+constexpr size_t kLongest = 1000;              // bytes of what is said of one
 constexpr char kSchema[] = "bootvigil-sagas/1";
 
 // Every number of a result, by its name in the file.
@@ -137,6 +138,7 @@ uint64_t SagaResult::last() const {
 
 void SagaResult::add(SagaFinding finding) {
     ++countOf(*this, finding.status);
+    finding.text.resize(std::min(finding.text.size(), kLongest));
     findings.push_back(std::move(finding));
     sortFindings(*this);
 }
@@ -200,8 +202,9 @@ void writeResult(const SagaResult& result, const std::string& path) {
     for (const auto& [name, number] : kNumbers) object[name] = result.*number;
     object["fingerprint"] = result.fingerprint;
     object["seconds"] = result.seconds;
-    for (size_t i = 0; i < kSagaKinds.size(); ++i)
+    for (size_t i = 0; i < kSagaKinds.size(); ++i) {
         object["broken"][kSagaKinds[i]] = result.broken[i];
+    }
     object["findings"] = Json::array();
     for (const SagaFinding& finding : result.findings) {
         object["findings"].push_back(jsonOf(finding));

@@ -38,6 +38,7 @@ void DaemonModel::handle(int what) {
         throw MustEnd{};
     }
     if (what == kAfterBoot) {
+        expect("bootvigil check err after booted.");
         if (systemError()) return post(kRecovery, 10);
         if (checkSuccess(/* late= */ true)) expect("Have recoveryed.");
     } else if (what == kRecovery) {
@@ -51,7 +52,11 @@ void DaemonModel::handle(int what) {
 
 void DaemonModel::start() {
     if (property("ro.boot.mode") != "normal") throw MustEnd{};
-    if (worldFile(kVelaBootProfile)) mProfilePath = kVelaBootProfile;
+    if (says("access " + kVelaBootProfile + " OK", worldFile(kVelaBootProfile).has_value())) {
+        mProfilePath = kVelaBootProfile;
+    } else {
+        expect("BOOTVIGIL not found velaboot prof");
+    }
     expectAct(TraceEvent::PROPERTY, "sys.bootvigil.version 3.365");
     post(kPoll, 30);
     const bool made = !exists(kMarker) && write(kMarker, "");
@@ -192,7 +197,8 @@ void DaemonModel::settle() {
     const bool flagged = !flag.empty() && static_cast<unsigned char>(flag[0]) >= '1';
     if (!says("enter submitInfo", flagged, excused(kFlag) || cannotOpen(kFlag))) return;
     submit();
-    if (exists(kRecord)) {  // after the failure's line: a boot has been good since
+    if (!says("not find path " + kRecord, !exists(kRecord), excused(kRecord))) {
+        // After the failure's line: a boot has been good since.
         const std::string line = recordLine(0xf00000 + (mErrType != 0 ? 1 : 2), "", "");
         mRecordLines += line;
         writeOrLog(kRecord, line, true);

@@ -43,6 +43,13 @@ private:
         std::string note;
     };
 
+    // What the platform has kept of an earlier boot, and what is said of it.
+    struct KeptLog {
+        std::string name, missing, got, notGot, notCleaned;
+        std::string copy;  // to be captured
+        int type, phase;   // of the failure
+    };
+
     // What a recovery does.
     struct Step {
         int action = 0;       // 0: none that is asked for
@@ -84,6 +91,7 @@ private:
     void followCapture();
     bool isMissing(const std::string& folder, const std::string& part, const std::string& line);
     void handleKeptLogs();
+    void handleKeptLog(const KeptLog& log);
     std::string healthNote() const;
 
     // Recovery.

@@ -48,7 +48,8 @@ void DaemonModel::notify(int type, int phase, int detail, int reason) {
     const std::string flagging = format("saveBfFlag mMainPhase = %d.", phase);
     if (take(flagging)) {  // so the record was written; a failure that is logged is the flag's
         write(kRecord, line, !restart);
-        writeOrLog(kFlag, std::to_string(phase), false);
+        expect(format("saveBfFlag flg = %d.", phase));
+        if (writeOrLog(kFlag, std::to_string(phase), false)) expect("saveBfFlag write flag.");
     } else if (writeOrLog(kRecord, line, !restart)) {
         expect(flagging);
     }
@@ -67,7 +68,8 @@ void DaemonModel::backUp() {
 
 // The wizard was slow, not stuck: the failure is taken back.
 void DaemonModel::revert() {
-    if (!exists(kRecord) || says("read open " + kRecord + " failed", false, cannotOpen(kRecord)) ||
+    if (says("access " + kRecord + " failed", !exists(kRecord), excused(kRecord)) ||
+        says("read open " + kRecord + " failed", false, cannotOpen(kRecord)) ||
         says("no line in " + kRecord, content(kRecord).empty(), excused(kRecord)) ||
         says("write open " + kRecord + " failed", false, excused(kRecord))) {
         return;
@@ -81,8 +83,10 @@ void DaemonModel::revert() {
 
 // The last record line goes to the uploader, short; a damaged one too, but not one of the wizard's.
 void DaemonModel::submit() {
-    if (!exists(kRecord)) return;
-    if (says("submitLogInfo: read open", false, cannotOpen(kRecord))) return;
+    if (says("submitLogInfo: access " + kRecord + " failed", !exists(kRecord), excused(kRecord)) ||
+        says("submitLogInfo: read open " + kRecord + " failed", false, cannotOpen(kRecord))) {
+        return;
+    }
     const std::vector<std::string> lines = linesOf(content(kRecord));
     std::string line = lines.empty() ? "" : lines.back();
     const std::string start = "submitInfo:info = ";
@@ -92,7 +96,9 @@ void DaemonModel::submit() {
     } else if (shown && *shown != start + line && line.size() < kLongestLogged) {
         broken("submits another line than the last: " + *shown);
     }
-    const std::optional<std::string> text = failureUpload(line);
+    std::vector<std::string> notes;
+    const std::optional<std::string> text = failureUpload(line, notes);
+    for (const std::string& note : notes) says("phaseLogInfo: " + note, true, excused(kRecord));
     if (!text) return;
     if (excused(kRecord)) mUnsure.insert(kFailureUpload);
     upload(kFailureUpload, *text);
@@ -100,7 +106,11 @@ void DaemonModel::submit() {
 
 // What has not been collected stays.
 void DaemonModel::upload(const std::string& path, const std::string& text) {
-    if (!makeFolder(kUploads) || exists(path)) return;
+    if (!makeFolder(kUploads)) return;
+    if (exists(path)) {
+        says("BOOTVIGIL " + kFailureUpload + " exist", true, excused(path));  // whichever is meant
+        return;
+    }
     if (writeOrLog(path, text, false)) expectAct(TraceEvent::OPERATION, "chmod 0777 " + path);
 }
 
@@ -215,20 +225,25 @@ std::string DaemonModel::healthNote() const {
 void DaemonModel::handleKeptLogs() {
     if (mRawDone) return;
     mRawDone = true;
-    if (!says("Init:Not found log.", !worldFile(kKeptLogs + "init"))) {
-        notify(kHang, kInitPhase, 1, kFoundByDaemon);
-        if (take("init:get log.")) capture({kCaptureAll, 0, kInitLog + ";" + healthNote()});
-        expectAct(TraceEvent::OPERATION, "remove " + kKeptLogs + "init");
+    handleKeptLog({"init", "Init:Not found log.", "init:get log.", "Init:Get log fail.",
+                   "Init:Clean log tag fail.", kInitLog, kHang, kInitPhase});
+    handleKeptLog({"kernel", "kernel:Not found log.", "kernel:get log: " + kKernelLog,
+                   "kernel:Get log fail.", "kernel:Clean log tag fail.", kKernelLog, kKernelFailure,
+                   kKernelPhase});
+}
+
+void DaemonModel::handleKeptLog(const KeptLog& log) {
+    const std::string kept = kKeptLogs + log.name;
+    if (says(log.missing, !worldFile(kept))) return;
+    notify(log.type, log.phase, 1, kFoundByDaemon);
+    const bool failing = excused(log.copy) || cannotOpen(log.copy) || cannotOpen(kept);
+    if (says(log.got, isFolder(kOwnFolder), failing)) {
+        capture({kCaptureAll, 0, log.copy + ";" + healthNote()});
+    } else {
+        expect(log.notGot);
     }
-    if (!says("kernel:Not found log.", !worldFile(kKeptLogs + "kernel"))) {
-        notify(kKernelFailure, kKernelPhase, 1, kFoundByDaemon);
-        const std::string got = "kernel:get log: ";
-        if (const auto line = take(got)) {
-            const std::string path = line->substr(got.size(), line->size() - got.size() - 1);
-            capture({kCaptureAll, 0, path + ";" + healthNote()});
-        }
-        expectAct(TraceEvent::OPERATION, "remove " + kKeptLogs + "kernel");
-    }
+    says(log.notCleaned, false, excused(kept));
+    expectAct(TraceEvent::OPERATION, "remove " + kept);
 }
 
 }  // namespace lab

@@ -25,14 +25,19 @@ bool DaemonModel::disabled() {
     const int low = reason() & 255;
     if (property("persist.sys.enable_rescue", "false") == "true" &&
         (low == kSystemError || low == kLateSystemError)) {
+        expect("recovery is disable for rescue.");
         return true;
     }
     if (mDisabled) return *mDisabled;
     mDisabled = number("ro.vela.bfRecovery.support", "1") != 1;
-    if (!*mDisabled && exists(kSwitch)) {
+    if (*mDisabled) {
+        expect("recovery is disable in config.");
+    } else if (exists(kSwitch)) {
+        expect("recovery is disable in network");
         const std::vector<std::string> lines = read(kSwitch);
         mDisabled = std::find(lines.begin(), lines.end(), "BfRecover=NO") != lines.end();
     }
+    if (!*mDisabled) expect("not found disable file, is Enable.");
     return *mDisabled;
 }
 
@@ -52,6 +57,7 @@ void DaemonModel::removeHistory() {
 
 // The next step of the ladder, and only that.
 bool DaemonModel::runRecovery() {
+    expect(format("runRecovery errCode=%d", mReason));
     const bool allowed = !disabled() && mReason != 0;
     const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
     const bool known = mUnsure.count(kHistory) == 0;  // how far the walk is
@@ -60,9 +66,11 @@ bool DaemonModel::runRecovery() {
         says("clean Recovery History.", lastAction() == kReset, !known || unread)) {
         removeHistory();
     }
+    if (allowed) expect(format("enter getRecoveryList errcode=%d", mReason));
     if (allowed && exists(kOverride)) {
         mList = mTable = readOverride(read(kOverride), mReason).value_or(mTable);
     } else if (allowed) {
+        expect("use defalt RecoveryList");
         mList = defaultActions(mReason).value_or(mList);
     }
     Step step = observe();
@@ -71,7 +79,13 @@ bool DaemonModel::runRecovery() {
     } else if (step.action != 0) {
         broken(format("recovery action %d where none is allowed", step.action));
     }
-    if (!step.history.empty()) writeOrLog(kHistory, step.history, false);
+    const bool goes = !step.history.empty();
+    says("not found recovery list", allowed && mList.empty());
+    says("not found next recovery mode", allowed && !mList.empty() && !goes, !known || unread);
+    if (goes) {
+        const bool saved = writeOrLog(kHistory, step.history, false);
+        expect(saved ? "saveRecoveryFlag write flag." : "not set recovery log");
+    }
     act(step.action);
     return step.action != 0;
 }
@@ -134,12 +148,14 @@ void DaemonModel::act(int action) {
 
 // At the end of the boot, or `late`, when it has been good for a while.
 bool DaemonModel::checkSuccess(bool late) {
+    expect("enter isRecoverySuccess");
     if (disabled()) return false;
     const int action = lastAction();
     const std::string line = historyLine();
     const int last = line.size() < 3 ? 0 : static_cast<unsigned char>(line[2]);
     const bool judged = action != 0 && (late || last <= kFoundByDaemon);
     const bool unsure = mUnsure.count(kHistory) > 0 || cannotOpen(kHistory);
+    says("Not occue recovery", action == 0, unsure);
     if (!says("isRecoverySuccess mode=", judged, unsure)) return false;
     const bool reports = action == kReboot || action == kReset;
     const bool success =
@@ -150,6 +166,7 @@ bool DaemonModel::checkSuccess(bool late) {
         if (unsure) mUnsure.insert(kSuccessUpload);
         upload(kSuccessUpload, format("BFRECOVERY|%d|%s|%d", action, localTime().c_str(), last));
     }
+    if (!success) expect(action == kReboot ? "Not vela reboot." : "Not factory reset.");
     expect("clean Recovery History.");
     removeHistory();
     return success;

@@ -18,8 +18,10 @@ namespace {
 // Starts of log lines that must not be there unless a rule takes them.
 const std::regex kNeedsARule(
         "errNotify|checkReason Reason|first timer|handleMessage (boot|is)|boot finished|"
-        "enter submit|try to |waite user|saveRecoveryFlag i|Have |isRecoverySuccess|type: |"
-        "clean Recovery|kel dont |user capture|bootvigil exit|BOOTVIGIL (create|writeM|velafs)");
+        "enter submit|try to |waite user|saveRecoveryFlag|Have |isRecoverySuccess|type: |"
+        "clean Recovery|kel dont |user capture|bootvigil exit|BOOTVIGIL (create|writeM|velafs)|"
+        "runRecovery|recovery is disable|not found|enter (getRec|isRec)|saveBfFlag|phaseLogInfo|"
+        "use defalt|not (find|set)|Not (vela|fac|occ)|(init|Init|kernel):");
 
 // How an objection names an act of each kind.
 const std::map<TraceEvent::Kind, std::string> kVerbs = {{TraceEvent::PROPERTY, "set "},

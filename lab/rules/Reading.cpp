@@ -59,18 +59,27 @@ int digitAt(const std::string& text, size_t index) {
     return static_cast<unsigned char>(text[index]) - '0';
 }
 
-std::optional<std::string> failureUpload(const std::string& line) {
+std::optional<std::string> failureUpload(const std::string& line, std::vector<std::string>& notes) {
+    static const char* const kMissing[] = {"not found TIME", "not found ERR_NUM",
+                                           "not found ERR_INFO"};
     const std::string unknown = "BOOTVIGIL|Unknow|Unknow|Unknow";
     const std::vector<std::string> fields = split(line, ";    ");
-    if (fields.size() < 3) return unknown;
+    if (fields.size() < 3) {
+        notes.emplace_back("not found enogh info");
+        return unknown;
+    }
     std::string values[3];  // time, code and what is said of it
     for (size_t i = 0; i < 3; ++i) {
         const std::vector<std::string> parts = split(fields[i], ":");
+        if (parts.size() < 2) notes.emplace_back(kMissing[i]);
         if (parts.size() < 2 && i < 2) return unknown;  // the rest is not looked at
         values[i] = parts.size() < 2 ? "NA" : parts[1];
     }
     const auto& [time, code, info] = values;
-    if (code.size() >= 3 && (code[2] == '6' || code[2] == '7')) return std::nullopt;
+    const char phase = code.size() < 3 ? '0' : code[2];
+    if (phase == '6') notes.emplace_back("this is OOBE");
+    if (phase == '7') notes.emplace_back("this is KEY lock");
+    if (phase == '6' || phase == '7') return std::nullopt;
     return "BOOTVIGIL|" + code + "|" + time + "|" + info;
 }
 

@@ -29,7 +29,8 @@ std::optional<std::string> defaultActions(int reason);
 int digitAt(const std::string& text, size_t index);
 
 // What goes to the uploader of a record line, a damaged one too; nothing of one of the wizard's.
-std::optional<std::string> failureUpload(const std::string& line);
+// Adds what is noted of it.
+std::optional<std::string> failureUpload(const std::string& line, std::vector<std::string>& notes);
 
 // The event of a line of the boot profile, "" for none.
 std::string eventOf(const std::string& line);

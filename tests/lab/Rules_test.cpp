@@ -39,14 +39,21 @@ struct BootByHand : BootObservation {
         add(0, Kind::MONITOR, "");
         message(10, "20030");
         add(10, Kind::PROPERTY, "sys.bootvigil.version 3.365");
+        add(10, Kind::LOG, "D BOOTVIGIL not found velaboot prof \n");
         message(40, "20010");
-        for (const char* line : {"D BOOTVIGIL checkSystemError reason=0\n",
-                                 "D handleMessage booted, Anim closed.", "E Init:Not found log.",
-                                 "E kernel:Not found log.", "D boot finished, enter launcher."}) {
+        for (const char* line :
+             {"D BOOTVIGIL checkSystemError reason=0\n", "D handleMessage booted, Anim closed.",
+              "E Init:Not found log.", "E kernel:Not found log.", "E enter isRecoverySuccess",
+              "D not found disable file, is Enable.", "D Not occue recovery",
+              "D boot finished, enter launcher."}) {
             add(40, Kind::LOG, line);
         }
         message(160, "20060");
-        add(160, Kind::LOG, "D BOOTVIGIL checkSystemError reason=0\n");
+        for (const char* line :
+             {"D bootvigil check err after booted.", "D BOOTVIGIL checkSystemError reason=0\n",
+              "E enter isRecoverySuccess", "D Not occue recovery"}) {
+            add(160, Kind::LOG, line);
+        }
         message(170, "20050");
         add(170, Kind::LOG, "D bootvigil exit.");
     }
@@ -60,7 +67,7 @@ struct BootByHand : BootObservation {
     }
     // Puts an event where the boot's first poll ends.
     void addToPoll(Kind kind, const std::string& text) {
-        events.insert(events.end() - 6, {40000, kind, text});
+        events.insert(events.end() - 9, {40000, kind, text});
     }
 
     // What the rules say, one line per objection.
@@ -114,13 +121,13 @@ TEST(Rules, ObjectToEachOtherMisdeed) {
              "must set sys.bootvigil.version 3.365"},
             {[](auto& boot) { boot.events.erase(boot.events.begin()); },
              "0.000 s: must stop the monitor"},
-            {[](auto& boot) { boot.events[4].ms = boot.events[5].ms = 41000; },
+            {[](auto& boot) { boot.events[5].ms = boot.events[6].ms = 41000; },
              "message 20010 was due at 40.000 s"},
             {[](auto& boot) { boot.events.insert(boot.events.begin() + 1, boot.events[1]); },
              "woke up without a message"},
-            {[](auto& boot) { boot.events.resize(11); }, "exits with status 0"},
+            {[](auto& boot) { boot.events.resize(15); }, "exits with status 0"},
             {[](auto& boot) {
-                 boot.events.resize(11);
+                 boot.events.resize(15);
                  boot.end = End::STILL_RUNNING;
                  boot.endedAt = 7200000;
              },
@@ -178,7 +185,7 @@ TEST(Rules, ExcuseOnlyWhatAFaultCanCause) {
 // What a failed allocation excuses ends with its message, and is never an action.
 TEST(Rules, AskForTheLadderAfterAFailedAllocation) {
     BootByHand boot;
-    boot.events.insert(boot.events.begin() + 6, {40000, Kind::FAULT, "malloc"});
+    boot.events.insert(boot.events.begin() + 7, {40000, Kind::FAULT, "malloc"});
     EXPECT_EQ(boot.verdict(), "");
     boot.filesBefore[kHistory] = "11d";
     boot.add(170, Kind::PROPERTY, "sys.velas_recovery_reboot 1");

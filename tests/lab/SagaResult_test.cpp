@@ -86,7 +86,7 @@ TEST_F(SagaPartsTest, AddUp) {
     second.add(finding(kSagaRule, UINT64_MAX));
     SagaResult third = part(3);
     third.notRun = 2;
-    third.add(finding(kSagaCrash, 9));
+    third.add({kSagaCrash, 9, 1, std::string(100000, 'x')});  // of which a file keeps the start
     const SagaResult sum =
             mergeResults({write("c", third), write("a", part(1)), write("b", second)});
     EXPECT_EQ(sum.bootsRun, 60U);
