@@ -215,7 +215,7 @@ int runCommandLine(int argc, char** argv) {
             "  0   done\n"
             "  1   a path, a copy or a line could not be read, or output not be written\n"
             "  2   wrong usage\n"
-            "  130 stopped by a signal; what was read before is kept");
+            "  130  stopped by a signal; what was read before is kept");
     Options options;
     CLI::App* addCommand = app.add_subcommand("add", "add what devices left to a database");
     addCommand->add_option("database", options.database, "is made where there is none")->required();
