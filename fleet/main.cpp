@@ -26,9 +26,11 @@
 #include "fleet/rows/Identity.h"
 #include "fleet/rows/Uploads.h"
 #include "fleet/show/Json.h"
+#include "fleet/show/Page.h"
 #include "fleet/show/Text.h"
 #include "fleet/store/Sqlite.h"
 #include "fleet/tables/Tables.h"
+#include "report/show/WholeFile.h"
 
 namespace {
 
@@ -46,6 +48,7 @@ struct Options {
     Choice choice;
     bool json = false;
     std::string csv;
+    std::string html;
 };
 
 std::string describe(const std::exception& error) {
@@ -157,11 +160,12 @@ int rows(const Options& options) {
 int show(const Options& options) {
     Sqlite store(options.database, Sqlite::Use::READ);
     const Tables tables = tablesOf(store, options.choice);
+    if (!options.html.empty()) report::writeWhole(options.html, toPage(tables));
     if (options.json) {
         print(toJson(tables));
     } else if (!options.csv.empty()) {
         print(toCsv(tables, options.csv));
-    } else {
+    } else if (options.html.empty()) {
         print(toText(tables));
     }
     return 0;
@@ -198,6 +202,7 @@ void addShow(CLI::App& command, Options& options) {
     command.add_option("--level", choice.level, "of error for each table of tests")
             ->check(CLI::Range(1e-9, 0.5))
             ->capture_default_str();
+    command.add_option("--html", options.html, "write one self-contained page to this file");
     auto* json = command.add_flag("--json", options.json, "print one JSON object");
     command.add_option("--csv", options.csv, "print one table as comma-separated values")
             ->check(CLI::IsMember(
