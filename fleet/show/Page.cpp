@@ -23,7 +23,8 @@ constexpr size_t kMostSoftwares = 12;
 constexpr size_t kMostChanges = 50;
 constexpr size_t kMostCountries = 5;  // of one change
 constexpr size_t kMostPlaces = 15;
-constexpr int64_t kLeastForScale = 10;  // devices; the interval of fewer says little
+constexpr size_t kOpenSignatures = 10;  // the others are folded
+constexpr int64_t kLeastForScale = 20;  // of so many devices one; the interval of fewer says little
 
 // Text from outside between tags and in attributes.
 std::string safe(const std::string& text) {
@@ -105,16 +106,16 @@ std::string rateLine(const std::string& label, const Share& share, double most,
                    kind, line);
 }
 
-// Where a scale ends that has to show these.
+// Where a scale ends: what few devices leave open would make the rest too small to see.
 double scaleOf(const std::vector<Share>& shares) {
-    double most = 0;
-    double any = 0;
+    int64_t largest = 0;
+    for (const Share& share : shares) largest = std::max(largest, share.all);
+    double most = 1e-9;
     for (const Share& share : shares) {
-        const double high = wilson(share).high;
-        any = std::max(any, share.all > 0 ? high : 0);
-        if (share.all >= kLeastForScale) most = std::max(most, high);
+        const bool counts = share.all > 0 && share.all >= largest / kLeastForScale;
+        if (counts) most = std::max(most, wilson(share).high);
     }
-    return most > 0 ? most : std::max(any, 1e-9);
+    return most;
 }
 
 std::string bars(const std::string& lines) {
@@ -168,36 +169,48 @@ std::string devices(const Tables& tables) {
     return bars(lines);
 }
 
-std::string signatures(const Tables& tables) {
-    std::string html;
-    const size_t shown = std::min(kMostSignatures, tables.signatures.size());
-    for (size_t i = 0; i < shown; ++i) {
-        const SignatureCount& each = tables.signatures[i];
-        const size_t rates = std::min(kMostSoftwares, each.rates.size());
-        std::vector<Share> shares;
-        for (size_t rate = 0; rate < rates; ++rate) shares.push_back(each.rates[rate].share);
-        const double most = scaleOf(shares);
-        std::string lines;
-        for (size_t rate = 0; rate < rates; ++rate) {
-            lines += rateLine(name(each.rates[rate].software), shares[rate], most);
-        }
-        const auto counted = [](int64_t count, const char* what) {
-            return text::grouped(static_cast<size_t>(std::max<int64_t>(0, count))) + " " + what +
-                   (count == 1 ? "" : "s");
-        };
-        std::string about =
-                counted(each.devices, "device") + ", " + counted(each.episodes, "episode") + ", " +
-                text::grouped(static_cast<size_t>(std::max<int64_t>(0, each.open))) + " not cured";
-        if (!each.last.empty()) about += "; last on " + safe(each.last.substr(0, 10));
-        html += element("div", "class=\"signature\"",
-                        element("h3", "", safe(each.signature)) +
-                                element("p", "class=\"hint\"", about) + bars(lines) +
-                                leftOut(each.rates.size(), rates, "older names of software")) +
-                "\n";
+std::string counted(int64_t count, const char* what) {
+    return text::grouped(static_cast<size_t>(std::max<int64_t>(0, count))) + " " + what +
+           (count == 1 ? "" : "s");
+}
+
+std::string signature(const SignatureCount& count) {
+    const size_t rates = std::min(kMostSoftwares, count.rates.size());
+    std::vector<Share> shares;
+    for (size_t i = 0; i < rates; ++i) shares.push_back(count.rates[i].share);
+    const double most = scaleOf(shares);
+    std::string lines;
+    for (size_t i = 0; i < rates; ++i) {
+        lines += rateLine(name(count.rates[i].software), shares[i], most);
     }
-    if (shown == 0) html = "<p>No device had a failure.</p>\n";
-    return html + leftOut(static_cast<size_t>(std::max<int64_t>(0, tables.signatureCount)), shown,
-                          "rarer signatures");
+    std::string about =
+            counted(count.devices, "device") + ", " + counted(count.episodes, "episode") + ", " +
+            text::grouped(static_cast<size_t>(std::max<int64_t>(0, count.open))) + " not cured";
+    if (!count.last.empty()) about += "; last on " + safe(count.last.substr(0, 10));
+    return element("div", "class=\"signature\"",
+                   element("h3", "", safe(count.signature)) +
+                           element("p", "class=\"hint\"", about) + bars(lines) +
+                           leftOut(count.rates.size(), rates, "older names of software")) +
+           "\n";
+}
+
+std::string signatures(const Tables& tables) {
+    const size_t shown = std::min(kMostSignatures, tables.signatures.size());
+    std::string open;
+    std::string folded;
+    for (size_t i = 0; i < shown; ++i) {
+        (i < kOpenSignatures ? open : folded) += signature(tables.signatures[i]);
+    }
+    if (shown == 0) open = "<p>No device had a failure.</p>\n";
+    folded += leftOut(static_cast<size_t>(std::max<int64_t>(0, tables.signatureCount)), shown,
+                      "rarer signatures");
+    if (shown <= kOpenSignatures) return open + folded;
+    return open +
+           element("details", "",
+                   element("summary", "",
+                           text::grouped(shown - kOpenSignatures) + " more signatures") +
+                           "\n" + folded) +
+           "\n";
 }
 
 std::string pairOf(const Difference& difference, const std::string& where, const char* one,
