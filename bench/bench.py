@@ -15,6 +15,8 @@ import tempfile
 import threading
 import time
 
+import fleet
+
 BIN = "build/bin/"
 ZSTD = "zstd -5 --check --single-thread -q"
 MIB = 1 << 20
@@ -325,6 +327,15 @@ def rows(data):
     row("lab: device time to real time, healthy boots", "real time", "100,000 to 1",
         f"{speed:,.0f} to 1 (stalled boots {data['lab']['stalled']['device_to_real']:,.0f})",
         speed >= 100000)
+    made = data["fleet"]
+    row(f"lab: a fleet of {made['devices']:,} devices, two cores", "-", "well under a minute",
+        f"{made['seconds']:.1f} s: {made['devices_per_second']} devices and {made['boots_per_second']} "
+        "boots a second", made["seconds"] < 30)
+    shown = data["show"]
+    row(f"fleet: `show` over {shown['episodes']:,} episodes, SQLite", "-", "5 s",
+        f"{median(shown['sqlite']):.1f} s", median(shown["sqlite"]) < 5)
+    row("the same from two ClickHouse nodes on this machine", "SQLite", "stated",
+        f"{median(shown['cluster']):.1f} s, {ratio_of(shown['cluster'], shown['sqlite']):.1f} times")
     return table
 
 
@@ -417,6 +428,8 @@ def main():
                 folder, month * days[1] + HEALTHY * (days[0] - days[0] // days[1] * days[1])),
         }
         data["lab"] = lab_speed(folder, *((20, 5) if quick else (500, 80)), rounds)
+        data["fleet"] = fleet.simulated(folder, 100 if quick else 5000)
+        data["show"] = fleet.shown(folder, 1000 if quick else 1000000, in_turn, 1 if quick else 3)
         data["idle"] = idle.measure()
 
     table = rows(data)
