@@ -255,6 +255,57 @@ def lab_speed(folder, healthy, stalled, rounds):
                    "device_to_real": median(r[1] for r in all)} for name, all in seen.items()}
 
 
+class Fleet:
+    """Copies of a stall's partition, all of one file's links, and a database of many episodes."""
+
+    def __init__(self, folder):
+        self.folder = folder + "/fleet"
+        os.mkdir(self.folder)
+
+    def copies(self, count):
+        """A folder with so many copies, made once."""
+        path = f"{self.folder}/copies-{count}"
+        if not os.path.exists(path):
+            scenario = f"{self.folder}/stall.yaml"
+            open(scenario, "w").write(DEVICE + STALL)
+            run([BIN + "bootvigil-lab", "run", "--quiet", "--out", self.folder + "/run", scenario])
+            os.mkdir(path)
+            for number in range(count):
+                shutil.copytree(self.folder + "/run/root/velafs", f"{path}/d{number}/velafs",
+                                copy_function=os.link)
+            shutil.rmtree(self.folder + "/run")
+        return path
+
+    def add(self, path):
+        database = self.folder + "/fleet.db"
+        for name in (database, database + "-wal", database + "-shm"):
+            if os.path.exists(name):
+                os.remove(name)
+        return [BIN + "bootvigil-fleet", "add", database, path]
+
+    def measure(self, few, many, episodes, rounds):
+        speed = []
+        for _ in range(rounds):
+            command = self.add(self.copies(few))
+            began = time.monotonic()
+            run(command)
+            speed.append(few / (time.monotonic() - began))
+        memory = {count: peak_memory(self.add(self.copies(count)), 1) for count in (few, many)}
+        rows_file = self.folder + "/rows"
+        with open(rows_file, "w") as out:
+            subprocess.run([sys.executable, "bench/make_fleet.py", str(episodes)], stdout=out, check=True)
+        run(self.add(rows_file))
+        shows = []
+        for _ in range(min(rounds, 3)):
+            began = time.monotonic()
+            run([BIN + "bootvigil-fleet", "show", self.folder + "/fleet.db", "--json"])
+            shows.append(time.monotonic() - began)
+        size = os.path.getsize(self.folder + "/fleet.db")
+        shutil.rmtree(self.folder)
+        return {"copies_per_second": median(speed), "memory": memory, "episodes": episodes,
+                "show_seconds": median(shows), "bytes_per_episode": size / episodes}
+
+
 def rows(data):
     """(what, beside, target, measured, reached or None)"""
     captures, times = data["captures"], data["in_process"]
@@ -325,6 +376,16 @@ def rows(data):
     row("lab: device time to real time, healthy boots", "real time", "100,000 to 1",
         f"{speed:,.0f} to 1 (stalled boots {data['lab']['stalled']['device_to_real']:,.0f})",
         speed >= 100000)
+    fleet = data["fleet"]
+    row("fleet: copies of a stalled device added a second, two cores", "-", "2000",
+        f"{fleet['copies_per_second']:.0f}", fleet["copies_per_second"] >= 2000)
+    few, many = sorted(fleet["memory"])
+    peaks = [fleet["memory"][count] / 1024 for count in (few, many)]
+    row(f"fleet: peak memory of adding {few:,} and {many:,} copies", "one another", "flat within 10 %",
+        f"{peaks[0]:.1f} and {peaks[1]:.1f} MiB", peaks[1] <= 1.1 * peaks[0])
+    row(f"fleet: all tables of {fleet['episodes']:,} episodes", "-", "5 s",
+        f"{fleet['show_seconds']:.1f} s ({fleet['bytes_per_episode']:.0f} bytes each)",
+        fleet["show_seconds"] <= 5)
     return table
 
 
@@ -418,6 +479,8 @@ def main():
         }
         data["lab"] = lab_speed(folder, *((20, 5) if quick else (500, 80)), rounds)
         data["idle"] = idle.measure()
+        data["fleet"] = Fleet(folder).measure(*((20, 40, 1000) if quick else (2000, 20000, 1000000)),
+                                              min(rounds, 5))
 
     table = rows(data)
     for what, beside, target, measured, reached in table:
