@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 # SPDX-License-Identifier: Apache-2.0
 """The fleet tool on a cluster of two shards: the same answers as from SQLite, byte by byte, and one
 clear line where there is none: cluster_test.py PROGRAM FOLDER."""
