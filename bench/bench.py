@@ -15,6 +15,10 @@ import tempfile
 import threading
 import time
 
+sys.dont_write_bytecode = True
+sys.path.insert(0, "tests/fleet/clickhouse")
+import cluster  # noqa: E402
+
 BIN = "build/bin/"
 ZSTD = "zstd -5 --check --single-thread -q"
 MIB = 1 << 20
@@ -270,6 +274,81 @@ def lab_speed(folder, healthy, stalled, rounds):
                    "device_to_real": [r[1] for r in all]} for name, all in seen.items()}
 
 
+def simulated_fleet(folder, devices):
+    said = run([BIN + "bootvigil-lab", "fleet", "--devices", str(devices), "--out", folder + "/made"])
+    shutil.rmtree(folder + "/made")
+    found = re.search(r"in ([\d.]+) s: (\d+) devices a second; \d+ boots were run, (\d+) a second", said)
+    return {"devices": devices, "seconds": float(found[1]), "devices_per_second": int(found[2]),
+            "boots_per_second": int(found[3])}
+
+
+class Fleet:
+    """Copies of a stall's partition, all of one file's links, and a database of many episodes."""
+
+    def __init__(self, folder):
+        self.folder = folder + "/fleet"
+        os.mkdir(self.folder)
+
+    def copies(self, count):
+        """A folder with so many copies, made once."""
+        path = f"{self.folder}/copies-{count}"
+        if not os.path.exists(path):
+            scenario = f"{self.folder}/stall.yaml"
+            open(scenario, "w").write(DEVICE + STALL)
+            run([BIN + "bootvigil-lab", "run", "--quiet", "--out", self.folder + "/run", scenario])
+            os.mkdir(path)
+            for number in range(count):
+                shutil.copytree(self.folder + "/run/root/velafs", f"{path}/d{number}/velafs",
+                                copy_function=os.link)
+            shutil.rmtree(self.folder + "/run")
+        return path
+
+    def add(self, path):
+        database = self.folder + "/fleet.db"
+        for name in (database, database + "-wal", database + "-shm"):
+            if os.path.exists(name):
+                os.remove(name)
+        return [BIN + "bootvigil-fleet", "add", database, path]
+
+    def measure(self, few, many, episodes, rounds):
+        speed = []
+        for _ in range(rounds):
+            command = self.add(self.copies(few))
+            began = time.monotonic()
+            run(command)
+            speed.append(few / (time.monotonic() - began))
+        memory = {count: peak_memory(self.add(self.copies(count)), 1) for count in (few, many)}
+        rows_file = self.folder + "/rows"
+        with open(rows_file, "w") as out:
+            subprocess.run([sys.executable, "bench/make_fleet.py", str(episodes)], stdout=out, check=True)
+        run(self.add(rows_file))
+        shows = self.show([self.folder + "/fleet.db"], min(rounds, 3))
+        in_cluster = self.show_in_cluster(rows_file, min(rounds, 3))
+        size = os.path.getsize(self.folder + "/fleet.db")
+        shutil.rmtree(self.folder)
+        return {"copies_per_second": median(speed), "memory": memory, "episodes": episodes,
+                "show_seconds": median(shows), "cluster_seconds": median(in_cluster),
+                "bytes_per_episode": size / episodes}
+
+    @staticmethod
+    def show(source, rounds):
+        seconds = []
+        for _ in range(rounds):
+            began = time.monotonic()
+            run([BIN + "bootvigil-fleet", "show", "--json", *source])
+            seconds.append(time.monotonic() - began)
+        return seconds
+
+    def show_in_cluster(self, rows_file, rounds):
+        whole = self.folder + "/whole-rows"
+        with open(whole, "w") as out:
+            subprocess.run([BIN + "bootvigil-fleet", "rows", rows_file], stdout=out, check=True)
+        with cluster.Cluster(self.folder + "/servers") as nodes:
+            with open(whole, "rb") as rows:
+                nodes.load(rows)
+            return self.show(["--clickhouse", nodes.servers[0].url()], rounds)
+
+
 def rows(data):
     """(what, beside, target, measured, answer)"""
     captures, times = data["captures"], data["in_process"]
@@ -344,6 +423,22 @@ def rows(data):
     row("lab: device time to real time, healthy boots", "real time", "100,000 to 1",
         f"{median(speed):,.0f} to 1 (stalled boots "
         f"{median(data['lab']['stalled']['device_to_real']):,.0f})", min(speed) >= 100000)
+    made = data["simulated"]
+    row(f"lab: a fleet of {made['devices']:,} devices, two cores", "-", "30 s",
+        f"{made['seconds']:.1f} s: {made['devices_per_second']} devices and {made['boots_per_second']} "
+        "boots a second", made["seconds"] <= 30)
+    fleet = data["fleet"]
+    row("fleet: copies of a stalled device added a second, two cores", "-", "2000",
+        f"{fleet['copies_per_second']:.0f}", fleet["copies_per_second"] >= 2000)
+    few, many = sorted(fleet["memory"])
+    peaks = [fleet["memory"][count] / 1024 for count in (few, many)]
+    row(f"fleet: peak memory of adding {few:,} and {many:,} copies", "one another", "flat within 10 %",
+        f"{peaks[0]:.1f} and {peaks[1]:.1f} MiB", peaks[1] <= 1.1 * peaks[0])
+    row(f"fleet: all tables of {fleet['episodes']:,} episodes", "-", "5 s",
+        f"{fleet['show_seconds']:.1f} s ({fleet['bytes_per_episode']:.0f} bytes each)",
+        fleet["show_seconds"] <= 5)
+    row("the same from two ClickHouse nodes on these cores", "-", "stated",
+        f"{fleet['cluster_seconds']:.1f} s")
     return table
 
 
@@ -435,7 +530,10 @@ def main():
                 folder, month * days[1] + HEALTHY * (days[0] - days[0] // days[1] * days[1])),
         }
         data["lab"] = lab_speed(folder, *((20, 5) if quick else (500, 80)), rounds)
+        data["simulated"] = simulated_fleet(folder, 100 if quick else 5000)
         data["idle"] = idle.measure()
+        data["fleet"] = Fleet(folder).measure(*((20, 40, 1000) if quick else (2000, 20000, 1000000)),
+                                              min(rounds, 5))
 
     table = rows(data)
     for what, beside, target, measured, answer in table:

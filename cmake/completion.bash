@@ -12,6 +12,8 @@ _bootvigil() {
     elif [[ ${called[0]} == run ]]; then
         candidates=$("$1" list 2>/dev/null | cut -d' ' -f1)
     fi
+    # compgen would expand what is in backquotes.
+    candidates=${candidates//[^a-zA-Z0-9.$'\n'-]/}
     mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$word")
 }
 

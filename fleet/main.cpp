@@ -26,10 +26,12 @@
 #include "fleet/rows/Identity.h"
 #include "fleet/rows/Uploads.h"
 #include "fleet/show/Json.h"
+#include "fleet/show/Page.h"
 #include "fleet/show/Text.h"
 #include "fleet/store/ClickHouse.h"
 #include "fleet/store/Sqlite.h"
 #include "fleet/tables/Tables.h"
+#include "report/show/WholeFile.h"
 
 namespace {
 
@@ -49,6 +51,7 @@ struct Options {
     Choice choice;
     bool json = false;
     std::string csv;
+    std::string html;
 };
 
 std::string describe(const std::exception& error) {
@@ -166,11 +169,12 @@ std::unique_ptr<Store> storeOf(const Options& options) {
 
 int show(const Options& options) {
     const Tables tables = tablesOf(*storeOf(options), options.choice);
+    if (!options.html.empty()) report::writeWhole(options.html, toPage(tables));
     if (options.json) {
         print(toJson(tables));
     } else if (!options.csv.empty()) {
         print(toCsv(tables, options.csv));
-    } else {
+    } else if (options.html.empty()) {
         print(toText(tables));
     }
     return 0;
@@ -214,6 +218,7 @@ void addShow(CLI::App& command, Options& options) {
     command.add_option("--level", choice.level, "of error for each table of tests")
             ->check(CLI::Range(1e-9, 0.5))
             ->capture_default_str();
+    command.add_option("--html", options.html, "write one self-contained page to this file");
     auto* json = command.add_flag("--json", options.json, "print one JSON object");
     command.add_option("--csv", options.csv, "print one table as comma-separated values")
             ->check(CLI::IsMember(
@@ -231,7 +236,7 @@ int runCommandLine(int argc, char** argv) {
             "  0   done\n"
             "  1   a path, a copy or a line could not be read, or output not be written\n"
             "  2   wrong usage\n"
-            "  130 stopped by a signal; what was read before is kept");
+            "  130  stopped by a signal; what was read before is kept");
     Options options;
     CLI::App* addCommand = app.add_subcommand("add", "add what devices left to a database");
     addCommand->add_option("database", options.database, "is made where there is none")->required();

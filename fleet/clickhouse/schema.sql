@@ -112,7 +112,7 @@ SELECT
     argMax(last_number, by_standing) AS last_number,
     argMax(actions, by_standing) AS actions,
     argMax(outcome, by_standing) AS outcome,
-    argMax(cured_by, by_standing) AS cured_by,
+    substring(max(by_cure), 2) AS cured_by,
     argMax(end, by_standing) AS end,
     argMax(boots, by_standing) AS boots,
     argMax(seconds_to_cure, by_standing) AS seconds_to_cure,
@@ -123,7 +123,12 @@ SELECT
     argMax(path, by_standing) AS path,
     argMin(seen, by_seen) AS seen,
     argMax(standing, by_standing) AS standing
-FROM (SELECT *, seen AS by_seen, standing AS by_standing FROM bootvigil.episode_rows_local)
+FROM (
+    SELECT *, seen AS by_seen, standing AS by_standing,
+        concat(CASE WHEN cured_by = '' THEN '0' WHEN cured_by = 'unknown' THEN '1' ELSE '2' END, cured_by)
+            AS by_cure
+    FROM bootvigil.episode_rows_local
+)
 GROUP BY device, begin;
 
 -- ---- All shards: what the queries read, and where rows are sent to their shard.

@@ -54,6 +54,7 @@ Rows readCopy(const Source& source) {
 
 std::vector<Rows> readCopies(const std::vector<Source>& sources) {
     std::vector<Rows> rows;
+    rows.reserve(sources.size());
     for (const Source& source : sources) rows.push_back(readCopy(source));
     return rows;
 }

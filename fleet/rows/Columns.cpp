@@ -6,6 +6,8 @@
 #include <inttypes.h>
 #include <stdio.h>
 
+#include <algorithm>
+
 #include "common/text/Printable.h"
 
 namespace fleet {
@@ -123,9 +125,12 @@ void finish(EpisodeRow& row) {
     row.seen.clear();
     row.standing.clear();
     row.seen = orderOf(row, episodeColumns());
-    // A later copy in which the record is damaged doesn't undo what an earlier one told.
+    // A later copy in which the record is damaged doesn't undo what an earlier one told; a copy
+    // that is added again after the rules of signatures have changed brings the new ones.
     const char known = row.outcome == "cured" ? '2' : row.outcome == "unclear" ? '1' : '0';
-    row.standing = known + row.seen;
+    char rules[24];
+    snprintf(rules, sizeof(rules), "%04" PRId64, std::clamp<int64_t>(row.signatureRules, 0, 9999));
+    row.standing = known + std::string(rules) + row.seen;
 }
 
 }  // namespace fleet

@@ -78,8 +78,8 @@ const std::vector<Column<EpisodeRow>>& episodeColumns();
 
 // Makes all texts printable and no longer than they may be, and fills in `seen`: "1", or "0" for
 // an upload; the time of the pull, 19 characters; a hash of the row, 16; of a device also `died`
-// and `state`, so that the largest one says them. Of an episode also `standing`: a digit that is
-// larger the more is known of the outcome, and `seen`.
+// and `state`, so that the largest one says them. Of an episode also `standing`: a digit for
+// the outcome, 0 open, 1 unclear, 2 cured; four for the rules of its signature; and `seen`.
 void finish(DeviceRow& row);
 void finish(EpisodeRow& row);
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t kLongestJudging =
         600;  // seconds from a stamp to the check that judges a recovery
-constexpr int64_t kDay = 24 * 3600;
+constexpr int64_t kDay = 24L * 3600;
 
 bool isUploadOf(const EpisodeRow& upload, const EpisodeRow& copy) {
     constexpr size_t kHour = 13;  // "2026-11-15T11"

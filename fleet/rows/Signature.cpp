@@ -23,23 +23,23 @@ constexpr struct {
     int type;
     int phase;
     int detail;  // the usual one; -1: any
+    By by;
     const char* kind;
     const char* words;
-    By by;
 } kKinds[] = {
-        {TYPE_STALL, PHASE_BEFORE_SYSTEM_SERVER, DETAIL_BEFORE_SYSTEM_SERVER, "stall",
-         "stall before the system server", By::LAST_EVENT},
-        {TYPE_STALL, PHASE_SYSTEM_SERVER, DETAIL_IN_SYSTEM_SERVER, "stall",
-         "stall in the system server", By::LAST_EVENT},
-        {TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER, -1, "loop", "restart loop", By::MILESTONE},
-        {TYPE_SYSTEM, PHASE_SYSTEM_SERVER, DETAIL_NONE, "system-error", "system error", By::REASON},
-        {TYPE_STALL, PHASE_OOBE, DETAIL_NONE, "wizard", "stall in the set-up wizard", By::NOTHING},
-        {TYPE_STALL, PHASE_INIT, DETAIL_RAW_LOG, "kept-log", "init log kept from a failed boot",
-         By::NOTHING},
-        {TYPE_KERNEL, PHASE_KERNEL, DETAIL_RAW_LOG, "kept-log",
-         "kernel log kept from a failed boot", By::NOTHING},
-        {TYPE_NONE, PHASE_NONE, DETAIL_ANIMATION_STAYS, "animation", "boot animation stays",
-         By::NOTHING},
+        {TYPE_STALL, PHASE_BEFORE_SYSTEM_SERVER, DETAIL_BEFORE_SYSTEM_SERVER, By::LAST_EVENT,
+         "stall", "stall before the system server"},
+        {TYPE_STALL, PHASE_SYSTEM_SERVER, DETAIL_IN_SYSTEM_SERVER, By::LAST_EVENT, "stall",
+         "stall in the system server"},
+        {TYPE_SYSTEM, PHASE_BEFORE_SYSTEM_SERVER, -1, By::MILESTONE, "loop", "restart loop"},
+        {TYPE_SYSTEM, PHASE_SYSTEM_SERVER, DETAIL_NONE, By::REASON, "system-error", "system error"},
+        {TYPE_STALL, PHASE_OOBE, DETAIL_NONE, By::NOTHING, "wizard", "stall in the set-up wizard"},
+        {TYPE_STALL, PHASE_INIT, DETAIL_RAW_LOG, By::NOTHING, "kept-log",
+         "init log kept from a failed boot"},
+        {TYPE_KERNEL, PHASE_KERNEL, DETAIL_RAW_LOG, By::NOTHING, "kept-log",
+         "kernel log kept from a failed boot"},
+        {TYPE_NONE, PHASE_NONE, DETAIL_ANIMATION_STAYS, By::NOTHING, "animation",
+         "boot animation stays"},
 };
 
 bool isAlnum(char c) {
@@ -156,7 +156,7 @@ Signature signatureOf(const report::ErrorNumber& number, const std::string& last
         if (number.reason == REASON_AFTER_BOOT) return {"after-boot", "failure after boot"};
         return {"wizard", "stall after the set-up wizard"};
     }
-    for (const auto& [type, phase, detail, kind, words, by] : kKinds) {
+    for (const auto& [type, phase, detail, by, kind, words] : kKinds) {
         if (number.stamp || number.type != type || number.phase != phase) continue;
         Signature signature = {kind, words};
         if (by == By::LAST_EVENT) signature.text += eventWords(lastEvent, text);

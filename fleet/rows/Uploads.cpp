@@ -42,7 +42,7 @@ std::vector<std::string> partsOf(const std::string& text) {
 // where no collection tells, and nothing is given for a text that is no such hour.
 std::string hourOf(const std::string& text, const std::string& collected) {
     constexpr int kMostYears = 12;  // each weekday comes at least once
-    constexpr int64_t kDay = 24 * 3600;
+    constexpr int64_t kDay = 24L * 3600;
     tm hour = {};
     const char* rest = strptime(text.c_str(), "%a %b %d %H", &hour);
     if (rest == nullptr || *rest != '\0') return "";

@@ -77,17 +77,6 @@ std::string levelText(double level) {
     return text;
 }
 
-// "20 s", "4 min", "3 h", "2 days": a median needs no more.
-std::string duration(int64_t seconds) {
-    constexpr int64_t kMinute = 60;
-    constexpr int64_t kHour = 60 * kMinute;
-    constexpr int64_t kDay = 24 * kHour;
-    if (seconds < 2 * kMinute) return count(seconds) + " s";
-    if (seconds < 2 * kHour) return count(seconds / kMinute) + " min";
-    if (seconds < 2 * kDay) return count(seconds / kHour) + " h";
-    return count(seconds / kDay) + " days";
-}
-
 std::string overview(const Tables& tables) {
     std::string text = counted(tables.devices, "device") + ", " + count(tables.failed) +
                        " with a failure, in " + counted(tables.episodes, "episode") + "\n";
@@ -165,7 +154,7 @@ std::string cures(const Tables& tables) {
         std::string by = name(cure.by, "unknown");
         if (by == "open") by = "not cured";
         text += "  " + padded(by, 18) + padded(count(cure.episodes), 12, true) + "   " +
-                (cure.median ? duration(*cure.median) : "-") + "\n";
+                (cure.median ? durationWords(*cure.median) : "-") + "\n";
     }
     return text;
 }
@@ -216,6 +205,16 @@ std::string percent(double share) {
     char text[32];
     snprintf(text, sizeof(text), "%.2f %%", share * 100);
     return text;
+}
+
+std::string durationWords(int64_t seconds) {
+    constexpr int64_t kMinute = 60;
+    constexpr int64_t kHour = 60 * kMinute;
+    constexpr int64_t kDay = 24 * kHour;
+    if (seconds < 2 * kMinute) return count(seconds) + " s";
+    if (seconds < 2 * kHour) return count(seconds / kMinute) + " min";
+    if (seconds < 2 * kDay) return count(seconds / kHour) + " h";
+    return count(seconds / kDay) + " days";
 }
 
 std::string fraction(const Share& share) {

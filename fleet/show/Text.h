@@ -17,6 +17,8 @@ std::string toText(const Tables& tables);
 std::string percent(double share);
 // "25 of 2,010"
 std::string fraction(const Share& share);
+// "20 s", "4 min", "3 h", "2 days": a median needs no more.
+std::string durationWords(int64_t seconds);
 // Ready for a shell: a path with a blank or a quote in it is one word.
 std::string reportCommand(const std::string& path);
 // The comparison in one sentence, whatever it found.

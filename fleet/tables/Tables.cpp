@@ -95,6 +95,14 @@ private:
             mTables.devices += devices;
             if (newest.rfind('1', 0) == 0) mTables.died += devices;
         }
+        // From good to bad; what no program of ours has written comes last.
+        for (const char* state :
+             {"no-failure", "cured", "failing", "blocked", "unclear", "unreadable", "uploaded"}) {
+            const auto found = states.find(state);
+            if (found == states.end()) continue;
+            mTables.states.push_back({state, found->second});
+            states.erase(found);
+        }
         for (const auto& [state, devices] : states) mTables.states.push_back({state, devices});
         for (const Row& row : run("totals")) mTables.failed = number(row, 0);
     }

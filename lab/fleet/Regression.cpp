@@ -61,9 +61,9 @@ Fields<Regression> regressionFields() {
     fields.add("model", &Regression::model, nameAmong(namesOf(kModels, &Share::name)),
                "a model; by default all");
     fields.add("one_in", &Regression::oneIn, whole(1, kMostDevices),
-               "a number; each of so many matching devices has it once");
+               "a number; of so many matching devices one has it, once");
     fields.add("devices", &Regression::devices, whole(1, kMostDevices),
-               "a number of devices; instead: exactly so many matching ones have it once");
+               "a number of devices; instead: exactly so many that match have it, once");
     fields.add("hang", &Regression::hang,
                nameAmong(namesOf(ProfileScript::healthy().events(), &ProfileScript::Event::name),
                          "an event's name"),

@@ -132,16 +132,17 @@ class Cluster:
         self.stop()
 
     def client(self, server, data, *arguments):
-        """clickhouse-client with this on its standard input."""
+        """clickhouse-client with this on its standard input: bytes, or an open file."""
+        given = {"input": data} if isinstance(data, bytes) else {"stdin": data}
         done = subprocess.run(
             ["clickhouse-client", "--host", "127.0.0.1", "--port", str(server.tcp), *arguments],
-            input=data, capture_output=True, check=False, env={**os.environ, "HOME": str(self.folder)})
+            **given, capture_output=True, check=False, env={**os.environ, "HOME": str(self.folder)})
         if done.returncode != 0:
             raise RuntimeError(f"clickhouse-client: {done.stderr.decode()}")
         return done.stdout.decode()
 
     def load(self, lines):
-        """The output of `bootvigil-fleet rows`, as docs/fleet.md says."""
+        """The output of `bootvigil-fleet rows`, as docs/fleet-cluster.md says."""
         self.client(self.servers[0], lines, "--insert_distributed_sync=1", "--query",
                     "INSERT INTO bootvigil.rows FORMAT JSONEachRow")
 

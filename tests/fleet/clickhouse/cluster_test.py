@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 # SPDX-License-Identifier: Apache-2.0
 """The fleet tool on a cluster of two shards: the same answers as from SQLite, byte by byte, and one
 clear line where there is none: cluster_test.py PROGRAM FOLDER."""
@@ -71,7 +71,7 @@ class Fleet:
             "seconds_to_cure": self.draw.randint(-1, 20)})
 
     def filters(self):
-        """Of calls of show: none, and two that are drawn."""
+        """Of calls of show: none, and one that is drawn."""
         every = [["--country", "NG"], ["--country", "N'G"], ["--since", self.time()],
                  ["--signature", self.draw.choice(self.signatures)],
                  ["--signature", "x') OR 1=1 --\n\x01"], ["--country", "NG", "--since", self.time()]]
@@ -79,7 +79,7 @@ class Fleet:
         if len(seen) > 1:
             one, other = self.draw.sample(seen, 2)
             every.append(["--software", one, "--against", other])
-        return [[], *self.draw.sample(every, 2)]
+        return [[], self.draw.choice(every)]
 
 
 class Answers(http.server.BaseHTTPRequestHandler):
@@ -162,7 +162,7 @@ class ClusterTest(unittest.TestCase):
         for seed in range(FLEETS):
             fleet = Fleet(seed)
             answers |= self.compare(seed, fleet.rows, fleet.filters())
-        self.assertGreater(len(answers), 2 * FLEETS)  # they are not all empty
+        self.assertGreater(len(answers), FLEETS)  # they are not all empty
         counts = [int(server.query("SELECT count() FROM bootvigil.episode_rows_local"))
                   for server in self.cluster.servers]
         self.assertGreater(min(counts), 0, "one shard has all rows")
