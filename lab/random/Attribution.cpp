@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
@@ -32,6 +33,8 @@ struct Result {
     int seconds = 0;  // from the hang to the record
     bool recorded = false, captured = false, requested = false, killed = false;
     bool silent = false;  // for four minutes, although healthy
+    // Whether three boots like it in a row end in a data reset, by platform.
+    bool wiped[std::size(kPlatformNames)] = {};
 };
 using Results = std::vector<Result>;
 
@@ -63,6 +66,19 @@ Result compare(const std::vector<Record>& records, const KnownBoot& boot) {
     return result;
 }
 
+// What becomes of a device that boots like this three times in a row.
+bool isWiped(Workshop& workshop, const Scenario& once, PlatformKind platform) {
+    Scenario scenario = once;
+    scenario.platform = platform;
+    scenario.boots.assign(3, once.boots.front());
+    const std::vector<Record> records = workshop.run(scenario, Keep::LOG).records();
+    return std::any_of(records.begin(), records.end(), [&](const Record& record) {
+        const bool bare = platform == PlatformKind::BARE;
+        return bare ? record["kind"] == "request" && record["name"] == "reset"
+                    : record["kind"] == "act" && record["text"] == "wiping the data";
+    });
+}
+
 // Stalled and slow boots take turns.
 Results runBoots(const AttributionOrder& order, const std::string& folder) {
     const size_t stalls = stallKinds().size();
@@ -82,6 +98,12 @@ Results runBoots(const AttributionOrder& order, const std::string& folder) {
             results[index] = compare(run.records(), boot);
             for (const BootOutcome& boot : run.outcomes()) {
                 if (!boot.violations.empty()) progress.object();
+            }
+            for (const auto platform : {PlatformKind::BARE, PlatformKind::REFERENCE}) {
+                // A boot that asks for nothing leads to nothing, however often it comes.
+                if (index % 2 == 0 || !results[index].requested) break;
+                results[index].wiped[static_cast<size_t>(platform)] =
+                        isWiped(workshop, boot.scenario, platform);
             }
             progress.add();
         });
@@ -130,6 +152,14 @@ const std::vector<Column> kStallColumns = {
         {"seconds: median, p90, max", quantiles},
         {"daemon died", count(&Result::killed)},
 };
+std::string resets(const Results& results) {
+    int count[std::size(kPlatformNames)] = {};
+    for (const Result& result : results) {
+        for (size_t i = 0; i < std::size(count); ++i) count[i] += result.wiped[i] ? 1 : 0;
+    }
+    return format("%d / %d", count[0], count[1]);
+}
+
 const std::vector<Column> kSlowColumns = {
         {"boots", count([](const Result&) { return true; })},
         {"recorded", count(&Result::recorded)},
@@ -138,6 +168,7 @@ const std::vector<Column> kSlowColumns = {
         {"daemon died", count(&Result::killed)},
         {"with 4 min of silence", count(&Result::silent)},
         {"of these recorded", count([](const Result& one) { return one.silent && one.recorded; })},
+        {"three in a row: device reset, bare / reference", resets},
 };
 
 using Row = std::vector<std::string>;

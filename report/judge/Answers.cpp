@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "bootvigil/FailureCodes.h"
 #include "bootvigil/RecoveryLists.h"
@@ -135,6 +136,26 @@ std::string describeAction(const Action& action) {
     }
 }
 
+// What the platform refused after a failure, the last of it.
+std::string refusedAfter(const Report& report, const Failure& failure) {
+    constexpr std::pair<const char*, const char*> kReasons[] = {
+            {"came-up", "the framework had come up"},
+            {"in-use", "the device was in use"},
+            {"slow", "the boot before had come up, only late"},
+            {"spent", "its budget was spent"},
+            {"uncounted", "its budget could not be written"},
+            {"no-command", "recovery could not be told"},
+    };
+    if (report.refusals.empty() || failure.iso.empty()) return "";
+    const Refusal& last = report.refusals.back();
+    if (last.iso < failure.iso) return "";
+    std::string why = "for a reason of its own, " + last.why;
+    for (const auto& [code, words] : kReasons) {
+        if (last.why == code) why = words;
+    }
+    return "the platform refused the " + last.action + ": " + why;
+}
+
 Did whatDone(const Report& report, const Episode& episode, const Story& story) {
     Did did;
     const Failure& failure = episode.last();
@@ -155,6 +176,8 @@ Did whatDone(const Report& report, const Episode& episode, const Story& story) {
         did.text += "logs captured by " + did.capture;
     }
     did.text += "; " + describeAction(did.action);
+    did.refused = refusedAfter(report, failure);
+    if (!did.refused.empty()) did.text += "; " + did.refused;
     if (episode.failures.size() > 1) {
         did.text += "; " + std::to_string(episode.failures.size()) + " failures in a row";
     }

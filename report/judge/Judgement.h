@@ -51,6 +51,7 @@ struct Did {
     std::string text;
     std::string signal;   // empty: none is sent after such a failure
     std::string capture;  // by whom; empty: none is known
+    std::string refused;  // by the platform, and why; empty: nothing is known
     Action action;
 };
 

@@ -109,6 +109,7 @@ public:
         readNotes(below(kBfUploadDir), {"boot_vigil", "recovery_record"}, mReport.uploads);
         readNotes(below(kBootVigilDir), {"reason.txt", "pmic_info", "mem_hwinfo"}, mReport.notes);
         attempt(below(kLogDir) + "/info", mReport, [this] { readJournal(); });
+        attempt(below(kBootVigilDir) + "/refused", mReport, [this] { readRefusals(); });
         attempt(below(kLogDir), mReport, [this] { readCaptures(); });
         attempt(below(kBootVigilDir), mReport, [this] { readRecoveryFiles(); });
     }
@@ -174,6 +175,29 @@ private:
             if (!whole) problems.push_back({name, "is no line of a journal", number});
         }
         bound(mReport.journal, name, "lines");
+        bound(problems, name, "damaged lines");
+        mReport.problems.insert(mReport.problems.end(), problems.begin(), problems.end());
+    }
+
+    // "Sun Nov 15 11:30:10 2026|reset|spent", by the platform.
+    void readRefusals() {
+        const std::string name = below(kBootVigilDir) + "/refused";
+        std::vector<Problem> problems;
+        int number = 0;
+        for (const std::string& line : linesOf(text(name, kMostNote).value_or(""))) {
+            ++number;
+            const size_t action = line.find('|');
+            const size_t why = line.find('|', std::min(action, line.size() - 1) + 1);
+            const std::string iso = isoTime(line.substr(0, action));
+            if (why == std::string::npos || iso.empty()) {
+                problems.push_back({name, "is no refusal of the platform's", number});
+                continue;
+            }
+            mReport.refusals.push_back({line.substr(0, action), iso,
+                                        line.substr(action + 1, why - action - 1),
+                                        line.substr(why + 1)});
+        }
+        bound(mReport.refusals, name, "lines");
         bound(problems, name, "damaged lines");
         mReport.problems.insert(mReport.problems.end(), problems.begin(), problems.end());
     }

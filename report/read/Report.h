@@ -59,6 +59,14 @@ struct JournalLine {
     std::string what;
 };
 
+// What the platform did not do although the daemon asked for it.
+struct Refusal {
+    std::string time;  // as it stands
+    std::string iso;
+    std::string action;  // "reboot" or "reset"
+    std::string why;     // a code, such as "spent"
+};
+
 struct Capture {
     std::string name;
     std::string path;  // of the archive, below the partition
@@ -86,8 +94,9 @@ struct Report {
     std::vector<Note> notes;    // reason code, power-off reasons, memory and flash
     std::vector<Capture> captures;
     std::vector<JournalLine> journal;
-    std::vector<Boot> boots;     // of the run log, else of the captured logs
-    std::vector<Boot> captured;  // where there is a run log: those of the captured logs
+    std::vector<Refusal> refusals;  // oldest first
+    std::vector<Boot> boots;        // of the run log, else of the captured logs
+    std::vector<Boot> captured;     // where there is a run log: those of the captured logs
     bool hasRunLog = false;
     std::optional<Comparison> comparison;
 };

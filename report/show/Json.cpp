@@ -67,6 +67,12 @@ static void to_json(Json& json, const JournalLine& line) {
     json = {{"text", line.text}, {"time_iso", orNull(line.iso)}, {"what", orNull(line.what)}};
 }
 
+static void to_json(Json& json, const Refusal& refusal) {
+    addTime(json, "time", refusal.time, refusal.iso);
+    json["action"] = refusal.action;
+    json["why"] = refusal.why;
+}
+
 static void to_json(Json& json, const Milestone& milestone) {
     json = {{"t", milestone.t}, {"name", milestone.name}};
 }
@@ -222,6 +228,7 @@ static Json answersOf(const Judgement& judgement) {
              {{"text", did.text},
               {"signal", orNull(did.signal)},
               {"capture", orNull(did.capture)},
+              {"refused", orNull(did.refused)},
               {"action", did.action}}},
             {"worked",
              {{"text", worked.text},
@@ -260,6 +267,7 @@ Json toJson(const Report& report) {
     json["notes"] = report.notes;
     json["captures"] = report.captures;
     json["journal"] = report.journal;
+    json["refusals"] = report.refusals;
     json["boots"] = report.boots;
     json["compare"] = report.comparison ? Json(*report.comparison) : Json();
     return json;

@@ -138,6 +138,13 @@ void printRecovery(const Recovery& recovery, std::string& out) {
     printText(out, "  next: ", recovery.next);
 }
 
+void printRefusals(const std::vector<Refusal>& refusals, std::string& out) {
+    if (!refusals.empty()) out += "\nRefused by the platform\n";
+    for (const Refusal& refusal : refusals) {
+        printText(out, "  " + printable(refusal.time) + "  ", refusal.action + ": " + refusal.why);
+    }
+}
+
 void printCaptures(const Report& report, std::string& out) {
     if (!report.captures.empty() || !report.journal.empty()) out += "\nCaptured logs\n";
     for (const Capture& capture : report.captures) {
@@ -187,6 +194,7 @@ std::string toText(const Report& report) {
     printEpisodes(judgement.episodes, out);
     if (report.flag) printText(out, "  not submitted yet: a failure of phase ", *report.flag);
     printRecovery(report.recovery, out);
+    printRefusals(report.refusals, out);
     if (!report.uploads.empty()) out += "\nUploads not yet collected\n";
     printNotes(report.uploads, out);
     printCaptures(report, out);

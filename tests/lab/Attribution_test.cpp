@@ -41,7 +41,7 @@ TEST(AttributionTest, PlainCasesComeOutAsTheyMustAndDependOnTheSeedAlone) {
     }
     EXPECT_EQ(cells(table, "in package optimisation"),
               "|2|0 / 2 / 0|0 / 2 / 0|0 / 2 / 0|-, -, -|0|");
-    EXPECT_EQ(cells(table, "package optimisation, counting"), "|2|0|0|0|0|0|0|");
+    EXPECT_EQ(cells(table, "package optimisation, counting"), "|2|0|0|0|0|0|0|0 / 0|");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <signal.h>
 
 #include "lab/base/DevicePaths.h"
+#include "lab/rules/PlatformRules.h"
 
 namespace lab {
 namespace {
@@ -172,6 +173,72 @@ TEST(Rules, ExcuseOnlyWhatAFaultCanCause) {
     expectObjection(lost, "leaves open");
     lost.addToPoll(Kind::PROPERTY, "sys.velas_recovery_reboot");
     expectObjection(lost, "must not set sys.velas_recovery_reboot");
+}
+
+std::string verdictOf(const std::vector<Violation>& violations) {
+    std::string text;
+    for (const Violation& violation : violations) text += violation.text + "\n";
+    return text;
+}
+
+TEST(PlatformRules, ObjectToWhatPreparingMustNotDo) {
+    std::string lines;
+    for (int i = 0; i < 201; ++i) lines += std::to_string(i) + "\n";
+    const struct {
+        TextMap before, after;
+        const char* objection;
+    } cases[] = {
+            {{{kHistory, ""}, {kFlag, "x"}}, {}, ""},
+            {{{kHistory, ""}}, {{kHistory, ""}}, "a history that blocks"},
+            {{{kHistory, "11d"}}, {}, "changes /velafs/boot_vigil/recovery_flag.txt"},
+            {{{kFlag, "5"}}, {}, "changes /velafs/SDD/bfflag.txt"},
+            {{{kFlag, ""}}, {{kFlag, ""}}, "a flag of no phase"},
+            {{{kRecord, "x"}}, {{kRecord, ""}}, "changes /velafs/SDD/bfRecord.txt"},
+            {{{kJournal, lines}}, {{kJournal, lines.substr(2)}}, ""},
+            {{{kJournal, lines}}, {{kJournal, lines.substr(4)}}, "changes /velafs/boot_vigil/log"},
+            {{{kOwnFolder + "/0xffffff06.zip", "x"}},
+             {{kOwnFolder + "/0xffffff06.zip", "x"}},
+             "to be taken for a new one"},
+            {{{kOwnFolder + "/0xffffff06.zip", "x"}}, {}, "keeps 0 captures of 1"},
+            {{{kOwnFolder + "/0xffffff06.zip", "x"}},
+             {{kOldCaptures + "/1-0xffffff06.zip", "x"}},
+             ""},
+    };
+    for (const auto& [before, after, objection] : cases) {
+        const std::string verdict = verdictOf(PlatformRules(kDevice).checkPrepared(before, after));
+        EXPECT_EQ(verdict.empty(), *objection == '\0') << verdict;
+        EXPECT_NE(verdict.find(objection), std::string::npos) << objection << verdict;
+    }
+}
+
+TEST(PlatformRules, ObjectToWhatAnswersMustNotDo) {
+    const auto acts = [](int64_t askedAt, int64_t upAt, int64_t actedAt, bool reset = true) {
+        PlatformActs acts;
+        if (askedAt > 0) acts.askedAt = askedAt;
+        if (upAt > 0) acts.upAt = upAt;
+        if (actedAt > 0) acts.actedAt = actedAt;
+        acts.refused = actedAt == 0;
+        acts.reset = reset;
+        acts.endedAt = 900000;
+        return acts;
+    };
+    const TextMap files = {{kOwnFolder + "/", ""}};
+    PlatformRules rules(kDevice);
+    EXPECT_EQ(verdictOf(rules.checkActs(kBoot, acts(260000, 0, 860000), files)), "");
+    EXPECT_EQ(verdictOf(rules.checkActs(kBoot, acts(260000, 0, 860000), files)),
+              "860 s: the platform does a reset beyond its budget\n");
+    EXPECT_EQ(verdictOf(rules.checkActs(kBoot, acts(0, 0, 60000, false), files)),
+              "60 s: the platform does a reboot that nobody asked for\n");
+    EXPECT_EQ(verdictOf(rules.checkActs(kBoot, acts(260000, 300000, 320000, false), files)),
+              "320 s: the platform reboots a device that came up\n");
+    EXPECT_EQ(verdictOf(rules.checkActs(kBoot, acts(260000, 300000, 0), files)),
+              "900 s: the platform does not note that it refused a reset\n");
+    PlatformActs declared = acts(170000, 20000, 170000);
+    declared.declared = true;
+    EXPECT_EQ(verdictOf(PlatformRules(kDevice).checkActs(kBoot, declared, files)),
+              "170 s: the platform wipes a device that is up\n");
+    declared.reset = false;
+    EXPECT_EQ(verdictOf(PlatformRules(kDevice).checkActs(kBoot, declared, files)), "");
 }
 
 }  // namespace

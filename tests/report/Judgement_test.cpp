@@ -57,6 +57,7 @@ const std::map<std::string, std::string> kPaths = {
         {"code", "boot_vigil/reason.txt"},   {"history", "boot_vigil/recovery_flag.txt"},
         {"list", "boot_vigil/recoveryList"}, {"switch", "boot_vigil/bfEnable"},
         {"hwinfo", "boot_vigil/mem_hwinfo"}, {"journal", "boot_vigil/log/info"},
+        {"refused", "boot_vigil/refused"},
 };
 
 // Makes a file of "name=content": letters for records and captures, "/" for a folder in its place.
@@ -161,6 +162,16 @@ const std::vector<Case> kCases = {
         {"record=F2;history=", "unclear: history-alone", {"blocks every later recovery"}},
         {"hwinfo=mem_index=3", "unclear: leftovers", {"mem_hwinfo"}},
         {"list=/", "unclear: damaged", {"recoveryList"}},
+        {"record=F;flag=5;history=35d;refused=Sun Nov 15 11:14:10 2026|reset|spent",
+         "failing: open",
+         {"the platform refused the reset: its budget was spent", "2026 reset: spent"}},
+        {"record=F;flag=5;history=11d;refused=Sun Nov 15 11:04:00 2026|reset|x",  // of another
+         "failing: open",
+         {"reboot, as its history says Did it work", "2026 reset: x"}},
+        {"record=F;flag=5;history=11d;refused=Sun Nov 15 11:09:10 2026|re\x1b|x|y",
+         "failing: open",
+         {"the platform refused the re\\x1b: for a reason of its own, x|y"}},
+        {"refused=Sun Nov 15 11:14:10 2026|reset", "unclear: damaged", {"is no refusal of the"}},
 };
 
 // Line breaks and indents of a text apart.
