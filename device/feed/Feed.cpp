@@ -75,6 +75,7 @@ std::string fieldOf(const std::string& message, int field) {
 // In the form that the driver takes: short, printable, and no separator of the profile's.
 std::string asEvent(std::string text) {
     text.resize(std::min(text.size(), kLongestEvent));
+    text.erase(text.find_last_not_of(' ') + 1);  // as the driver does
     for (size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
         if (byte < ' ' || byte == 0x7f || (byte == ':' && i > 0 && text[i - 1] == ' '))
