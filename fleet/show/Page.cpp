@@ -79,31 +79,32 @@ std::string width(double share) {
     return text;
 }
 
+// The filled part of a bar.
+std::string fill(double share, const std::string& kind = "") {
+    return "<span class=\"fill" + kind + "\" style=\"width:" + width(share) + "\"></span>";
+}
+
 // A line of a list of bars: what is said of it stands beside, so that the bar itself says nothing
 // to who cannot see it.
-std::string barLine(const std::string& label, double share, const std::string& figure,
-                    const std::string& kind = "", const std::string& more = "") {
-    const std::string fill =
-            "<span class=\"fill" + kind + "\" style=\"width:" + width(share) + "\"></span>";
+std::string barLine(const std::string& label, const std::string& bar, const std::string& figure) {
     return "<li><span class=\"name\">" + label +
-           "</span><span class=\"bar\" aria-hidden=\"true\">" + fill + more +
+           "</span><span class=\"bar\" aria-hidden=\"true\">" + bar +
            "</span><span class=\"figure\">" + figure + "</span></li>\n";
 }
 
 // A rate with its interval, on a scale that ends at `most`.
 std::string rateLine(const std::string& label, const Share& share, double most,
                      const std::string& kind = "") {
-    if (share.all == 0) return barLine(label, 0, "no devices");
+    if (share.all == 0) return barLine(label, "", "no devices");
     const Interval interval = wilson(share);
     const double rate = static_cast<double>(share.some) / static_cast<double>(share.all);
     const double low = std::min(1.0, interval.low / most);
     const double high = std::min(1.0, interval.high / most);
     const std::string line = "<span class=\"interval\" style=\"left:" + width(low) +
                              ";width:" + width(high - low) + "\"></span>";
-    return barLine(label, rate / most,
+    return barLine(label, fill(rate / most, kind) + line,
                    element("strong", "", percent(rate)) + ", " + fraction(share) + " (" +
-                           percent(interval.low) + " to " + percent(interval.high) + ")",
-                   kind, line);
+                           percent(interval.low) + " to " + percent(interval.high) + ")");
 }
 
 // Where a scale ends: what few devices leave open would make the rest too small to see.
@@ -154,11 +155,10 @@ std::string devices(const Tables& tables) {
     const auto all = static_cast<double>(std::max<int64_t>(1, tables.devices));
     std::string lines;
     const auto add = [&](const std::string& label, int64_t count, const char* kind) {
-        const Share share = {count, tables.devices};
-        lines += barLine(label, static_cast<double>(count) / all,
+        const double share = static_cast<double>(count) / all;
+        lines += barLine(label, fill(share, kind),
                          element("strong", "", text::grouped(static_cast<size_t>(count))) + ", " +
-                                 percent(static_cast<double>(share.some) / all),
-                         kind);
+                                 percent(share));
     };
     for (const StateCount& state : tables.states) {
         const bool bad = state.state == "failing" || state.state == "blocked";
@@ -255,11 +255,12 @@ std::string cures(const Tables& tables) {
         std::string figure =
                 element("strong", "", text::grouped(static_cast<size_t>(cure.episodes)));
         if (cure.median) figure += ", median " + durationWords(*cure.median);
+        const double share = static_cast<double>(cure.episodes) / static_cast<double>(all);
         lines += barLine(isOpen ? "not cured" : name(cure.by),
-                         static_cast<double>(cure.episodes) / static_cast<double>(all), figure,
-                         isOpen    ? " bad"
-                         : isCured ? " good"
-                                   : " warn");
+                         fill(share, isOpen    ? " bad"
+                                     : isCured ? " good"
+                                               : " warn"),
+                         figure);
     }
     return lines.empty() ? "<p>No failure.</p>\n" : bars(lines);
 }

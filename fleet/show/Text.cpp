@@ -177,10 +177,9 @@ std::string places(const Tables& tables) {
     if (shown > kMostPlaces) {
         text += "  … " + count(static_cast<int64_t>(shown - kMostPlaces)) + " more left out\n";
     }
-    if (shown == 0)
-        text += "  none, of " + counted(static_cast<int64_t>(tables.places.tests), "test") +
-                " that count\n";
-    return text;
+    if (shown > 0) return text;
+    return text + "  none, of " + counted(static_cast<int64_t>(tables.places.tests), "test") +
+           " that count\n";
 }
 
 std::string looks(const Tables& tables) {

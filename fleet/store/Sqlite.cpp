@@ -29,18 +29,24 @@ constexpr const char* kIndexes[] = {
         "CREATE INDEX episodes_by_outcome ON episodes(outcome, cured_by, seconds_to_cure, country, "
         "begin, signature)",
         "CREATE INDEX episodes_by_place ON episodes(country, model, device, begin, signature)",
-        "CREATE INDEX episodes_by_signature ON episodes(signature, device, begin, country, "
-        "outcome, "
-        "captured, kind)",
+        "CREATE INDEX episodes_by_signature ON episodes(signature, device, begin, country)",
         "CREATE INDEX episodes_by_software ON episodes(signature, software, device, country, "
-        "begin)",
+        "begin, "
+        "outcome, captured, kind)",
+        "CREATE INDEX episodes_sent ON episodes(device, begin) WHERE source <> 'partition'",
 };
 
-constexpr const char* kAround =
-        "SELECT begin, source, number, last_number, last_time, end, outcome, cured_by, reason "
-        "FROM episodes WHERE device = ? AND begin >= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?3) "
-        "AND begin <= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?4) AND begin <> ?2 "
-        "ORDER BY begin LIMIT 1000";
+// Other rows of a device that began about then; of copies' rows there may be very many.
+std::string selectAround(const char* from) {
+    return "SELECT begin, source, number, last_number, last_time, end, outcome, cured_by, reason "
+           "FROM episodes " +
+           std::string(from) +
+           " device = ? AND begin >= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?3) "
+           "AND begin <= strftime('%Y-%m-%dT%H:%M:%S', ?2, ?4) AND begin <> ?2 "
+           "ORDER BY begin LIMIT 1000";
+}
+constexpr const char* kAll = "WHERE";
+constexpr const char* kSent = "INDEXED BY episodes_sent WHERE source <> 'partition' AND";
 
 // A text that is larger the more is known; see Merge::KNOWN.
 std::string rankOf(const std::string& field) {
@@ -139,6 +145,7 @@ Sqlite::Sqlite(const std::string& path, Use use)
       mPutDevice(nullptr, sqlite3_finalize),
       mPutEpisode(nullptr, sqlite3_finalize),
       mAround(nullptr, sqlite3_finalize),
+      mSent(nullptr, sqlite3_finalize),
       mCure(nullptr, sqlite3_finalize),
       mRemove(nullptr, sqlite3_finalize) {
     // Also a reader writes, to the files beside the database; where it may not, it can do without.
@@ -160,7 +167,8 @@ Sqlite::Sqlite(const std::string& path, Use use)
         execute("PRAGMA synchronous = NORMAL");
         mPutDevice = prepare(putInto("devices", "seen", deviceColumns()));
         mPutEpisode = prepare(putInto("episodes", "standing", episodeColumns()));
-        mAround = prepare(kAround);
+        mAround = prepare(selectAround(kAll));
+        mSent = prepare(selectAround(kSent));
         mCure = prepare("UPDATE episodes SET outcome = 'cured', cured_by = CASE WHEN " +
                         rankOf("?1") + " > " + rankOf("cured_by") +
                         " THEN ?1 ELSE cured_by END WHERE device = ?2 AND begin = ?3");
@@ -269,7 +277,8 @@ void Sqlite::settle(const EpisodeRow& row) {
 // Rows of the same device that may be about the same failure, without what is not asked of them.
 std::vector<EpisodeRow> Sqlite::around(const EpisodeRow& row) {
     const std::string days = std::to_string(kMostDaysApart) + " days";
-    sqlite3_stmt* statement = mAround.get();
+    // Two copies' episodes are never the same failure.
+    sqlite3_stmt* statement = row.source == "partition" ? mSent.get() : mAround.get();
     setParameter(statement, 1, row.device);
     setParameter(statement, 2, row.begin);
     setParameter(statement, 3, "-" + days);

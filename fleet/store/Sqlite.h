@@ -53,7 +53,7 @@ private:
 
     const std::string mPath;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> mDatabase;
-    Statement mPutDevice, mPutEpisode, mAround, mCure, mRemove;
+    Statement mPutDevice, mPutEpisode, mAround, mSent, mCure, mRemove;
     bool mOpen = false;  // a transaction is
 };
 
