@@ -146,7 +146,7 @@ Life Lives::life(uint64_t number) const {
     }
     QuickDraw boots = draw(number, BOOTS), own = draw(number, TROUBLES);
     const int64_t odds = kBootsPerTrouble / (boots.percent(1) ? kWorn : 1);
-    const int64_t usualGap = boots.between(6 * 3600, 4 * kDay);
+    const int64_t usualGap = boots.between(kDay / 4, 4 * kDay);
     for (time_t at = device.from; (at += boots.between(60, 2 * usualGap)) < device.pulled;) {
         if (boots.below(odds) > 0) {
             ++life.goodBoots;
