@@ -255,6 +255,7 @@ DaemonModel::Wanted DaemonModel::nameStall(int detail, int pid) {
         mNow += 2000;
         applyChanges(mNow);
     }
+    expect("checkReason save file path " + kReason + " Reason = " + std::to_string(detail));
     write(kReason, std::to_string(detail));
     return {captureType(detail), pid, note};
 }
