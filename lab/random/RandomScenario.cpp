@@ -411,8 +411,9 @@ private:
                     "x;    ERR_EXPINFO:Country(NG)  ;\n";
         }
         if (mDraw.percent(20)) records.resize(records.size() / 2);
-        maybe(kRecord, spoil(records));
+        maybe(kRecord, records);
         maybe(kFlag, mDraw.percent(80) ? "4" : "");
+        if (Draw(mSeed, 2).percent(20)) spoilRecords();
         // A recovery under way on a first boot is the one that must not reset again.
         if (mScenario.files.count(kHistory) != 0 && mDraw.percent(40)) {
             mScenario.files.erase(kMarker);
@@ -420,15 +421,16 @@ private:
     }
 
     // A record file about as large as one that is started again, or one whose last line is short of
-    // something.
-    std::string spoil(std::string records) const {
+    // something and to be submitted.
+    void spoilRecords() {
         Draw draw(mSeed, 1);
+        std::string& records = mScenario.files[kRecord];
         if (draw.percent(25)) {
             records.resize(static_cast<size_t>(draw.between(5119, 5121)), 'x');
-        } else if (draw.percent(40)) {
+        } else {
             records += draw.of(kOddRecords);
+            mScenario.files[kFlag] = "4";
         }
-        return records;
     }
 
     // In some boots; the partition is a file system of its own then.

@@ -60,10 +60,11 @@ void DaemonModel::start() {
     expectAct(TraceEvent::PROPERTY, "sys.bootvigil.version 3.365");
     post(kPoll, 30);
     const bool made = !exists(kMarker) && write(kMarker, "");
-    mFirstBoot = says("first timer 8m", made, excused(kMarker));
-    if (made && !mFirstBoot) mUnsure.insert(kMarker);
-    if (mFirstBoot) expectAct(TraceEvent::OPERATION, "chmod 0777 " + kMarker);
-    post(kTimeout, mFirstBoot ? 480 : 240);
+    const bool first = says("first timer 8m", made, excused(kMarker));
+    if (made && !first) mUnsure.insert(kMarker);
+    if (first) expectAct(TraceEvent::OPERATION, "chmod 0777 " + kMarker);
+    mFirstBoot |= first;  // the message may come a second time
+    post(kTimeout, first ? 480 : 240);
 }
 
 void DaemonModel::poll() {
@@ -254,6 +255,7 @@ DaemonModel::Wanted DaemonModel::nameStall(int detail, int pid) {
         mNow += 2000;
         applyChanges(mNow);
     }
+    expect("checkReason save file path " + kReason + " Reason = " + std::to_string(detail));
     write(kReason, std::to_string(detail));
     return {captureType(detail), pid, note};
 }

@@ -237,10 +237,8 @@ void DaemonModel::handleKeptLog(const KeptLog& log) {
     if (says(log.missing, !worldFile(kept))) return;
     notify(log.type, log.phase, 1, kFoundByDaemon);
     const bool failing = excused(log.copy) || cannotOpen(log.copy) || cannotOpen(kept);
-    if (says(log.got, isFolder(kOwnFolder), failing)) {
+    if (!says(log.notGot, !isFolder(kOwnFolder), failing) && says(log.got, true)) {
         capture({kCaptureAll, 0, log.copy + ";" + healthNote()});
-    } else {
-        expect(log.notGot);
     }
     says(log.notCleaned, false, excused(kept));
     expectAct(TraceEvent::OPERATION, "remove " + kept);

@@ -111,6 +111,16 @@ TEST_F(SagaTest, PowerCutSparesAReadOnlyPartition) {
     EXPECT_EQ(readFile(run->root().at("/velafs/SDD/bfflag.txt")), "5");
 }
 
+// The message that starts the daemon stays in the looper's list and comes again.
+TEST_F(SagaTest, FirstBootThatStartsTwiceIsStillOne) {
+    Scenario scenario;
+    scenario.files[kHistory] = "22d";
+    scenario.boots.emplace_back().faults = {{Fault::Call::MALLOC, 1, 1}};
+    for (const Violation& violation : runBoots(scenario)->outcomes()[0].violations) {
+        ADD_FAILURE() << violation.text;
+    }
+}
+
 class FaultTest : public SagaTest, public testing::WithParamInterface<uint64_t> {};
 
 // Which call fails doesn't depend on what the lab itself does: not on the log that it keeps, nor on
