@@ -28,9 +28,10 @@ constexpr int kOobeChecks = 2;  // further ones that see the same phase and only
 
 // The completion event counts only with the set-up wizard at 2; the completion property always.
 static bool checkBootFinished(int* phase) {
-    std::string text;
-    const std::vector<std::string_view> lines = readLines(kBootProfPath, text);
-    if (static_cast<unsigned int>(lines.size()) <= 2) {
+    static LinesFromEnd lines;
+    lines.read(kBootProfPath);
+    std::string_view line;
+    if (!lines.next(line) || !lines.next(line) || !lines.next(line)) {
         ALOGE("parseBootProf Lines < 3");
         return false;
     }
@@ -39,10 +40,9 @@ static bool checkBootFinished(int* phase) {
     const int oobe = atoi(value);
     if (oobe == 1) *phase = PHASE_OOBE;
     if (oobe == 2) *phase = PHASE_KEY_LOCK;
-    Splitter splitter;
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
-        if (pieces.size() >= 3 && pieces[2] == kCompletionEvent && oobe == 2 && checkBooted()) {
+    lines.rewind();
+    while (lines.next(line)) {
+        if (eventOf(line) == kCompletionEvent && oobe == 2 && checkBooted()) {
             return true;
         }
     }

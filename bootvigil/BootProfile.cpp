@@ -3,6 +3,8 @@
 
 #define LOG_TAG "BOOTVIGIL_DEBUG"
 
+#include <bitset>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,28 +18,53 @@ namespace {
 
 constexpr int kLoopOccurrences = 5;  // of one milestone make a restart loop
 // While a boot is in progress the kernel prints an "OFF" line and a ruler after the last event.
-constexpr size_t kLastEventFromEnd = 3;
+constexpr int kLastEventFromEnd = 3;
+
+// Tells most events from the names in a map without comparing texts.
+class NameFilter {
+public:
+    explicit NameFilter(const std::map<std::string, int>& names) {
+        for (const auto& [name, count] : names) {
+            if (!name.empty()) mMarks.set(mark(name));
+        }
+    }
+
+    // False for what is certainly none of them.
+    bool mayBe(std::string_view event) const {
+        return mMarks[mark(event)];
+    }
+
+private:
+    // Of a text that isn't empty; no field is.
+    static size_t mark(std::string_view text) {
+        return (static_cast<unsigned char>(text[0]) ^ (text.size() << 3)) % kMarks;
+    }
+
+    static constexpr size_t kMarks = 1024;
+    std::bitset<kMarks> mMarks;
+};
 
 }  // namespace
 
 void Bootvigil::parseBootProf() {
     mStuckPID = -1;
-    std::string text;
-    const std::vector<std::string_view> lines = readLines(kBootProfPath, text);
-    if (static_cast<unsigned int>(lines.size()) <= 2) {
+    static LinesFromEnd lines;  // used again, so that a poll asks for no memory
+    lines.read(kBootProfPath);
+    std::string_view line;
+    for (int i = 0; i < kLastEventFromEnd; ++i) {
+        if (lines.next(line)) continue;
         ALOGE("parseBootProf Lines < 3");
         return;
     }
+    const std::string last(line);
 
     for (auto& milestone : mMilestones) milestone.second = 0;
-    Splitter splitter;
-    std::string event;
-    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
-        // time, "pid-process", event; what follows the event is ignored
-        const std::vector<std::string_view>& pieces = splitter.split(*line, " :");
-        if (pieces.size() < 3) continue;
-        event = pieces[2];
-        const auto milestone = mMilestones.find(event);
+    const NameFilter filter(mMilestones);
+    lines.rewind();
+    while (lines.next(line)) {
+        const std::string_view event = eventOf(line);
+        if (event.empty() || !filter.mayBe(event)) continue;
+        const auto milestone = mMilestones.find(std::string(event));
         if (milestone == mMilestones.end()) continue;
         if (++milestone->second < kLoopOccurrences) continue;
         ALOGD("parseBootProf reboot reason %s, count %d", milestone->first.c_str(),
@@ -47,7 +74,7 @@ void Bootvigil::parseBootProf() {
         return;
     }
 
-    const std::string last(lines[lines.size() - kLastEventFromEnd]);
+    // time, "pid-process", event; what follows the event is ignored
     const std::vector<std::string> pieces = split(last, " :");
     if (pieces.size() < 3) return;
     ALOGD("parseBootProf Last Line %s", last.c_str());

@@ -4,7 +4,10 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
+#include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -18,30 +21,62 @@ inline std::string_view trimField(std::string_view field) {
     return field.substr(first, last + 1);
 }
 
-// As str.find(pattern, from), but looks for the pattern's last character: its first may be a blank,
-// and a boot profile is full of blanks.
-inline size_t findPattern(const std::string& str, std::string_view pattern, size_t from) {
-    const size_t before = pattern.size() - 1;
-    size_t last = str.find(pattern.back(), from + before);
-    while (last != std::string::npos && str.compare(last - before, pattern.size(), pattern) != 0) {
-        last = str.find(pattern.back(), last + 1);
+// As text.find(), for the two characters one after the other: eight places at a time, because the
+// separators of a boot profile are two such, whose characters alone are all over it.
+inline size_t findPair(std::string_view text, char first, char second, size_t from) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    constexpr uint64_t kLow = 0x7f * kOnes;
+    // The highest bit of each byte that is `c`, and no other.
+    const auto places = [](uint64_t bytes, char c) {
+        const uint64_t others = bytes ^ (kOnes * static_cast<uint8_t>(c));
+        return ~(((others & kLow) + kLow) | others | kLow);
+    };
+    for (; from + 2 * sizeof(uint64_t) <= text.size(); from += sizeof(uint64_t)) {
+        uint64_t here = 0;
+        uint64_t next = 0;
+        memcpy(&here, &text[from], sizeof(here));
+        memcpy(&next, &text[from + 1], sizeof(next));
+        const uint64_t found = places(here, first) & places(next, second);
+        // The machines this runs on have the first byte lowest.
+        if (found != 0) return from + static_cast<size_t>(__builtin_ctzll(found)) / 8;
     }
-    return last == std::string::npos ? last : last - before;
+    for (; from + 1 < text.size(); ++from) {
+        if (text[from] == first && text[from + 1] == second) return from;
+    }
+    return std::string_view::npos;
 }
 
-// Cuts `str`, which ends with `pattern`, at every occurrence of it. Calls take(field, end) for each
-// trimmed piece and drop(begin) for each empty one, in their order. The fields point into `str`.
+// The first place from `from` on where `pattern` stands in `text` followed by `pattern`: what ends
+// the last field like every other one.
+inline size_t findFieldEnd(std::string_view text, std::string_view pattern, size_t from) {
+    const size_t found = pattern.size() == 2 ? findPair(text, pattern[0], pattern[1], from)
+                                             : text.find(pattern, from);
+    if (found != std::string_view::npos) return found;
+    // The end of the text may begin a pattern that the one after it completes, as in "xa" and "aa".
+    size_t at = std::max(from, text.size() - std::min(text.size(), pattern.size() - 1));
+    for (; at < text.size(); ++at) {
+        const size_t begun = text.size() - at;
+        const size_t rest = pattern.size() - begun;
+        if (text[at] == pattern[0] && text.compare(at, begun, pattern, 0, begun) == 0 &&
+            pattern.compare(begun, rest, pattern, 0, rest) == 0) {
+            break;
+        }
+    }
+    return at;
+}
+
+// Cuts `text` at every occurrence of `pattern`. Calls take(field, end) for each piece, not yet
+// trimmed, and drop(begin) for each empty one, in their order. The fields point into `text`.
 template <typename Take, typename Drop>
-void cutFields(const std::string& str, std::string_view pattern, Take take, Drop drop) {
+void cutFields(std::string_view text, std::string_view pattern, Take take, Drop drop) {
     size_t i = 0;
-    while (i < str.size()) {
-        const size_t pos = findPattern(str, pattern, i);
-        if (pos >= str.size()) break;  // npos included: nor is there one further on
-        if (pos == i) {
+    while (i <= text.size()) {
+        const size_t end = findFieldEnd(text, pattern, i);
+        if (end == i) {
             drop(i);
         } else {
-            take(trimField(std::string_view(str).substr(i, pos - i)), pos);
+            take(text.substr(i, end - i), end);
         }
-        i = pos + pattern.size();
+        i = end + pattern.size();
     }
 }

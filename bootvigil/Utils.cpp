@@ -16,6 +16,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 
@@ -28,6 +29,11 @@
 namespace {
 
 constexpr size_t kReadSize = 16384;
+
+// The log line shows the text with the pattern that ends its last field.
+void logEmptyField(std::string_view text, std::string_view pattern, size_t pos) {
+    ALOGE("split err, str=%s, pos=%zu;\n", std::string(text).append(pattern).c_str(), pos);
+}
 
 }  // namespace
 
@@ -44,29 +50,35 @@ bool makeDirectory(const char* path) {
     return true;
 }
 
-const std::vector<std::string_view>& Splitter::split(std::string_view str,
-                                                     std::string_view pattern) {
-    mFields.clear();
-    mText.assign(str);
-    mText += pattern;  // ends the last field like every other one
-    const auto take = [this](std::string_view token, size_t pos) {
+std::vector<std::string> split(std::string str, std::string pattern) {
+    std::vector<std::string> fields;
+    const auto take = [&](std::string_view field, size_t pos) {
+        const std::string_view token = trimField(field);
         if (token.empty()) {
-            ALOGE("str.substr err, str=%s, pos=%zu;\n", mText.c_str(), pos);
+            ALOGE("str.substr err, str=%s, pos=%zu;\n", (str + pattern).c_str(), pos);
         } else {
-            mFields.push_back(token);
+            fields.emplace_back(token);
         }
     };
-    const auto drop = [this](size_t pos) {
-        ALOGE("split err, str=%s, pos=%zu;\n", mText.c_str(), pos);
-    };
-    cutFields(mText, pattern, take, drop);
-    return mFields;
+    cutFields(str, pattern, take, [&](size_t pos) { logEmptyField(str, pattern, pos); });
+    return fields;
 }
 
-std::vector<std::string> split(std::string str, std::string pattern) {
-    Splitter splitter;
-    const std::vector<std::string_view>& fields = splitter.split(str, pattern);
-    return {fields.begin(), fields.end()};
+std::string_view eventOf(std::string_view line) {
+    constexpr std::string_view kSeparator = " :";
+    constexpr int kEvent = 3;
+    std::string_view event;
+    int count = 0;
+    const auto take = [&](std::string_view field, size_t) {
+        if (++count == kEvent) {
+            event = trimField(field);
+        } else if (field.front() == ' ' && field.back() == ' ' &&
+                   field.find_first_not_of(' ') == std::string_view::npos) {
+            trimField(field);  // throws
+        }
+    };
+    cutFields(line, kSeparator, take, [&](size_t pos) { logEmptyField(line, kSeparator, pos); });
+    return event;
 }
 
 bool isallnum(std::string s) {
@@ -83,37 +95,55 @@ bool getAvailableSize(const char* path) {
     return (free >> 1) > 10;
 }
 
-std::vector<std::string_view> readLines(const std::string& path, std::string& text) {
-    std::vector<std::string_view> lines;
+void LinesFromEnd::read(const std::string& path) {
+    mSize = 0;
+    rewind();
     // By design: nothing here is tried again, not even after a signal. Nor is the size that the
     // file claims believed, which may be terabytes where the first read fails.
     const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd < 0) {
         // The wording is the boot profile's for every file.
         ALOGE("parseBootProf open %s failed", path.c_str());
-        return lines;
+        return;
     }
-    text.clear();
-    char block[kReadSize];
+    if (mText.empty()) mText.resize(kReadSize);
     ssize_t count = 0;
-    while ((count = read(fd.get(), block, sizeof(block))) > 0) {
-        text.append(block, static_cast<size_t>(count));
-    }
-
-    const std::string_view all = text;
-    size_t start = 0;
-    for (size_t end = 0; (end = all.find('\n', start)) != std::string_view::npos; start = end + 1) {
-        lines.push_back(all.substr(start, end - start));
+    while ((count = ::read(fd.get(), &mText[mSize], mText.size() - mSize)) > 0) {
+        mSize += static_cast<size_t>(count);
+        if (mSize == mText.size()) mText.resize(2 * mSize);
     }
     // What a failed read cut short is no line.
-    if (start < all.size() && count == 0) lines.push_back(all.substr(start));
-    return lines;
+    if (count < 0) mSize = static_cast<size_t>(begin(mSize) - mText.data());
+    rewind();
+}
+
+void LinesFromEnd::rewind() {
+    mMore = mSize > 0;
+    mLeft = mMore && mText[mSize - 1] == '\n' ? mSize - 1 : mSize;
+}
+
+bool LinesFromEnd::next(std::string_view& line) {
+    if (!mMore) return false;
+    const char* const from = begin(mLeft);
+    const char* const to = &mText[mLeft];
+    line = std::string_view(from, static_cast<size_t>(to - from));
+    mMore = from != mText.data();
+    if (mMore) mLeft = static_cast<size_t>(from - mText.data()) - 1;
+    return true;
+}
+
+const char* LinesFromEnd::begin(size_t end) const {
+    const void* const feed = memrchr(mText.data(), '\n', end);
+    return feed == nullptr ? mText.data() : static_cast<const char*>(feed) + 1;
 }
 
 std::vector<std::string> getFileLines(std::string path) {
-    std::string text;
-    const std::vector<std::string_view> lines = readLines(path, text);
-    return {lines.begin(), lines.end()};
+    LinesFromEnd file;
+    file.read(path);
+    std::vector<std::string> lines;
+    for (std::string_view line; file.next(line);) lines.emplace_back(line);
+    std::reverse(lines.begin(), lines.end());
+    return lines;
 }
 
 std::string getFirstLine(std::string path) {

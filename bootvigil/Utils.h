@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <stddef.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,16 +20,9 @@ bool makeDirectory(const char* path);
 // A piece of only blanks ends the process: it throws std::out_of_range, which nothing catches.
 std::vector<std::string> split(std::string str, std::string pattern);
 
-// split() for many texts in a row, without a copy of each piece: the pieces are valid until the
-// next call.
-class Splitter {
-public:
-    const std::vector<std::string_view>& split(std::string_view str, std::string_view pattern);
-
-private:
-    std::string mText;
-    std::vector<std::string_view> mFields;
-};
+// A boot profile line's event, empty where it has none: the third piece of split(line, " :"), with
+// the same log lines and the same exception. It lies in `line`.
+std::string_view eventOf(std::string_view line);
 
 // True when every byte of `s` is an ASCII digit; so also for the empty text.
 bool isallnum(std::string s);
@@ -38,8 +33,26 @@ bool getAvailableSize(const char* path);
 // All lines of a text file without their line feeds, empty ones included; none if it can't be read.
 std::vector<std::string> getFileLines(std::string path);
 
-// The same without a copy of each line: they lie in `text`, which it fills.
-std::vector<std::string_view> readLines(const std::string& path, std::string& text);
+// The same from the last line to the first, and without a copy of each: they lie in this object,
+// which keeps its memory for the next file.
+class LinesFromEnd {
+public:
+    void read(const std::string& path);
+
+    // Goes on to the line before the one it gave last; false at the beginning of the file.
+    bool next(std::string_view& line);
+
+    // Begins again with the last line.
+    void rewind();
+
+private:
+    const char* begin(size_t end) const;  // of the line that ends there
+
+    std::string mText;
+    size_t mSize = 0;  // that is used of it
+    size_t mLeft = 0;  // up to the end of the next line
+    bool mMore = false;
+};
 
 // The first line of a text file: "0" when the file is missing or unreadable, "" when it is empty.
 std::string getFirstLine(std::string path);

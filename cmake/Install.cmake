@@ -1,14 +1,18 @@
 # SPDX-License-Identifier: Apache-2.0
-# `cmake --install FOLDER --prefix PREFIX`: the lab and the report with their data, manual pages and
-# completions. The daemon is built for devices by Android.bp and isn't installed on a workstation.
+# `cmake --install FOLDER --prefix PREFIX`: the lab, the report and the fleet tool with their data,
+# manual pages and completions. The daemon is built for devices by Android.bp and isn't installed on a workstation.
 
 include(GNUInstallDirs)
-install(TARGETS bootvigil-lab bootvigil-report)
+set(tools bootvigil-lab bootvigil-report)
+if(BOOTVIGIL_FLEET)
+  list(APPEND tools bootvigil-fleet)
+endif()
+install(TARGETS ${tools})
 install(DIRECTORY lab/data/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bootvigil)
-install(FILES cmake/completion.bash RENAME bootvigil-lab
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES cmake/completion.bash RENAME bootvigil-report
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+foreach(tool ${tools})
+  install(FILES cmake/completion.bash RENAME ${tool}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endforeach()
 
 # The pages are made of what the programs say of themselves.
 find_program(HELP2MAN help2man)

@@ -12,6 +12,8 @@ function(room_headers target folder)
   target_include_directories(${target} PUBLIC ${view})
 endfunction()
 
+option(BOOTVIGIL_UNITY "compile a room's files eight at a time: faster, but hides missing includes" OFF)
+
 # room(FOLDER USES LIBRARY... PRIVATE LIBRARY...): a static library of all sources of FOLDER. USES are
 # libraries that its headers include, PRIVATE those that only its sources do.
 function(room folder)
@@ -27,6 +29,7 @@ function(room folder)
     endif()
   endforeach()
   add_library(${target} STATIC ${sources})
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ${BOOTVIGIL_UNITY} UNITY_BUILD_BATCH_SIZE 8)
   room_headers(${target} ${folder})
   target_link_libraries(${target} PUBLIC flags ${arg_USES} PRIVATE ${arg_PRIVATE})
 endfunction()

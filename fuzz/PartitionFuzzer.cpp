@@ -38,6 +38,7 @@ constexpr const char* kFiles[] = {
         "/boot_vigil/recovery_flag.txt",
         "/boot_vigil/recoveryList",
         "/boot_vigil/bfEnable",
+        "/boot_vigil/refused",
 };
 constexpr size_t kLongestLine = 2047;
 

@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
     close_range(STDERR_FILENO + 1, ~0U, 0);  // the caller's would count as the daemon's
     try {
         CommandLine line("Boots the daemon on simulated devices, in virtual time.");
-        for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution}) add(line);
+        for (auto* const add : {addRun, addList, addSagas, addReplay, addAttribution, addFleet})
+            add(line);
         return line.run(argc, argv);
     } catch (const std::exception& error) {
         fprintf(stderr, "bootvigil-lab: %s\n", text::printable(error.what()).c_str());

@@ -242,11 +242,10 @@ Verdict answer(Action action) {
     Ledger ledger = loadLedger(most);
     ledger.prune(trustedClock(ledger), most);
     Verdict verdict = decide(situation, ledger, most);
-    const std::string why = wordsFor(verdict, action, ledger, most);
     if (verdict == Verdict::DO) verdict = carryOut(action, ledger);
     if (verdict == Verdict::DO) return verdict;
     say(std::string("refusing the ") + nameOf(action) + ": " +
-        (why.empty() ? wordsFor(verdict, action, ledger, most) : why));
+        wordsFor(verdict, action, ledger, most));
     if (verdict == Verdict::CAME_UP && !ledger.late) {
         ledger.late = true;
         saveLedger(ledger);

@@ -20,8 +20,9 @@ const char* nameOf(Action action);
 struct Limits {
     unsigned reboots = 3;
     unsigned resets = 1;
-    int64_t seconds = 24 * 60 * 60;  // after which an action counts no more, by a trusted clock
-    uint64_t boots = 10;             // that came up, after which it doesn't, whatever the clock
+    int64_t seconds =
+            int64_t{24} * 60 * 60;  // after which an action counts no more, by a trusted clock
+    uint64_t boots = 10;            // that came up, after which it doesn't, whatever the clock
 
     unsigned of(Action action) const {
         return action == Action::RESET ? resets : reboots;

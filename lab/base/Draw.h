@@ -40,6 +40,16 @@ public:
     Value of(std::initializer_list<Value> list) {
         return of<std::initializer_list<Value>>(list);
     }
+    // One of the list, each as often as its `weight` says.
+    template <typename Each, size_t count>
+    const Each& weighted(const Each (&list)[count]) {
+        int64_t all = 0;
+        for (const Each& each : list) all += each.weight;
+        int64_t left = below(all);
+        const Each* found = list;
+        while ((left -= found->weight) >= 0) ++found;
+        return *found;
+    }
 
 private:
     Source mSource;

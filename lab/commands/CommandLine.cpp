@@ -19,6 +19,12 @@ Command& Command::arguments(const std::string& name, std::vector<std::string>& v
     return *this;
 }
 
+Command& Command::texts(const std::string& name, std::vector<std::string>& values,
+                        const std::string& about) {
+    mApp.add_option(name, values, about);
+    return *this;
+}
+
 Command& Command::text(const std::string& name, std::string& value, const std::string& about) {
     mApp.add_option(name, value, about)->capture_default_str();
     return *this;

@@ -28,6 +28,8 @@ public:
     Command& arguments(const std::string& name, std::vector<std::string>& values,
                        const std::string& about);
 
+    Command& texts(const std::string& name, std::vector<std::string>& values,
+                   const std::string& about);
     Command& text(const std::string& name, std::string& value, const std::string& about);
     Command& choice(const std::string& name, std::string& value,
                     const std::vector<std::string>& values, const std::string& about);

@@ -23,5 +23,6 @@ void addList(CommandLine& line);
 void addSagas(CommandLine& line);
 void addReplay(CommandLine& line);
 void addAttribution(CommandLine& line);
+void addFleet(CommandLine& line);
 
 }  // namespace lab

@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/base/Files.h"
+#include "lab/base/Sanitizers.h"
 #include "lab/base/TemporaryFolder.h"
 #include "lab/commands/Commands.h"
 #include "lab/commands/Scenarios.h"
@@ -172,6 +173,17 @@ int runOne(const Scenario& scenario, const std::string& named, const Options& op
     });
 }
 
+// A scenario that shows nothing here may show something elsewhere.
+void warnOfIgnoredFaults(const Scenario& scenario) {
+    for (const Boot& boot : scenario.boots) {
+        for (const Fault& fault : boot.faults) {
+            if (!kSanitized || fault.call != Fault::Call::MALLOC) continue;
+            return print(stderr, printable(scenario.path) +
+                                         ": warning: a build with sanitizers lets no malloc fail");
+        }
+    }
+}
+
 // All are read before the first one is run: a mistake in one shows at once.
 bool readAll(const std::vector<std::string>& names, std::vector<Scenario>& scenarios) {
     bool readable = true;
@@ -179,6 +191,7 @@ bool readAll(const std::vector<std::string>& names, std::vector<Scenario>& scena
         try {
             scenarios.push_back(readScenario(scenarioFile(name)));
             for (const std::string& line : scenarios.back().warnings) print(stderr, line);
+            warnOfIgnoredFaults(scenarios.back());
         } catch (const std::runtime_error& error) {
             print(stderr, "bootvigil-lab: " + printable(error.what()));
             readable = false;

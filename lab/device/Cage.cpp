@@ -39,6 +39,8 @@ using android::base::unique_fd;
 const std::string kPlace = "/proc";
 const std::string kFolder = "/lab";  // in the cage
 
+int gBootSeconds = CageOptions().bootSeconds;
+
 constexpr size_t kMemory = size_t{1} << 30;  // bytes for each process
 constexpr int kNobody = 65534;
 
@@ -110,7 +112,12 @@ int orLabFailed(const std::function<int()>& work) {
     return kLabFailed;
 }
 
+int bootSeconds() {
+    return gBootSeconds;
+}
+
 int Cage::run(const Work& work) {
+    gBootSeconds = mOptions.bootSeconds;
     return orLabFailed([&] { return mOptions.none ? runWithout(work) : runInside(work); });
 }
 

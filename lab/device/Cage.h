@@ -19,9 +19,13 @@ namespace lab {
 constexpr int kLabFailed = 3;
 
 struct CageOptions {
-    int megabytes = 1024;  // MiB of files in it
-    bool none = false;     // no cage: what a scenario names is the workstation's own
+    int megabytes = 1024;   // MiB of files in it
+    bool none = false;      // no cage: what a scenario names is the workstation's own
+    int bootSeconds = 300;  // of real time for one boot
 };
+
+// The limit of the cage that this process is in, or has made.
+int bootSeconds();
 
 // One process, and those that it forks, with nothing but a folder in memory: it sees no file, no
 // process and no network of the workstation, and has no rights there. When it ends, or the process

@@ -53,6 +53,7 @@ int64_t gSpace = -1;
 bool gReadOnly = false;      // the partition
 std::string gPaths[kMaxFd];  // of watched descriptors
 std::map<std::string, Unwritten> gUnwritten;
+std::string gRequest;  // to the log-capture service, of which the end is still to come
 
 thread_local int tUnwatched = 0;
 thread_local bool tWorker = false;
@@ -144,6 +145,12 @@ bool failsNow(Call call, int error, const char* path = nullptr) {
     return true;
 }
 
+// Whether the scenario lets an allocation of the daemon fail; counts it. A sanitizer's allocator is
+// not to be replaced.
+bool allocationFails() {
+    return !kSanitized && tWorker && watching() && failsNow(Call::MALLOC, ENOMEM);
+}
+
 // Keeps what the file holds before it changes.
 void keepOld(const std::string& path) {
     if (gBoot->unsynced == Unsynced::KEPT || (gReadOnly && onPartition(path))) return;
@@ -206,6 +213,17 @@ bool isWatched(int fd) {
     return !gPaths[fd].empty();
 }
 
+// A request is a line; without memory for a buffer it comes byte by byte.
+void endRequest() {
+    if (!gRequest.empty()) gTrace->add(vtime::now(), TraceEvent::REQUEST, gRequest);
+    gRequest.clear();
+}
+
+void addToRequest(const std::string& text) {
+    gRequest += text;
+    if (endsWith(text, "\n")) endRequest();
+}
+
 // Writes as far as there is room.
 ssize_t writeWatched(int fd, const void* data, size_t size) {
     const std::lock_guard<std::mutex> lock(gLock);
@@ -217,7 +235,7 @@ ssize_t writeWatched(int fd, const void* data, size_t size) {
             const std::string name = path.substr(kPropertyDir.size());
             gTrace->add(vtime::now(), TraceEvent::PROPERTY, name + " " + text);
         } else {
-            gTrace->add(vtime::now(), TraceEvent::REQUEST, text);
+            addToRequest(text);
         }
         return realWrite(fd, data, size);
     }
@@ -270,7 +288,10 @@ int closeWatched(int fd, int (*close)(void*), void* argument) {
     const std::lock_guard<std::mutex> lock(gLock);
     const Unwatched ownWork;
     const std::string path = std::exchange(gPaths[fd], "");
-    if (isMessage(path)) return close(argument);
+    if (isMessage(path)) {
+        endRequest();
+        return close(argument);
+    }
     const bool failing = failsNow(Call::CLOSE, EIO);
     int result = close(argument);
     if (failing) {
@@ -395,10 +416,12 @@ FILE* fopen64(const char* path, const char* mode) {
 }
 
 // The C streams' own writes don't pass through write() below. A stream with our functions below it
-// has the buffer of a real one.
+// has the buffer of a real one. As in libc, its memory comes before the file.
 FILE* fopen(const char* path, const char* mode) {
+    if (allocationFails()) return nullptr;
     FILE* file = fopen64(path, mode);
     if (file == nullptr || !isWatched(fileno(file))) return file;
+    const Unwatched ownWork;
     const cookie_io_functions_t functions =
             {nullptr,
              [](void* stream, const char* data, size_t size) {
@@ -506,12 +529,12 @@ static void* orOutOfMemory(void* memory, size_t size) {
 }
 
 void* malloc(size_t size) noexcept {
-    if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
+    if (allocationFails()) return nullptr;
     return orOutOfMemory(__libc_malloc(size), size);
 }
 
 void* calloc(size_t count, size_t size) noexcept {
-    if (tWorker && watching() && failsNow(Call::MALLOC, ENOMEM)) return nullptr;
+    if (allocationFails()) return nullptr;
     return orOutOfMemory(__libc_calloc(count, size), count * size);
 }
 

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include <nlohmann/json.hpp>
@@ -43,6 +44,14 @@ std::vector<Record> RunLog::read() const {
     std::string line;
     while (std::getline(file, line)) records.push_back(Record::parse(line));
     return records;
+}
+
+RecordsOfBoot recordsOfBoot(const std::vector<Record>& records, int boot) {
+    const auto first = std::partition_point(records.begin(), records.end(),
+                                            [&](const Record& one) { return one["boot"] < boot; });
+    const auto last = std::partition_point(first, records.end(),
+                                           [&](const Record& one) { return one["boot"] == boot; });
+    return {records.data() + (first - records.begin()), records.data() + (last - records.begin())};
 }
 
 }  // namespace lab

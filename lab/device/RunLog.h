@@ -41,4 +41,19 @@ private:
     int mBoot = 0;
 };
 
+struct RecordsOfBoot {
+    const Record* first;
+    const Record* last;
+
+    const Record* begin() const {
+        return first;
+    }
+    const Record* end() const {
+        return last;
+    }
+};
+
+// One boot's part of a run's records, in which the boots follow each other.
+RecordsOfBoot recordsOfBoot(const std::vector<Record>& records, int boot);
+
 }  // namespace lab

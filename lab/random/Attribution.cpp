@@ -18,7 +18,7 @@
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
 #include "lab/random/KnownBoots.h"
-#include "lab/random/Workshop.h"
+#include "lab/run/Workshop.h"
 #include "report/read/DaemonLog.h"
 
 namespace lab {

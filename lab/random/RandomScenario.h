@@ -17,6 +17,9 @@ enum class Boots {
     STALLED,  // likewise
 };
 
+// By Boots.
+constexpr const char* kBootsNames[] = {"all", "healthy", "stalled"};
+
 // The same seed gives the same scenario. Each scenario draws its own probabilities first and leaves
 // whole kinds of events out, so that rare combinations come up. On the reference platform the same
 // things happen, and more that concerns only that.

@@ -3,21 +3,26 @@
 
 #include "lab/random/Sagas.h"
 
+#include <limits.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "common/text/Printable.h"
+#include "common/version/Version.h"
+#include "lab/base/Files.h"
 #include "lab/base/Jobs.h"
 #include "lab/base/Progress.h"
 #include "lab/base/Shared.h"
 #include "lab/base/Text.h"
 #include "lab/random/Shrink.h"
-#include "lab/random/Workshop.h"
+#include "lab/run/Workshop.h"
 #include "lab/scenario/Scenario.h"
 
 namespace lab {
@@ -32,20 +37,14 @@ static_assert(kSagaCrash + static_cast<int>(Violation::Kind::CRASH) == kSagaCras
               kSagaCrash + static_cast<int>(Violation::Kind::LIVENESS) == kSagaLiveness &&
               kSagaCrash + static_cast<int>(Violation::Kind::RULE) == kSagaRule);
 
-struct Finding {
-    int status;
-    size_t boot;  // from 1; 0: none of them
-    std::string text;
-};
-
 // The worst violation, and of equals the first; nothing when every rule held.
-std::optional<Finding> judge(const ScenarioRun& run) {
-    std::optional<Finding> worst;
+std::optional<SagaFinding> judge(const ScenarioRun& run) {
+    std::optional<SagaFinding> worst;
     const std::vector<BootOutcome>& boots = run.outcomes();
     for (size_t i = 0; i < boots.size(); ++i) {
         for (const Violation& violation : boots[i].violations) {
             const int status = kSagaCrash + static_cast<int>(violation.kind);
-            if (!worst || status < worst->status) worst = {status, i + 1, violation.text};
+            if (!worst || status < worst->status) worst = {status, 0, i + 1, violation.text};
         }
     }
     return worst;
@@ -56,132 +55,131 @@ void print(const std::string& line) {
     fflush(stdout);
 }
 
-// A broken rule as one number, lower for a worse one, and of equals for an earlier scenario.
-constexpr int kIndexBits = 56;
-constexpr uint64_t kNoneBroken = UINT64_MAX;
-
-uint64_t rankOf(int status, uint64_t index) {
-    return static_cast<uint64_t>(status) << kIndexBits | index;
-}
-
 // Sums of all processes.
 struct Tally {
     std::atomic<uint64_t> boots{0};
     std::atomic<uint64_t> deviceSeconds{0};
-    std::atomic<uint64_t> twice{0};   // scenarios
+    std::atomic<uint64_t> twice{0};  // scenarios
+    std::atomic<uint64_t> fingerprint{0};
     std::atomic<uint64_t> broken{0};  // likewise
-    std::atomic<uint64_t> worst{kNoneBroken};
+    std::atomic<int> worst{INT_MAX};  // status
 
-    bool becomesWorst(uint64_t rank) {
-        for (uint64_t least = worst; rank < least;) {
-            if (worst.compare_exchange_weak(least, rank)) return true;
+    bool becomesWorst(int status) {
+        for (int least = worst; status < least;) {
+            if (worst.compare_exchange_weak(least, status)) return true;
         }
         return false;
     }
 };
 
+// Whether a run of the scenario's file shows what the search has seen; not where it can't be run.
+bool repeats(const Scenario& scenario, int status, const std::string& folder) {
+    const std::string file = folder + "/file-" + std::to_string(getpid()) + ".yaml";
+    try {
+        writeScenario(scenario, file);
+        return runAgain(readScenario(file), folder) == status;
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
 class Search {
 public:
-    Search(const SagaOrder& order, const std::string& folder)
+    Search(const SagaOrder& order, SagaResult result, const std::string& folder)
         : mOrder(order),
+          mResult(std::move(result)),
           mFolder(folder),
-          mProgress("scenarios", order.count),
-          mJobs(order.count, order.jobs,
-                [this](uint64_t index) { return "seed " + std::to_string(mOrder.seed + index); }) {}
+          mProgress("scenarios", mResult.last() - mResult.first()),
+          mJobs(mResult.last() - mResult.first(), order.jobs,
+                [this](uint64_t task) { return "seed " + std::to_string(seedOf(task)); }) {}
 
-    int run() {
-        print(format("%s scenarios from seed %s on, %d at a time",
-                     std::to_string(mOrder.count).c_str(), std::to_string(mOrder.seed).c_str(),
-                     mOrder.jobs));
+    SagaResult run() {
         const auto started = std::chrono::steady_clock::now();
         const Jobs::Outcome jobs = mJobs.run([this] {
             Workshop workshop(mFolder);
-            mJobs.forEachTask([&](uint64_t index) { runOne(workshop, index); });
+            mJobs.forEachTask([&](uint64_t task) { runOne(workshop, seedOf(task)); });
         });
         mProgress.clear();
-        printSums(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
-        if (jobs.notRun > 0) print(std::to_string(jobs.notRun) + " scenarios could not be run");
-        if (jobs.failed > 0) print(format("%d of %d jobs failed", jobs.failed, mOrder.jobs));
-        if (mTally->worst == kNoneBroken) {
-            print(jobs.allRun() ? "every rule held" : "every rule held in those that were run");
-            return jobs.allRun() ? 0 : kSagaNotRun;
+        mResult.seconds =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        mResult.bootsRun = mTally->boots;
+        mResult.deviceSeconds = mTally->deviceSeconds;
+        mResult.twice = mTally->twice;
+        mResult.fingerprint = mTally->fingerprint;
+        mResult.notRun = jobs.notRun;
+        mResult.failedJobs = static_cast<uint64_t>(jobs.failed);
+        for (const std::string& line : linesOf(readFileOr(findingsFile(), ""))) {
+            mResult.add(findingFrom(line));
         }
-        print(std::to_string(mTally->broken) + " scenarios broke a rule");
-        return explainWorst();
+        return mResult;
+    }
+
+    // The scenario of the worst finding as a file, reduced; where that can be seen in a single run.
+    void explainWorst() const {
+        const SagaFinding& worst = mResult.findings.front();
+        if (worst.status == kSagaNotRepeated) return;
+        Scenario scenario = randomScenario(worst.seed, mOrder.boots, mOrder.platform);
+        if (worst.status != kSagaDifferent) {
+            const size_t boots = scenario.boots.size();
+            scenario = shrink(std::move(scenario), [&](const Scenario& candidate) {
+                return repeats(candidate, worst.status, mFolder);
+            });
+            print(format("seed %ju: reduced from %zu boots to %zu", worst.seed, boots,
+                         scenario.boots.size()));
+        }
+        writeScenario(scenario, mFolder + "/out/" + kSagaScenario);
     }
 
 private:
-    Scenario scenario(uint64_t index) const {
-        return randomScenario(mOrder.seed + index, mOrder.boots, mOrder.platform);
+    uint64_t seedOf(uint64_t task) const {
+        return mOrder.seed + mResult.first() + task;
     }
 
     // Now and then twice.
-    void runOne(Workshop& workshop, uint64_t index) {
-        const Scenario made = scenario(index);
-        const bool twice = index % kTwice == 0;
+    void runOne(Workshop& workshop, uint64_t seed) {
+        const Scenario made = randomScenario(seed, mOrder.boots, mOrder.platform);
+        const bool twice = (seed - mOrder.seed) % kTwice == 0;
         const Keep keep = twice ? Keep::FINGERPRINT : Keep::TRACE;
         const ScenarioRun& run = workshop.run(made, keep);
         for (const BootOutcome& outcome : run.outcomes()) {
             ++mTally->boots;
             mTally->deviceSeconds += static_cast<uint64_t>(outcome.endedAt / 1000);
         }
-        std::optional<Finding> finding = judge(run);
+        mProgress.add(run.outcomes().size());
+        std::optional<SagaFinding> finding = judge(run);
+        if (finding && !repeats(made, finding->status, mFolder)) finding->status = kSagaNotRepeated;
         if (!finding && twice) {
             ++mTally->twice;
             const uint64_t fingerprint = run.fingerprint();
+            mTally->fingerprint += fingerprint;
             if (workshop.run(made, keep).fingerprint() != fingerprint) {
-                finding = {kSagaDifferent, 0, "a second run did something else"};
+                finding = {kSagaDifferent, 0, 0, "a second run did something else"};
             }
         }
-        if (finding) add(*finding, index);
-        mProgress.add(run.outcomes().size());
+        if (!finding) return;
+        finding->seed = seed;
+        add(*finding);
     }
 
-    void add(const Finding& finding, uint64_t index) {
+    void add(const SagaFinding& finding) {
+        appendFile(findingsFile(), lineOf(finding) + "\n");
         mProgress.object();
-        const bool worst = mTally->becomesWorst(rankOf(finding.status, index));
+        const bool worst = mTally->becomesWorst(finding.status);
         if (mTally->broken++ < kPrinted || worst) {
             mProgress.clear();
-            print("seed " + std::to_string(mOrder.seed + index) + ", boot " +
-                  std::to_string(finding.boot) + ": " + finding.text);
+            print(format("seed %ju, boot %ju: ", finding.seed, finding.boot) + finding.text +
+                  (finding.status == kSagaNotRepeated ? " (but not when run again)" : ""));
         }
         if (mOrder.untilBroken) mJobs.stop();
     }
 
-    void printSums(double seconds) {
-        const auto boots = static_cast<double>(mTally->boots);
-        print(
-                format("%.0f boots in %.1f s: %.0f a second, %.0f times as fast as real time; %.0f "
-                       "scenarios run twice",
-                       boots, seconds, boots / seconds,
-                       static_cast<double>(mTally->deviceSeconds) / seconds,
-                       static_cast<double>(mTally->twice)));
-    }
-
-    // Writes the worst scenario, shrunk where that can be seen in a single run; gives its status.
-    int explainWorst() {
-        const auto status = static_cast<int>(mTally->worst >> kIndexBits);
-        const uint64_t index = mTally->worst & ((uint64_t{1} << kIndexBits) - 1);
-        Scenario worst = scenario(index);
-        std::string what = "as it was made up";
-        if (status != kSagaDifferent) {
-            const size_t boots = worst.boots.size();
-            Workshop workshop(mFolder);
-            worst = shrink(std::move(worst), [&](const Scenario& candidate) {
-                const auto finding = judge(workshop.run(candidate, Keep::TRACE));
-                return finding && finding->status == status;
-            });
-            what = format("reduced from %zu boots to %zu", boots, worst.boots.size());
-        }
-        const std::string name = "/saga-" + std::to_string(mOrder.seed + index) + ".yaml";
-        writeScenario(worst, mFolder + "/out" + name);
-        const std::string path = mOrder.out + name;
-        print(path + ": " + what + "; bootvigil-lab run " + path + " shows it");
-        return status;
+    // The jobs' findings, a line each.
+    std::string findingsFile() const {
+        return mFolder + "/findings";
     }
 
     const SagaOrder& mOrder;
+    SagaResult mResult;
     const std::string& mFolder;
     Progress mProgress;
     Jobs mJobs;
@@ -190,8 +188,28 @@ private:
 
 }  // namespace
 
-int runSagas(const SagaOrder& order, const std::string& folder) {
-    return Search(order, folder).run();
+void runSagas(const SagaOrder& order, const std::string& folder) {
+    SagaResult result;
+    result.version = kVersion;
+    result.seed = order.seed;
+    result.count = order.count;
+    result.boots = kBootsNames[static_cast<size_t>(order.boots)];
+    result.platform = kPlatformNames[static_cast<size_t>(order.platform)];
+    result.part = order.part;
+    result.parts = order.parts;
+    print(format("%ju scenarios from seed %ju on, %d at a time", result.last() - result.first(),
+                 order.seed + result.first(), order.jobs));
+    makeFolders(folder + "/out");
+    Search search(order, std::move(result), folder);
+    result = search.run();
+    writeResult(result, folder + "/out/" + kSagaResult);
+    if (!result.findings.empty()) search.explainWorst();
+}
+
+int runAgain(const Scenario& scenario, const std::string& folder) {
+    Workshop workshop(folder);
+    const std::optional<SagaFinding> finding = judge(workshop.run(scenario, Keep::LOG));
+    return finding ? finding->status : 0;
 }
 
 }  // namespace lab

@@ -8,30 +8,31 @@
 #include <string>
 
 #include "lab/random/RandomScenario.h"
+#include "lab/random/SagaResult.h"
+#include "lab/scenario/Scenario.h"
 
 namespace lab {
 
 struct SagaOrder {
     uint64_t seed = 1;   // of the first scenario; the others follow
     uint64_t count = 1;  // scenarios
-    int jobs = 1;        // processes
+    uint64_t part = 1, parts = 1;
+    int jobs = 1;  // processes
     Boots boots = Boots::ALL;
     PlatformKind platform = PlatformKind::BARE;
     bool untilBroken = false;  // start no scenario after the first broken rule
-    std::string out;           // where a scenario that breaks a rule is to lie in the end
 };
 
-// Exit statuses. Of those from 10 on the lowest counts: a crash comes before a boot that does not
-// end as it must, and that before another broken rule.
-constexpr int kSagaNotRun = 1;  // no rule was broken, but a scenario or a whole job failed
-constexpr int kSagaCrash = 10;
-constexpr int kSagaLiveness = 11;
-constexpr int kSagaRule = 12;
-constexpr int kSagaDifferent = 13;  // two runs of one scenario differed
+// What a search leaves in its folder.
+constexpr char kSagaResult[] = "result.json";
+constexpr char kSagaScenario[] = "worst.yaml";  // the worst finding, reduced; where it repeats
 
-// Runs in the cage, of which `folder` is given; a scenario to keep is left below "out" in it.
-// Prints how it went and what was broken; gives 0 or a status above. Throws std::runtime_error when
-// nothing can be run.
-int runSagas(const SagaOrder& order, const std::string& folder);
+// Runs in the cage, of which `folder` is given, and prints each rule that is broken. The result is
+// left in the folder `out` in there. Throws std::runtime_error when nothing can be run.
+void runSagas(const SagaOrder& order, const std::string& folder);
+
+// Runs a scenario as `bootvigil-lab run` does, in the cage. Gives the status of the worst that the
+// rules have against it, 0 for nothing. Throws std::runtime_error where it can't be run.
+int runAgain(const Scenario& scenario, const std::string& folder);
 
 }  // namespace lab

@@ -22,7 +22,7 @@ DaemonModel::DaemonModel(const BootObservation& boot)
 
 void DaemonModel::beforeMessages() {
     if (number("persist.sys.bootvigil.debug.startbootvigil") != 0) return;
-    if (!cannotOpen(kBootMonitor)) expectAct(TraceEvent::MONITOR, "");
+    expectAct(TraceEvent::MONITOR, "", cannotOpen(kBootMonitor));
 }
 
 void DaemonModel::post(int what, int64_t seconds) {

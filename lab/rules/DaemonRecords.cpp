@@ -67,9 +67,13 @@ void DaemonModel::backUp() {
 
 // The wizard was slow, not stuck: the failure is taken back.
 void DaemonModel::revert() {
+    if (!exists(kRecord) || says("read open " + kRecord + " failed", false, cannotOpen(kRecord)) ||
+        says("no line in " + kRecord, content(kRecord).empty(), excused(kRecord)) ||
+        says("write open " + kRecord + " failed", false, excused(kRecord))) {
+        return;
+    }
     std::vector<std::string> lines = linesOf(content(kRecord));
-    if (lines.empty()) return;
-    lines.pop_back();
+    if (!lines.empty()) lines.pop_back();
     std::string rest;
     for (const std::string& line : lines) rest += line + "\n";
     write(kRecord, rest);
@@ -118,8 +122,8 @@ void DaemonModel::capture(Wanted wanted) {
         const auto made = requests.lower_bound(start);
         if ((!mFaults.empty() || mNoSpace) && made != requests.end() && startsWith(*made, start)) {
             requests.erase(made);
-        } else if (!cannotOpen(kKelRequestFile)) {
-            expectAct(TraceEvent::REQUEST, start + wanted.note);
+        } else {
+            expectAct(TraceEvent::REQUEST, start + wanted.note, cannotOpen(kKelRequestFile));
         }
         journal("KEL capture log");
         mCaptureState = 1;
@@ -183,7 +187,7 @@ void DaemonModel::journal(const std::string& text) {
 // Whether a capture has left nothing in the folder; says so then.
 bool DaemonModel::isMissing(const std::string& folder, const std::string& part,
                             const std::string& line) {
-    if (!says(line, !hasEntry(folder, part), mNoSpace)) {
+    if (!says(line, !hasEntry(folder, part), mNoSpace || mNoMemory)) {
         ++mFoldersOpen;  // the daemon's own leak
         return false;
     }

@@ -54,7 +54,7 @@ void DaemonModel::removeHistory() {
 bool DaemonModel::runRecovery() {
     const bool allowed = !disabled() && mReason != 0;
     const bool unread = cannotOpen(kHistory) && take("read open " + kHistory + " failed");
-    const bool known = mUnsure.count(kHistory) == 0 && !mNoMemory;  // how far the walk is
+    const bool known = mUnsure.count(kHistory) == 0;  // how far the walk is
     // After a reset the walk starts again.
     if (allowed && !mFirstBoot &&
         says("clean Recovery History.", lastAction() == kReset, !known || unread)) {

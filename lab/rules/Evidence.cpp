@@ -41,6 +41,7 @@ void Evidence::openMessage(size_t from, size_t to) {
     mTo = to;
     mLogs.clear();
     mActs.clear();
+    mNoMemory = false;
     mNow = from < to ? mSeen.events[from].ms : 0;
     for (size_t i = from; i < to; ++i) {
         const TraceEvent& event = mSeen.events[i];
@@ -71,7 +72,6 @@ void Evidence::closeMessage() {
     for (const auto& [kind, texts] : mActs) {
         for (const std::string& text : texts) broken("must not " + kVerbs.at(kind) + text);
     }
-    if (mNoMemory) return;
     for (const std::string& line : mLogs) {
         if (std::regex_search(line, kNeedsARule, std::regex_constants::match_continuous)) {
             broken("must not say \"" + line + "\"");
@@ -80,7 +80,7 @@ void Evidence::closeMessage() {
 }
 
 bool Evidence::decide(bool predicted, bool observed, bool excused, const std::string& what) {
-    if (predicted != observed && !excused && !mNoMemory && !(mCutShort && !observed)) {
+    if (predicted != observed && !excused && !(mCutShort && !observed)) {
         broken(what + (observed ? ", which must not be" : " is missing"));
     }
     return observed || (mCutShort && predicted);
@@ -103,11 +103,11 @@ bool Evidence::says(const std::string& start, bool predicted, bool excused) {
     return decide(predicted, take(start).has_value(), excused, "\"" + start + "\"");
 }
 
-void Evidence::expectAct(TraceEvent::Kind kind, const std::string& text) {
+void Evidence::expectAct(TraceEvent::Kind kind, const std::string& text, bool excused) {
     const auto found = mActs[kind].find(text);
     if (found != mActs[kind].end()) {
         mActs[kind].erase(found);
-    } else if (!mCutShort && !mNoMemory) {
+    } else if (!mCutShort && !excused) {
         broken("must " + kVerbs.at(kind) + text + ", and does not");
     }
 }
@@ -139,14 +139,13 @@ void Evidence::checkOperation(std::string operation, bool injected) {
     }
 }
 
-// The folders are counted when the message is done. Where memory is short, what is open may stay
-// so.
+// The folders are counted when the message is done.
 void Evidence::checkIdle(const std::string& held) {
     int files = 0;
     int folders = 0;
     int zombies = 0;
     sscanf(held.c_str(), "files=%d folders=%d zombies=%d", &files, &folders, &zombies);
-    if (!mNoMemory && (files > 0 || zombies > 0 || folders > mFoldersOpen + 1)) {
+    if (files > 0 || zombies > 0 || folders > mFoldersOpen + 1) {
         broken("leaves open or unreaped: " + held);
     }
 }

@@ -41,7 +41,7 @@ protected:
     // The same where the rules say whether there must be one.
     bool says(const std::string& start, bool predicted, bool excused = false);
     // Takes an act that must have been seen.
-    void expectAct(TraceEvent::Kind kind, const std::string& text);
+    void expectAct(TraceEvent::Kind kind, const std::string& text, bool excused = false);
 
     const BootObservation& mSeen;
     std::vector<Violation> mViolations;
@@ -55,8 +55,8 @@ protected:
     bool mCutShort = false;  // the process ended in the middle of it
 
     // What excuses deviations.
-    bool mNoSpace = false;  // or no writing at all
-    bool mNoMemory = false;
+    bool mNoSpace = false;   // or no writing at all
+    bool mNoMemory = false;  // for something in this message
     bool cannotOpen(const std::string& path) const {
         return mUnopened.count(path) > 0 || mNoMemory;
     }

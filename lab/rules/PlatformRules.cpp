@@ -15,7 +15,7 @@ namespace lab {
 
 namespace {
 
-constexpr int64_t kDay = 24 * 60 * 60 * 1000;
+constexpr int64_t kDay = int64_t{24} * 60 * 60 * 1000;
 constexpr int64_t kBetweenBoots = 60000;
 constexpr size_t kKeptLines = 200;
 constexpr size_t kKeptCaptures = 3;

@@ -31,6 +31,7 @@ public:
         walk();
         mNow = mSeen.endedAt;
         checkEnd();
+        mNoMemory = false;
         checkFiles();
         if (!mSeen.boot.partitionAbsent) {
             checkRecords();
@@ -85,7 +86,7 @@ private:
         const auto next = mPending.begin();
         const bool isNext = next != mPending.end() && next->second == what;
         // The looper's list keeps a message that it lacks the memory to take out.
-        const bool again = mNoMemory && what == mLastWhat && event.ms == mLastEnd;
+        const bool again = mFaults.count("malloc") > 0 && what == mLastWhat && event.ms == mLastEnd;
         if (isNext && (next->first <= event.ms || !again)) {
             checkTime(index, what, next->first);
             mPending.erase(next);
@@ -190,8 +191,8 @@ private:
         }
     }
 
-    // Even where something failed, a line is an earlier one, a new one, or one of these cut; what
-    // was cut in an earlier boot may have been written on.
+    // Even where something failed, a line is an earlier one or a new one, and whole; the last may
+    // be cut. What was cut in an earlier boot may have been written on.
     void checkRecords() {
         const auto after = lookUp(mSeen.filesAfter, kRecord);
         if (!after || mIgnored.count(kRecord) > 0) return;
@@ -200,10 +201,13 @@ private:
         // The world may have written it too.
         const std::vector<std::string> allowed =
                 linesOf(old + "\n" + content(kRecord) + "\n" + mRecordLines);
-        for (const std::string& line : linesOf(*after)) {
+        const std::vector<std::string> lines = linesOf(*after);
+        for (const std::string& line : lines) {
+            const bool last = &line == &lines.back();
             const bool explained =
                     std::any_of(allowed.begin(), allowed.end(), [&](const std::string& one) {
-                        return startsWith(one, line) || startsWith(cut + one, line);
+                        return line == one || line == cut + one ||
+                               (last && (startsWith(one, line) || startsWith(cut + one, line)));
                     });
             if (!explained) broken(kRecord + " holds a line of nobody: " + line);
         }

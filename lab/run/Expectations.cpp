@@ -53,8 +53,7 @@ std::string compareText(const std::string& expected, const std::string& actual) 
 Lines compareBoot(const Boot& boot, const std::vector<Record>& records, int number) {
     Lines effects;
     Lines log;
-    for (const Record& record : records) {
-        if (record["boot"] != number) continue;
+    for (const Record& record : recordsOfBoot(records, number)) {
         if (const auto line = effectLine(record)) effects.push_back(*line);
         if (record["kind"] != "log") continue;
         std::string text = record["text"];

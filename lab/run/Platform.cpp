@@ -84,6 +84,7 @@ Platform::Platform(const Scenario& device, const DeviceRoot& root)
 }
 
 void Platform::startBoot(const Boot& boot) {
+    mClock = boot.clock.value_or(mClock);
     if (mDevice.partitionSize) mRoot.makePartitionWritable();
     const InsideRoot inside(mRoot);
     clearLastBoot();

@@ -139,7 +139,7 @@ void ScenarioRun::run() {
         } catch (const std::runtime_error& error) {
             throw std::runtime_error("boot " + std::to_string(number) + ": " + error.what());
         }
-        if (mKeep == Keep::FINGERPRINT) addToFingerprint(process.trace());
+        if (mKeep != Keep::TRACE) addToFingerprint(process.trace());
         if (!reference) platform.endBoot(boot, outcome.endedAt);
         seen.events = process.trace().events();
         seen.end = outcome.end;

@@ -19,7 +19,7 @@ namespace lab {
 enum class Keep {
     LOG,          // the log of the run ("run.jsonl") and each boot's errors ("boot-1.stderr")
     TRACE,        // nothing but what the rules need; several hundred boots a second
-    FINGERPRINT,  // the same, and a sum of everything that the daemon did and left
+    FINGERPRINT,  // the same, and a sum of everything that the daemon did and left, as with LOG
 };
 
 // Runs a scenario. Everything is kept in `folder`, which must be missing or empty, and in whose
@@ -41,7 +41,7 @@ public:
     const DeviceRoot& root() const {
         return mRoot;
     }
-    // Equal for runs that did the same, call by call and byte by byte.
+    // Equal for runs that did the same, call by call and byte by byte; not of one with Keep::TRACE.
     uint64_t fingerprint() const {
         return mFingerprint;
     }

@@ -135,9 +135,9 @@ std::optional<std::string> effectLine(const Record& record) {
 std::vector<std::string> describeBoot(const std::vector<Record>& records, int boot, bool colour) {
     std::vector<std::pair<double, std::string>> lines;  // by time
     std::string title;
-    for (const Record& record : records) {
+    for (const Record& record : recordsOfBoot(records, boot)) {
         const std::string kind = record["kind"];
-        if (record["boot"] != boot || kind == "log") continue;
+        if (kind == "log") continue;
         const double seconds = record["t"];
         const auto add = [&](const std::string& what, const std::string& text) {
             lines.emplace_back(seconds, personLine(seconds, what, text, colour));

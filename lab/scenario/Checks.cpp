@@ -81,6 +81,7 @@ void checkChanges(const Scenario& scenario, const Node& changes) {
 void checkDates(const Scenario& scenario, const Node& boots) {
     int64_t clock = scenario.clock;
     for (size_t i = 0; i < scenario.boots.size(); ++i) {
+        clock = scenario.boots[i].clock.value_or(clock);
         for (const Change& change : scenario.boots[i].changes) {
             if (change.kind != Change::Kind::CLOCK) continue;
             clock += change.number;

@@ -5,11 +5,10 @@
 
 #include <stdexcept>
 
-#include "common/text/Printable.h"
 #include "lab/base/Files.h"
 #include "lab/scenario/Checks.h"
 #include "lab/scenario/ScenarioFields.h"
-#include "lab/scenario/YamlBounds.h"
+#include "lab/scenario/YamlFile.h"
 
 namespace lab {
 
@@ -17,20 +16,12 @@ namespace {
 
 constexpr size_t kMostWarnings = 20;
 
-std::string placed(const std::string& path, const YAML::Mark& mark, const std::string& text) {
-    return path + ":" + std::to_string(mark.line + 1) + ":" + std::to_string(mark.column + 1) +
-           ": " + text::printable(text);
-}
-
 }  // namespace
 
 Scenario readScenario(const std::string& path) {
     Scenario scenario;
     scenario.path = path;
-    try {
-        const std::string text = readFile(path, kMostYaml);
-        checkYamlBounds(text);
-        const YAML::Node node = YAML::Load(text);
+    readYaml(path, [&](const YAML::Node& node) {
         checkAmounts(node);
         scenarioFields().read(node, scenario);
         const auto warnings = warningsOf(node);
@@ -41,11 +32,7 @@ Scenario readScenario(const std::string& path) {
                                         " warnings, of which these are the first");
             break;
         }
-    } catch (const YAML::ParserException& error) {
-        throw std::runtime_error(placed(path, error.mark, "expected YAML: " + error.msg));
-    } catch (const YAML::Exception& error) {
-        throw std::runtime_error(placed(path, error.mark, error.msg));
-    }
+    });
     return scenario;
 }
 

@@ -71,8 +71,9 @@ constexpr const char* kPlatformNames[] = {"bare", "reference"};
 
 struct Boot {
     std::string about;
-    TextMap properties;  // set when this boot starts, over the device's
-    TextMap files;       // written before it starts, by device path
+    std::optional<time_t> clock;  // time of day at its start, UTC; unset: it goes on
+    TextMap properties;           // set when this boot starts, over the device's
+    TextMap files;                // written before it starts, by device path
     ProfileScript profile = ProfileScript::healthy();
     std::string profilePath = "/proc/bootprof";  // empty: the kernel shows none
     std::optional<std::string> profileText;      // shown all the time instead of `profile`

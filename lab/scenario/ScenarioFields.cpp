@@ -379,6 +379,9 @@ Fields<Boot> bootFields() {
     const Type<int64_t> absent = {"'absent'", kPartition.read, kPartition.write, {}, {kAbsent}};
     Fields<Boot> boot("a boot");
     boot.add("about", &Boot::about, kText, "a title");
+    boot.add("clock", &Boot::clock, kClock,
+             "a time of day like 2026-11-15 11:05:18; at its start, by default a minute after the "
+             "end of the boot before");
     boot.add("properties", &Boot::properties, mapOf(kProperty, kText),
              "properties; for this boot, over the device's");
     boot.add("files", &Boot::files, mapOf(kPath, kText), "files; written before the boot starts");

@@ -63,7 +63,7 @@ private:
         if (mBytes > kMostBytes) {
             throw YAML::Exception(mark,
                                   "too much to read: with what its aliases stand for, more "
-                                  "than a scenario's 64 MiB");
+                                  "than 64 MiB");
         }
     }
     void addScalar(const Mark& mark, anchor_t anchor, size_t size) {

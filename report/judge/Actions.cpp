@@ -21,6 +21,7 @@ namespace {
 constexpr int64_t kLongestJudging = 600;  // seconds, with something to spare
 
 constexpr const char* kNotKnown = "not known";
+constexpr const char* kEndedInCapture = "the daemon seems to have ended in the capture";
 
 Action none(const std::string& why) {
     return {0, Source::NONE, why};
@@ -44,7 +45,8 @@ std::optional<Action> actionOfLog(const Notice& notice) {
             case Said::NO_STEP:
                 return Action{0, Source::LOG, events[i].text};
             case Said::ENDED_EARLY:
-                return Action{0, Source::LOG, "the daemon ended before it: " + events[i].text};
+                return Action{0, Source::LOG, "the daemon ended before it: " + events[i].text,
+                              false, true};
             case Said::NOTICE:  // of the next failure
                 return std::nullopt;
             default:
@@ -139,7 +141,7 @@ std::string Actions::whyNothing(const Failure& failure, bool last) const {
             std::any_of(mReport.journal.begin(),
                         last ? mReport.journal.end() : mReport.journal.begin(),
                         [&](const JournalLine& line) { return isCaptureOf(line, failure); });
-    if (last && !captured) return "the daemon seems to have ended in the capture";
+    if (last && !captured) return kEndedInCapture;
     return "no action is remembered";
 }
 
@@ -157,6 +159,7 @@ void Actions::takeHistory(Episode& episode, const std::vector<Walk>& walks) cons
         } else {
             const bool last = i + 1 == episode.failures.size();
             episode.actions[i] = none(whyNothing(episode.failures[i], last));
+            episode.actions[i].endedEarly = episode.actions[i].whyNone == kEndedInCapture;
         }
     }
     // Steps of failures that no record tells of: the last one is still the last failure's.

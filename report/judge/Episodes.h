@@ -29,6 +29,7 @@ struct Action {
     Source source = Source::NONE;
     std::string whyNone;       // for mode 0
     bool switchedOff = false;  // recovery, for every failure of that reason
+    bool endedEarly = false;   // the daemon, as far as can be told, before it came to an action
 };
 
 enum class Outcome { OPEN, CURED, UNCLEAR };

@@ -16,8 +16,10 @@ namespace {
 
 std::vector<std::string> fieldsOf(const std::string& line) {
     std::vector<std::string> fields;
-    const auto take = [&](std::string_view field, size_t) { fields.emplace_back(field); };
-    cutFields(line + "|", "|", take, [](size_t) {});
+    const auto take = [&](std::string_view field, size_t) {
+        fields.emplace_back(trimField(field));
+    };
+    cutFields(line, "|", take, [](size_t) {});
     return fields;
 }
 

@@ -42,6 +42,35 @@ int openFiles() {
     return count;
 }
 
+TEST_F(UtilsTest, EventIsTheThirdPiece) {
+    // The text, or that it threw, and what was logged.
+    const auto outcomeOf = [this](auto read) {
+        Fields outcome;
+        try {
+            outcome.emplace_back(read());
+        } catch (const std::out_of_range&) {
+            outcome.emplace_back("throws");
+        }
+        const Fields log = takeLog();
+        outcome.insert(outcome.end(), log.begin(), log.end());
+        return outcome;
+    };
+    // Every text of up to six of these three, alone and where the line is long.
+    const std::string letters = " :a";
+    for (int i = 0; i < 1 << 12; ++i) {
+        std::string text;
+        for (int k = 0; k < 12; k += 2) text += letters.substr(i >> k & 3, 1);
+        for (const char* before : {"", "  12.345 : 408-vold  : b"}) {
+            const std::string line = before + text;
+            const Fields expected = outcomeOf([&] {
+                const Fields pieces = split(line, " :");
+                return pieces.size() < 3 ? "" : pieces[2];
+            });
+            EXPECT_EQ(outcomeOf([&] { return eventOf(line); }), expected) << line;
+        }
+    }
+}
+
 TEST_F(UtilsTest, SplitCutsTrimsAndDrops) {
     const struct {
         const char* text;

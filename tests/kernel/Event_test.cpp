@@ -28,7 +28,7 @@ std::vector<std::string> fieldsOf(const std::string& line) {
     bool whole = true;
     try {
         cutFields(
-                line + " :", " :", [&](auto field, size_t) { fields.emplace_back(field); },
+                line, " :", [&](auto field, size_t) { fields.emplace_back(trimField(field)); },
                 [&](size_t) { whole = false; });
     } catch (const std::out_of_range&) {
         whole = false;

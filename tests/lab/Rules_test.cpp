@@ -169,10 +169,36 @@ TEST(Rules, ExcuseOnlyWhatAFaultCanCause) {
     lost.addToPoll(Kind::FAULT, "open " + kFlag);
     EXPECT_EQ(lost.verdict(), "");
 
+    lost.addToPoll(Kind::FAULT, "malloc");
     lost.addToPoll(Kind::IDLE, "files=1 folders=0 zombies=0");
     expectObjection(lost, "leaves open");
     lost.addToPoll(Kind::PROPERTY, "sys.velas_recovery_reboot");
     expectObjection(lost, "must not set sys.velas_recovery_reboot");
+}
+
+// What a failed allocation excuses ends with its message, and is never an action.
+TEST(Rules, AskForTheLadderAfterAFailedAllocation) {
+    BootByHand boot;
+    boot.events.insert(boot.events.begin() + 6, {40000, Kind::FAULT, "malloc"});
+    EXPECT_EQ(boot.verdict(), "");
+    boot.filesBefore[kHistory] = "11d";
+    boot.add(170, Kind::PROPERTY, "sys.velas_recovery_reboot 1");
+    expectObjection(boot, "must not set sys.velas_recovery_reboot 1");
+    expectObjection(boot, "160.000 s: \"isRecoverySuccess mode=\" is missing");
+}
+
+// Lines of the record are whole; only the last one may be cut.
+TEST(Rules, ObjectToALineOfTheRecordThatIsCut) {
+    BootByHand boot;
+    boot.addToPoll(Kind::FAULT, "write");
+    boot.addToPoll(Kind::OPERATION, "1 write " + kRecord + " failed");
+    boot.filesBefore[kRecord] = "TIME:1\nTIME:22\n";
+    for (const char* whole : {"TIME:1\nTIME:22\n", "TIME:1\nTIME:2", "TIM", ""}) {
+        boot.filesAfter[kRecord] = whole;
+        EXPECT_EQ(boot.verdict(), "") << whole;
+    }
+    boot.filesAfter[kRecord] = "TIM\nTIME:22\n";
+    expectObjection(boot, "holds a line of nobody: TIM");
 }
 
 std::string verdictOf(const std::vector<Violation>& violations) {

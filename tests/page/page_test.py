@@ -186,6 +186,19 @@ class GivenPage(BrowserTest):
             self.until("document.querySelector('.row.current')", words)
             self.assertEqual(self.script("return document.querySelector('.row.current .text').textContent"), expected)
 
+    def test_lines_of_a_log_elsewhere_lead_to_their_event(self):
+        def place(line):
+            return {"file": "run.jsonl", "line": line}
+
+        events = [{"t": t, "kind": "poll", "text": f"event {t}", "place": place(t + 1)} for t in range(900)]
+        boots = [{"title": "boot 1", "events": []}, {"title": "boot 2", "events": events}]
+        lines = [dict(place(701), text="there"), dict(place(5000), text="not an event")]
+        self.open({"answers": {"why": {"text": "", "lines": lines}}, "boots": boots}, [])
+        self.assertEqual(self.texts(".answers a"), ["run.jsonl, line 701"])
+        self.browser.find_element("link text", "run.jsonl, line 701").click()
+        self.assertIn("event 700", self.element("boot").find_element("css selector", "tr.wanted").text)
+        self.until("document.querySelector('tr.wanted').getBoundingClientRect().top < innerHeight", "the row is seen")
+
     def test_fits_and_names_all_milestones(self):
         long = json.loads(REPORT.search(self.page)[1], object_hook=lambda one: {
             key: value + "x" * 300 if isinstance(value, str) and key != "kind" else value for key, value in one.items()})

@@ -5,7 +5,7 @@ import { bar, outcomeLabel } from "./bar.js";
 import { boots, headline, isCrowd, seconds } from "./boots.js";
 import { asText, byId, count, el, fill, fold, nothing, plural, text, visible } from "./dom.js";
 import { milestoneTable } from "./milestones.js";
-import { placeLink } from "./places.js";
+import { hasLog, isAt, placeLink, placeName } from "./places.js";
 import { Scale } from "./scale.js";
 import { table } from "./tables.js";
 
@@ -14,19 +14,23 @@ const when = (event) => (event.until > event.t
 const what = (event) => (event.polls > 1
     ? `${event.polls} polls, ${event.text.replace(/^last event/, "last event unchanged")}` : event.text);
 
-function eventTable(boot) {
+const lineOf = ({ file, line }) => (hasLog(file) ? placeLink(file, line) : placeName(file, line));
+
+// With the event that is wanted marked, if one is.
+function eventTable(boot, wanted) {
     const columns = [
         ["Seconds", when, "number"],
         ["What", (event) => what(event) || event.kind],
         ["Kind", (event) => event.kind],
         ["Clock", (event) => event.clock, "time"],
-        ["Line", (event) => (text(event.place.file) ? placeLink(event.place.file, event.place.line) : "")],
+        ["Line", (event) => lineOf(event.place)],
     ];
     const caption = `Since the daemon's start${boot.begin ? `; begun ${asText(boot.begin)}` : ""}`;
-    return table(caption, columns, boot.events, { style: "stack" });
+    const rowClass = (event) => (event === wanted ? "wanted" : "");
+    return table(caption, columns, boot.events, { style: "stack", rowClass, least: boot.events.indexOf(wanted) + 1 });
 }
 
-export function chooseBoot(place, goThere = false) {
+export function chooseBoot(place, goThere = false, wanted = null) {
     const boot = boots[Math.min(Math.max(0, place), boots.length - 1)];
     byId("boot-number").value = String((boot?.place ?? 0) + 1);
     byId("boot-title").textContent = visible(boot?.name ?? "Milestones");
@@ -38,14 +42,22 @@ export function chooseBoot(place, goThere = false) {
     }
     const milestones = milestoneTable(boot);
     if (milestones) nodes.push(isCrowd ? fold("Milestones", milestones) : milestones);
-    if (boot?.events.length) nodes.push(fold(plural(boot.events.length, "event"), eventTable(boot)));
+    if (boot?.events.length) nodes.push(fold(plural(boot.events.length, "event"), eventTable(boot, wanted)));
     fill("boot", ...(nodes.length ? nodes : [nothing()]));
     if (!goThere) return;
     byId("boot").scrollIntoView();
     byId("boot-title").focus({ preventScroll: true });
 }
 
+function showEvent({ detail: { boot, file, line } }) {
+    chooseBoot(boot, true, boots[boot].events.find(isAt(file, line)));
+    const row = byId("boot").querySelector(".wanted");
+    row.closest("details").open = true;
+    row.scrollIntoView({ block: "center" });
+}
+
 export function showBoot() {
+    document.addEventListener("event-wanted", showEvent);
     const number = byId("boot-number");
     number.max = String(boots.length);
     number.addEventListener("change", () => chooseBoot((Math.round(Number(number.value)) || 1) - 1));

@@ -14,8 +14,9 @@ function makeRow(columns, item, rowClass) {
     return el("tr", { class: rowClass(item) }, ...cells);
 }
 
-// A column is a title, what it shows of an item (a value or an element) and its class.
-export function table(caption, columns, items, { rowClass = () => "", style = "" } = {}) {
+// A column is a title, what it shows of an item (a value or an element) and its class. At the least
+// so many rows are there at once.
+export function table(caption, columns, items, { rowClass = () => "", style = "", least = 0 } = {}) {
     if (items.length === 0) return nothing();
     const head = columns.map(([title, , kind]) => el("th", { scope: "col", class: kind ?? "" }, title));
     const body = el("tbody");
@@ -31,6 +32,6 @@ export function table(caption, columns, items, { rowClass = () => "", style = ""
     };
     more.addEventListener("click", showMore);
     box.append(more);
-    showMore();
+    do showMore(); while (body.rows.length < least);
     return box;
 }

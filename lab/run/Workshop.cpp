@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs scenarios, one after the other, in the cage.
 
-#include "lab/random/Workshop.h"
+#include "lab/run/Workshop.h"
 
 #include <sys/mount.h>
 #include <unistd.h>
