@@ -84,11 +84,11 @@ std::string asEvent(std::string text) {
     return text;
 }
 
+// Ten digits at most, as the driver takes them.
 bool readTime(const std::string& message, uint64_t& ms) {
-    char* end = nullptr;
-    ms = strtoull(message.c_str(), &end, 10);
-    return !message.empty() && message.size() <= 10 && *end == '\0' &&
-           message.find_first_not_of("0123456789") == std::string::npos;
+    if (message.empty() || message.size() > 10) return false;
+    ms = strtoull(message.c_str(), nullptr, 10);
+    return message.find_first_not_of("0123456789") == std::string::npos;
 }
 
 std::string lineOf(uint64_t ms, pid_t pid, const char* process, const std::string& event) {
