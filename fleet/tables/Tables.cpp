@@ -243,6 +243,7 @@ private:
         if (changes.software.empty() || changes.before.empty() || mNames.empty()) return;
         std::vector<Difference> list = differences();
         std::vector<Difference*> all;
+        all.reserve(list.size());
         for (Difference& difference : list) all.push_back(&difference);
         changes.tests = test(all, mChoice.level);
         std::sort(list.begin(), list.end(), isSurer);
@@ -296,6 +297,7 @@ private:
             all.some += number(row, 2);
         }
         std::vector<Difference> list;
+        list.reserve(shares.size());
         for (const auto& [name, share] : shares) {
             list.push_back({name,
                             "",
