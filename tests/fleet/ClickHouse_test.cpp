@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of what becomes of a text in a query for ClickHouse. Its answers are tested on real servers.
+// Tests of what becomes of a text in a query for ClickHouse. Its answers are tested on real
+// servers.
 
 #include "fleet/store/ClickHouse.h"
 
