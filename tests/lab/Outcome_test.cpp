@@ -14,7 +14,7 @@ using lab::Record;
 
 // "250 log TEXT" or "250 record {...}"; the log may leave out what it begins with.
 std::vector<Record> recordsOf(const std::vector<std::string>& lines) {
-    std::vector<Record> records = {{{"t", 0}, {"boot", 2}, {"kind", "killed"}, {"signal", 9}}};
+    std::vector<Record> records;
     for (const std::string& line : lines) {
         const size_t kind = line.find(' ') + 1;
         const size_t rest = line.find(' ', kind) + 1;
@@ -28,6 +28,7 @@ std::vector<Record> recordsOf(const std::vector<std::string>& lines) {
         }
         records.push_back(record);
     }
+    records.push_back({{"t", 0}, {"boot", 2}, {"kind", "killed"}, {"signal", 9}});
     return records;
 }
 

@@ -91,7 +91,8 @@ TEST_F(SagaTest, RulesHoldWhicheverCallFails) {
         const int64_t most = call == Fault::Call::OPEN ? 60 : 250;
         for (int64_t nth = 1; nth <= most; nth += kSanitized ? 9 : 1) {
             boot.faults = {{call, nth, 1}};
-            for (const Violation& violation : runBoots(scenario)->outcomes()[0].violations) {
+            const auto run = runBoots(scenario);
+            for (const Violation& violation : run->outcomes()[0].violations) {
                 ADD_FAILURE() << kCallNames[static_cast<size_t>(call)] << " " << nth << ": "
                               << violation.text;
             }
@@ -116,7 +117,8 @@ TEST_F(SagaTest, FirstBootThatStartsTwiceIsStillOne) {
     Scenario scenario;
     scenario.files[kHistory] = "22d";
     scenario.boots.emplace_back().faults = {{Fault::Call::MALLOC, 1, 1}};
-    for (const Violation& violation : runBoots(scenario)->outcomes()[0].violations) {
+    const auto run = runBoots(scenario);
+    for (const Violation& violation : run->outcomes()[0].violations) {
         ADD_FAILURE() << violation.text;
     }
 }
