@@ -89,6 +89,59 @@ int64_t countOperations(const std::vector<TraceEvent>& events) {
     });
 }
 
+// What a scenario's platform does before and after the daemon.
+class Around {
+public:
+    Around(const Scenario& scenario, DeviceRoot& root, RunLog* log)
+        : platform(scenario, root), mScenario(scenario), mRoot(root), mRules(scenario) {
+        if (scenario.platform == PlatformKind::REFERENCE) mReference.emplace(root, log);
+    }
+
+    void prepare(const Boot& boot) {
+        platform.startBoot(boot);
+        mViolations.clear();
+        if (!mReference) return;
+        const TextMap before = filesKept(mRoot);
+        mReference->prepare(mScenario, boot, platform.clock());
+        if (mScenario.partitionAbsent || boot.partitionAbsent) return;
+        mViolations = mRules.checkPrepared(before, filesKept(mRoot));
+    }
+
+    bool leavesFiles() const {
+        return !mReference;
+    }
+
+    void recordPrepared() {
+        if (mReference) mReference->recordPrepared();
+    }
+
+    // The bare platform ends the boot with the daemon, the reference one when it has answered.
+    void end(const Boot& boot, const BootOutcome& outcome) {
+        if (!mReference) platform.endBoot(boot, outcome.endedAt);
+    }
+
+    // With the violations of the platform's rules.
+    void answer(const Boot& boot, const std::vector<TraceEvent>& events, BootOutcome& outcome) {
+        if (!mReference) return;
+        const bool over = outcome.end == BootObservation::End::CUT_OFF ||
+                          outcome.end == BootObservation::End::STILL_RUNNING;
+        const PlatformActs acts =
+                mReference->finish(mScenario, boot, events, {outcome.endedAt, over});
+        add(mViolations, mRules.checkActs(boot, acts, filesKept(mRoot)));
+        add(outcome.violations, mViolations);
+        platform.endBoot(boot, acts.endedAt);
+    }
+
+    Platform platform;
+
+private:
+    const Scenario& mScenario;
+    DeviceRoot& mRoot;
+    PlatformRules mRules;
+    std::optional<ReferencePlatform> mReference;
+    std::vector<Violation> mViolations;  // of this boot
+};
+
 }  // namespace
 
 ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Keep keep,
@@ -101,46 +154,30 @@ ScenarioRun::ScenarioRun(const Scenario& scenario, const std::string& folder, Ke
 }
 
 void ScenarioRun::run() {
-    Platform platform(mScenario, mRoot);
     RunLog* const log = mLog ? &*mLog : nullptr;
+    Around around(mScenario, mRoot, log);
+    const Platform& platform = around.platform;
     BootProcess process(mScenario, mRoot, log);
-    std::optional<ReferencePlatform> reference;
-    if (mScenario.platform == PlatformKind::REFERENCE) reference.emplace(mRoot, log);
-    PlatformRules platformRules(mScenario);
     std::optional<TextMap> filesLeft;  // by the boot before
     for (const Boot& boot : mScenario.boots) {
-        const int number = static_cast<int>(mOutcomes.size()) + 1;
-        platform.startBoot(boot);
-        std::vector<Violation> violations;  // by the platform
-        if (reference) {
-            const TextMap before = filesKept(mRoot);
-            reference->prepare(mScenario, boot, platform.clock());
-            if (!mScenario.partitionAbsent && !boot.partitionAbsent) {
-                violations = platformRules.checkPrepared(before, filesKept(mRoot));
-            }
-        }
+        around.prepare(boot);
         BootObservation seen(mScenario, boot);
         seen.clock = platform.clock();
         seen.console = platform.lastConsole();
         seen.properties = platform.properties();
         // Most boots find what the one before left.
-        const bool found = filesLeft && boot.files.empty() && !boot.partitionAbsent && !reference;
+        const bool found =
+                filesLeft && boot.files.empty() && !boot.partitionAbsent && around.leavesFiles();
         seen.filesBefore = found ? std::move(*filesLeft) : filesKept(mRoot);
+        const int number = static_cast<int>(mOutcomes.size()) + 1;
         if (mLog) {
             mLog->setBoot(number);
             addBoot(*mLog, seen, platform.bootReason());
-            if (reference) reference->recordPrepared();
+            around.recordPrepared();
         }
-
-        const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
-        BootOutcome outcome;
-        try {
-            outcome = process.run(boot, seen.clock, mFolder + name + ".stderr");
-        } catch (const std::runtime_error& error) {
-            throw std::runtime_error("boot " + std::to_string(number) + ": " + error.what());
-        }
+        BootOutcome outcome = runBoot(process, seen, number);
         if (mKeep != Keep::TRACE) addToFingerprint(process.trace());
-        if (!reference) platform.endBoot(boot, outcome.endedAt);
+        around.end(boot, outcome);
         seen.events = process.trace().events();
         seen.end = outcome.end;
         seen.status = outcome.status;
@@ -153,18 +190,19 @@ void ScenarioRun::run() {
         }
         outcome.operations = countOperations(seen.events);
         filesLeft = std::move(seen.filesAfter);
-        if (reference) {
-            const bool over = outcome.end == BootObservation::End::CUT_OFF ||
-                              outcome.end == BootObservation::End::STILL_RUNNING;
-            const PlatformActs acts =
-                    reference->finish(mScenario, boot, seen.events, {outcome.endedAt, over});
-            add(violations, platformRules.checkActs(boot, acts, filesKept(mRoot)));
-            add(outcome.violations, violations);
-            platform.endBoot(boot, acts.endedAt);
-        }
+        around.answer(boot, seen.events, outcome);
         mOutcomes.push_back(std::move(outcome));
     }
     if (mScenario.partitionSize) mRoot.unmountPartition();
+}
+
+BootOutcome ScenarioRun::runBoot(BootProcess& process, const BootObservation& seen, int number) {
+    const std::string name = mLog ? "/boot-" + std::to_string(number) : "/boot";
+    try {
+        return process.run(seen.boot, seen.clock, mFolder + name + ".stderr");
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error("boot " + std::to_string(number) + ": " + error.what());
+    }
 }
 
 std::vector<Record> ScenarioRun::records() const {

@@ -47,6 +47,7 @@ public:
     }
 
 private:
+    BootOutcome runBoot(BootProcess& process, const BootObservation& seen, int number);
     void addToFingerprint(const Trace& trace);
 
     const Scenario& mScenario;
