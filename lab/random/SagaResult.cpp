@@ -189,7 +189,7 @@ std::string lineOf(const SagaFinding& finding) {
     return jsonOf(finding).dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
-SagaFinding findingFrom(const std::string& line) {
+SagaFinding readFinding(const std::string& line) {
     return findingFrom(Json::parse(line));
 }
 

@@ -67,7 +67,7 @@ struct SagaResult {
 
 // A finding as a line of text, and back; the latter throws std::exception for any other line.
 std::string lineOf(const SagaFinding& finding);
-SagaFinding findingFrom(const std::string& line);
+SagaFinding readFinding(const std::string& line);
 
 // Both throw std::runtime_error naming the file; the file is whole or as it was.
 void writeResult(const SagaResult& result, const std::string& path);

@@ -109,7 +109,7 @@ public:
         mResult.notRun = jobs.notRun;
         mResult.failedJobs = static_cast<uint64_t>(jobs.failed);
         for (const std::string& line : linesOf(readFileOr(findingsFile(), ""))) {
-            mResult.add(findingFrom(line));
+            mResult.add(readFinding(line));
         }
         return mResult;
     }
