@@ -24,7 +24,8 @@ void submit(const std::vector<std::string>& lines) {
     bool shouldEnd = false;
     bool ended = false;
     try {
-        expected = failureUpload(lines.empty() ? "" : lines.back());
+        std::vector<std::string> notes;
+        expected = failureUpload(lines.empty() ? "" : lines.back(), notes);
     } catch (const MustEnd&) {
         shouldEnd = true;
     }
