@@ -24,6 +24,9 @@
 
 namespace {
 
+// A boot takes ten times as long with a sanitizer, or in an emulator.
+constexpr bool kSlow = lab::kSanitized || BOOTVIGIL_EMULATED != 0;
+
 using namespace lab;
 
 class SagaTest : public testing::Test {
@@ -48,7 +51,7 @@ TEST_F(SagaTest, WrittenScenarioRunsTheSame) {
         const Scenario read = readScenario(mFolder + "/once.yaml");
         writeScenario(read, mFolder + "/twice.yaml");
         ASSERT_EQ(readFile(mFolder + "/once.yaml"), readFile(mFolder + "/twice.yaml"));
-        if (seed > (kSanitized ? 3 : 8)) continue;
+        if (seed > (kSlow ? 3 : 8)) continue;
         ASSERT_EQ(runBoots(read)->fingerprint(), runBoots(made)->fingerprint());
     }
 }
@@ -89,7 +92,7 @@ TEST_F(SagaTest, RulesHoldWhicheverCallFails) {
     }
     for (const auto call : {Fault::Call::OPEN, Fault::Call::MALLOC}) {
         const int64_t most = call == Fault::Call::OPEN ? 60 : 250;
-        for (int64_t nth = 1; nth <= most; nth += kSanitized ? 9 : 1) {
+        for (int64_t nth = 1; nth <= most; nth += kSlow ? 9 : 1) {
             boot.faults = {{call, nth, 1}};
             const auto run = runBoots(scenario);
             for (const Violation& violation : run->outcomes()[0].violations) {
@@ -128,7 +131,7 @@ class FaultTest : public SagaTest, public testing::WithParamInterface<uint64_t> 
 // Which call fails doesn't depend on what the lab itself does: not on the log that it keeps, nor on
 // the boots before.
 TEST_P(FaultTest, HitsTheSameCallWithAndWithoutLog) {
-    const uint64_t faults = kSanitized ? 10 : 100;
+    const uint64_t faults = kSlow ? 10 : 100;
     Shared<uint64_t> searched(faults), run(faults);
     inProcess([&] {
         for (uint64_t i = 0; i < faults; ++i) {
@@ -155,7 +158,7 @@ TEST_P(PowerCutTest, AfterEveryFileOperation) {
     std::vector<int64_t> operations;
     const auto uncut = runBoots(whole);
     for (const BootOutcome& boot : uncut->outcomes()) operations.push_back(boot.operations);
-    constexpr int64_t kStep = kSanitized ? 20 : 1;  // a boot takes ten times as long with one
+    constexpr int64_t kStep = kSlow ? 20 : 1;
     int64_t cuts = 0;
     for (size_t boot = 0; boot < operations.size(); ++boot) {
         for (int64_t after = 1; after <= operations[boot]; after += kStep) {
