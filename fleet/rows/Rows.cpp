@@ -39,19 +39,6 @@ std::string actionWords(const std::vector<Action>& actions) {
     return words;
 }
 
-// What does not come from this episode.
-EpisodeRow rowOf(const DeviceRow& device) {
-    EpisodeRow row;
-    row.device = device.device;
-    row.software = device.software;
-    row.country = device.country;
-    row.model = device.model;
-    row.pulled = device.pulled;
-    row.source = device.source;
-    row.path = device.path;
-    return row;
-}
-
 void describeFirst(const Failure& failure, EpisodeRow& row) {
     const report::ErrorNumber& number = failure.number;
     const report::BootEvent event = report::parseBootEvent(failure.lastEvent);
@@ -69,7 +56,7 @@ void describeFirst(const Failure& failure, EpisodeRow& row) {
 }
 
 EpisodeRow rowOf(const DeviceRow& device, const Episode& episode) {
-    EpisodeRow row = rowOf(device);
+    EpisodeRow row = episodeOn(device);
     describeFirst(episode.failures.front(), row);
     row.failures = static_cast<int64_t>(episode.failures.size());
     row.lastTime = episode.last().iso;
@@ -97,6 +84,18 @@ std::string lastCountry(const report::Report& report) {
 }
 
 }  // namespace
+
+EpisodeRow episodeOn(const DeviceRow& device) {
+    EpisodeRow row;
+    row.device = device.device;
+    row.software = device.software;
+    row.country = device.country;
+    row.model = device.model;
+    row.pulled = device.pulled;
+    row.source = device.source;
+    row.path = device.path;
+    return row;
+}
 
 Rows rowsOf(const report::Report& report, const Identity& identity, const std::string& name) {
     const report::Judgement judgement = report::judge(report);

@@ -21,6 +21,9 @@ struct Rows {
 // is called.
 Rows rowsOf(const report::Report& report, const Identity& identity, const std::string& name);
 
+// What a row of an episode takes over from its device's.
+EpisodeRow episodeOn(const DeviceRow& device);
+
 // Gives a row the signature of today's rules, by its number and its last event.
 void groupAgain(EpisodeRow& row);
 

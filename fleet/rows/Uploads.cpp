@@ -79,13 +79,7 @@ DeviceRow deviceOf(const Identity& identity) {
 }
 
 EpisodeRow episodeOf(const DeviceRow& device) {
-    EpisodeRow row;
-    row.device = device.device;
-    row.software = device.software;
-    row.country = device.country;
-    row.model = device.model;
-    row.pulled = device.pulled;
-    row.source = device.source;
+    EpisodeRow row = episodeOn(device);
     row.failures = 1;
     // A boot that completes leaves either file.
     row.outcome = "cured";
